@@ -1,0 +1,322 @@
+// The journal's entry model: one entry per party, holding its occurrences ("infos"), newest first.
+//
+//   CallItem                      entry id, surname, first name
+//    +- CallItemWithPicture       + unique id in the store, picture clip
+//    |   +- MissedCallItem        + MissedCallInfo list, viewed flag
+//    |   +- ReceivedCallItem      + ReceivedCallInfo list
+//    |   +- DialledCallItem       + group-by text, DialledCallInfo list
+//    |   +- ForwardedCallItem     + ForwardedCallInfo list
+//    +- CallBackItem              + number, number type, time, callback type and state, device id
+//
+// Infos are CallInfo plus the small groups TimeFormat, Duration and Deflect. Contact is the
+// phonebook record entries are matched against. All are plain value types (copyable, not
+// thread-safe); the journal guards each list with its own lock.
+#pragma once
+
+#include <list>
+#include <string>
+
+#include "framework/CallLogEntryEvent.h"
+
+#pragma GCC visibility push(default)
+
+namespace NumberType {
+// Phonebook type of a number; NT_NONE also means "not in the phonebook".
+enum NT { NT_NONE = 0, NT_BUSINESS = 1, NT_MOBILE = 2, NT_HOME = 3, NT_OTHER = 4 };
+}  // namespace NumberType
+
+// Most occurrences kept per entry; addCallInfoToList drops the oldest beyond it.
+constexpr size_t kMaxCallInfos = 10;
+
+// Puts `info` at the front of `infos` and drops the last records beyond kMaxCallInfos.
+template <class Info>
+void addCallInfoToList(std::list<Info>& infos, const Info& info) {
+  infos.push_front(info);
+  while (infos.size() > kMaxCallInfos) infos.pop_back();
+}
+
+class CallItem {
+ public:
+  CallItem() = default;
+  CallItem(std::string entryId, std::string surname, std::string firstname)
+      : m_entryId(std::move(entryId)), m_surname(std::move(surname)), m_firstname(std::move(firstname)) {}
+  virtual ~CallItem();
+
+  const std::string& getEntryId() const { return m_entryId; }
+  const std::string& getSurname() const { return m_surname; }
+  const std::string& getFirstname() const { return m_firstname; }
+  void setEntryId(const std::string& id) { m_entryId = id; }
+  void setSurname(const std::string& surname) { m_surname = surname; }
+  void setFirstname(const std::string& firstname) { m_firstname = firstname; }
+
+ protected:
+  bool sameCallItem(const CallItem& other) const {
+    return m_entryId == other.m_entryId && m_surname == other.m_surname && m_firstname == other.m_firstname;
+  }
+
+ private:
+  std::string m_entryId;
+  std::string m_surname;
+  std::string m_firstname;
+};
+
+class CallItemWithPicture : public CallItem {
+ public:
+  using CallItem::CallItem;
+  ~CallItemWithPicture() override;
+
+  const std::string& getUniqueId() const { return m_uniqueId; }
+  void setUniqueId(const std::string& id) { m_uniqueId = id; }
+  const std::string& getPictureClip() const { return m_pictureClip; }
+  void setPictureClip(const std::string& clip) { m_pictureClip = clip; }
+
+ protected:
+  bool sameItemWithPicture(const CallItemWithPicture& other) const {
+    return sameCallItem(other) && m_uniqueId == other.m_uniqueId && m_pictureClip == other.m_pictureClip;
+  }
+
+ private:
+  std::string m_uniqueId;
+  std::string m_pictureClip;
+};
+
+// One occurrence of a call.
+class CallInfo {
+ public:
+  virtual ~CallInfo();
+  std::string entryId;
+  std::string number;
+  std::string connectedNumber;
+  std::string connectedSurname;
+  std::string connectedFirstname;
+  std::string timeDate;  // "YYYY-MM-DDThh:mm:ss"; the sort key
+  CallLogEntryEvent::_LogTarget logTarget = CallLogEntryEvent::LT_RECEIVED;
+  CallLogEntryEvent::_PresentationValue numberPresentation = CallLogEntryEvent::PV_NONE;
+  CallLogEntryEvent::_PresentationValue namePresentation = CallLogEntryEvent::PV_NONE;
+  NumberType::NT numberType = NumberType::NT_NONE;
+  NumberType::NT connectedNumberType = NumberType::NT_NONE;
+
+  bool operator==(const CallInfo& o) const;
+};
+
+class TimeFormat {
+ public:
+  virtual ~TimeFormat();
+  CallLogEntryEvent::_TFormat timeFormat = CallLogEntryEvent::TF_LOCAL;
+  bool operator==(const TimeFormat& o) const { return timeFormat == o.timeFormat; }
+};
+
+class Duration {
+ public:
+  virtual ~Duration();
+  std::string duration;  // "mm:ss", minutes not folded into hours
+  bool operator==(const Duration& o) const { return duration == o.duration; }
+};
+
+// The party that deflected or diverted the call. Its presentation fields share their names with
+// CallInfo's: reach them as info.Deflect::numberPresentation.
+class Deflect {
+ public:
+  virtual ~Deflect();
+  std::string deflectNumber;
+  std::string deflectName;
+  NumberType::NT deflectNumberType = NumberType::NT_NONE;
+  CallLogEntryEvent::_PresentationValue numberPresentation = CallLogEntryEvent::PV_NONE;
+  CallLogEntryEvent::_PresentationValue namePresentation = CallLogEntryEvent::PV_NONE;
+  bool operator==(const Deflect& o) const;
+};
+
+class MissedCallItem : public CallItemWithPicture {
+ public:
+  class MissedCallInfo : public CallInfo, public TimeFormat, public Deflect {
+   public:
+    bool completedElsewhere = false;
+    bool operator==(const MissedCallInfo& o) const;
+  };
+  using InfoList = std::list<MissedCallInfo>;
+
+  MissedCallItem() = default;
+  MissedCallItem(std::string entryId, std::string surname, std::string firstname, InfoList infos, bool viewed)
+      : CallItemWithPicture(std::move(entryId), std::move(surname), std::move(firstname)),
+        m_infos(std::move(infos)), m_viewed(viewed) {}
+  ~MissedCallItem() override;
+
+  const InfoList& getMissedCallInfoList() const { return m_infos; }
+  InfoList& getMissedCallInfoList() { return m_infos; }
+  void setMissedCallInfoList(const InfoList& infos) { m_infos = infos; }
+  void addCallInfoToList(const MissedCallInfo& info) { ::addCallInfoToList(m_infos, info); }
+  const InfoList& infos() const { return m_infos; }
+  InfoList& infos() { return m_infos; }
+  bool getViewed() const { return m_viewed; }
+  void setViewed(bool viewed) { m_viewed = viewed; }
+
+  bool operator==(const MissedCallItem& o) const {
+    return sameItemWithPicture(o) && m_infos == o.m_infos && m_viewed == o.m_viewed;
+  }
+
+ private:
+  InfoList m_infos;
+  bool m_viewed = false;
+};
+
+class ReceivedCallItem : public CallItemWithPicture {
+ public:
+  class ReceivedCallInfo : public CallInfo, public Duration, public TimeFormat, public Deflect {
+   public:
+    bool operator==(const ReceivedCallInfo& o) const;
+  };
+  using InfoList = std::list<ReceivedCallInfo>;
+
+  ReceivedCallItem() = default;
+  ReceivedCallItem(std::string entryId, std::string surname, std::string firstname, InfoList infos)
+      : CallItemWithPicture(std::move(entryId), std::move(surname), std::move(firstname)),
+        m_infos(std::move(infos)) {}
+  ~ReceivedCallItem() override;
+
+  const InfoList& getReceivedCallInfoList() const { return m_infos; }
+  InfoList& getReceivedCallInfoList() { return m_infos; }
+  void setReceivedCallInfoList(const InfoList& infos) { m_infos = infos; }
+  void addCallInfoToList(const ReceivedCallInfo& info) { ::addCallInfoToList(m_infos, info); }
+  const InfoList& infos() const { return m_infos; }
+  InfoList& infos() { return m_infos; }
+
+  bool operator==(const ReceivedCallItem& o) const { return sameItemWithPicture(o) && m_infos == o.m_infos; }
+
+ private:
+  InfoList m_infos;
+};
+
+class DialledCallItem : public CallItemWithPicture {
+ public:
+  class DialledCallInfo : public CallInfo, public Duration, public TimeFormat {
+   public:
+    std::string dialledNumber;  // the digits as dialled, when they were a feature access code
+    bool isFeatureAccessCode = false;
+    bool operator==(const DialledCallInfo& o) const;
+  };
+  using InfoList = std::list<DialledCallInfo>;
+
+  DialledCallItem() = default;
+  DialledCallItem(std::string entryId, std::string surname, std::string firstname, InfoList infos)
+      : CallItemWithPicture(std::move(entryId), std::move(surname), std::move(firstname)),
+        m_infos(std::move(infos)) {}
+  ~DialledCallItem() override;
+
+  // The text dialled entries are grouped by (spelt so on purpose).
+  const std::string& getJournalSeviceGroupBy() const { return m_groupBy; }
+  void setJournalSeviceGroupBy(const std::string& groupBy) { m_groupBy = groupBy; }
+  const InfoList& getDialledCallInfoList() const { return m_infos; }
+  InfoList& getDialledCallInfoList() { return m_infos; }
+  void setDialledCallInfoList(const InfoList& infos) { m_infos = infos; }
+  void addCallInfoToList(const DialledCallInfo& info) { ::addCallInfoToList(m_infos, info); }
+  const InfoList& infos() const { return m_infos; }
+  InfoList& infos() { return m_infos; }
+
+  bool operator==(const DialledCallItem& o) const {
+    return sameItemWithPicture(o) && m_groupBy == o.m_groupBy && m_infos == o.m_infos;
+  }
+
+ private:
+  std::string m_groupBy;
+  InfoList m_infos;
+};
+
+class ForwardedCallItem : public CallItemWithPicture {
+ public:
+  class ForwardedCallInfo : public CallInfo, public Duration {
+   public:
+    bool operator==(const ForwardedCallInfo& o) const;
+  };
+  using InfoList = std::list<ForwardedCallInfo>;
+
+  ForwardedCallItem() = default;
+  ForwardedCallItem(std::string entryId, std::string surname, std::string firstname, InfoList infos)
+      : CallItemWithPicture(std::move(entryId), std::move(surname), std::move(firstname)),
+        m_infos(std::move(infos)) {}
+  ~ForwardedCallItem() override;
+
+  const InfoList& getForwardedCallInfoList() const { return m_infos; }
+  InfoList& getForwardedCallInfoList() { return m_infos; }
+  void setForwardedCallInfoList(const InfoList& infos) { m_infos = infos; }
+  void addCallInfoToList(const ForwardedCallInfo& info) { ::addCallInfoToList(m_infos, info); }
+  const InfoList& infos() const { return m_infos; }
+  InfoList& infos() { return m_infos; }
+
+  bool operator==(const ForwardedCallItem& o) const { return sameItemWithPicture(o) && m_infos == o.m_infos; }
+
+ private:
+  InfoList m_infos;
+};
+
+class CallBackItem : public CallItem {
+ public:
+  enum CallBackType { CBT_NONE = 0, CBT_ON_BUSY = 1, CBT_ON_NO_REPLY = 2 };
+  enum CallBackState { CBS_NONE = 0, CBS_PENDING = 1, CBS_READY = 2 };
+
+  CallBackItem() = default;
+  CallBackItem(std::string entryId, std::string surname, std::string firstname, std::string number,
+               NumberType::NT numberType, std::string timeDate, CallBackType type, CallBackState state,
+               std::string deviceId)
+      : CallItem(std::move(entryId), std::move(surname), std::move(firstname)),
+        m_number(std::move(number)), m_numberType(numberType), m_timeDate(std::move(timeDate)),
+        m_type(type), m_state(state), m_deviceId(std::move(deviceId)) {}
+  ~CallBackItem() override;
+
+  const std::string& getNumber() const { return m_number; }
+  NumberType::NT getNumberType() const { return m_numberType; }
+  const std::string& getTimeDate() const { return m_timeDate; }
+  CallBackType getCallBackType() const { return m_type; }
+  CallBackState getCallBackState() const { return m_state; }
+  const std::string& getDeviceId() const { return m_deviceId; }
+  void setNumber(const std::string& number) { m_number = number; }
+  void setNumberType(NumberType::NT type) { m_numberType = type; }
+  void setTimeDate(const std::string& timeDate) { m_timeDate = timeDate; }
+  void setCallBackType(CallBackType type) { m_type = type; }
+  void setCallBackState(CallBackState state) { m_state = state; }
+  void setDeviceId(const std::string& deviceId) { m_deviceId = deviceId; }
+
+  bool operator==(const CallBackItem& o) const;
+
+ private:
+  std::string m_number;
+  NumberType::NT m_numberType = NumberType::NT_NONE;
+  std::string m_timeDate;
+  CallBackType m_type = CBT_NONE;
+  CallBackState m_state = CBS_NONE;
+  std::string m_deviceId;
+};
+
+// A phonebook record: the key of a look-up (number set) and its result. Fifteen fields; the
+// journal reads and writes first name, surname, picture clip, number type and number and carries
+// the others along.
+class Contact {
+ public:
+  Contact() = default;
+  virtual ~Contact();
+
+  const std::string& getFirstname() const { return m_firstname; }
+  const std::string& getSurname() const { return m_surname; }
+  const std::string& getPictureClip() const { return m_pictureClip; }
+  NumberType::NT getNumberType() const { return m_numberType; }
+  const std::string& getNumber() const { return m_number; }
+  void setFirstname(const std::string& v) { m_firstname = v; }
+  void setSurname(const std::string& v) { m_surname = v; }
+  void setPictureClip(const std::string& v) { m_pictureClip = v; }
+  void setNumberType(NumberType::NT v) { m_numberType = v; }
+  void setNumber(const std::string& v) { m_number = v; }
+
+  // The fields the journal does not read, by position 3 to 11 and 15.
+  std::string title, company, department, jobTitle, street, city, postcode, country, email;
+  std::string note;
+
+  bool operator==(const Contact& o) const;
+
+ private:
+  std::string m_firstname;    // 1
+  std::string m_surname;      // 2
+  std::string m_pictureClip;  // 12
+  NumberType::NT m_numberType = NumberType::NT_NONE;  // 13
+  std::string m_number;       // 14
+};
+
+#pragma GCC visibility pop

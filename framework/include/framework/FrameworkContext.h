@@ -1,0 +1,77 @@
+// The framework's Context: a registry of services by name and a timer service.
+//
+// Timers run on one framework thread ("timer thread") that sleeps until the earliest deadline on
+// the TimeSource; with a ManualTimeSource it wakes whenever time is moved. Expiries of one owner
+// are delivered one at a time, in deadline order (ties in creation order).
+//
+// Ownership: the context does not own the services registered with it, nor the TimeSource.
+// Before a service is destroyed, call cancelTimers(service): it deletes the owner's timers and
+// waits for an expiry of that owner that is being delivered to return (unless called from the
+// timer thread itself).
+//
+// Locks: m_mutex guards the registry and the timer table; it is never held while a service's
+// timerEvent runs, so a service may create, restart and delete timers from its timerEvent.
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "framework/Executable.h"
+#include "framework/TimeSource.h"
+
+#pragma GCC visibility push(default)
+
+class FrameworkContext : public Context {
+ public:
+  explicit FrameworkContext(fw::TimeSource& time);
+  ~FrameworkContext() override;  // stops the timer thread; pending timers are dropped
+  FrameworkContext(const FrameworkContext&) = delete;
+  FrameworkContext& operator=(const FrameworkContext&) = delete;
+
+  void registerService(const std::string& name, Executable* service);
+  void unregisterService(const std::string& name);
+
+  Executable* findService(const std::string& name) override;
+  int createTimer(Executable* owner, int delayMs) override;
+  bool restartTimer(int timerId) override;
+  bool deleteTimer(int timerId) override;
+
+  void cancelTimers(Executable* owner);
+  // Blocks until no armed timer is due at the current time and no expiry is being delivered.
+  // With a ManualTimeSource this makes "advance, then check" deterministic in tests.
+  void settle();
+
+  size_t armedTimers() const;
+  fw::TimeSource& timeSource() { return m_time; }
+
+ private:
+  struct Timer {
+    Executable* owner;
+    int delayMs;
+    bool armed;
+    int64_t deadline;
+    uint64_t sequence;  // tie-break: earlier arming first
+  };
+
+  void timerLoop();
+  // Under m_mutex: the id of the armed timer due first, or 0.
+  int nextDue(int64_t* deadline) const;
+
+  fw::TimeSource& m_time;
+  int m_listenerToken = 0;
+  mutable std::mutex m_mutex;  // guards everything below; never held while calling a service
+  std::condition_variable m_cv;
+  std::map<std::string, Executable*> m_services;
+  std::map<int, Timer> m_timers;
+  int m_nextTimerId = 1;
+  uint64_t m_nextSequence = 0;
+  Executable* m_delivering = nullptr;  // owner whose timerEvent is running, or null
+  bool m_stop = false;
+  std::thread m_thread;
+};
+
+#pragma GCC visibility pop

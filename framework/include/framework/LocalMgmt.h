@@ -1,0 +1,96 @@
+// Local management: the phone's configuration values and the agents that serve management data.
+//
+// MgmtAgentIfc is implemented by services that own manageable data (the journal registers one
+// as "JournalMgmtId"). LocalMgmtIfc is the store of the phone's values; FileLocalMgmt (below)
+// implements it over a key/value file.
+#pragma once
+
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "framework/Executable.h"
+#include "framework/ManageableData.h"
+#include "framework/WorkQueue.h"
+
+#pragma GCC visibility push(default)
+
+class MgmtAgentIfc {
+ public:
+  virtual ~MgmtAgentIfc();
+  virtual bool setData(ManageableData& data) = 0;
+  virtual bool getData(ManageableData& data) = 0;
+  // A value observed by this agent changed; called on a framework thread.
+  virtual void manageableDataChanged(ManageableData& data) = 0;
+  virtual void resetUserData() = 0;
+};
+
+class LocalMgmtIfc {
+ public:
+  virtual ~LocalMgmtIfc();
+  // Fills the value of every root id of `data` that the store holds. False when none is held.
+  virtual bool readData(ManageableData& data) = 0;
+  // Stores every value of `data` and tells the observers of each key whose value changed.
+  virtual bool publishData(ManageableData& data) = 0;
+  // Registers `agent` under `agentId` (replacing an earlier one of that id).
+  virtual bool registerAgent(const std::string& agentId, MgmtAgentIfc* agent, bool serveData) = 0;
+  virtual bool unregisterAgent(const std::string& agentId) = 0;
+  // Calls agent->manageableDataChanged when `key` changes. False for an empty key or null agent.
+  virtual bool observe(const std::string& key, MgmtAgentIfc* agent) = 0;
+};
+
+// LocalMgmtIfc over a configuration file of "key = value" lines. Blank lines and lines starting
+// with '#' are ignored; blanks around key and value are dropped; a value in double quotes keeps
+// its blanks (and may be empty). Keys are case-sensitive.
+//
+// Change notifications run on the service's own notification thread, one at a time, in the order
+// of the changes. Thread-safe: m_mutex guards values, agents and observers and is never held while
+// an agent is called.
+class FileLocalMgmt : public Service, public LocalMgmtIfc {
+ public:
+  FileLocalMgmt();
+  ~FileLocalMgmt() override;
+
+  // Reads `path`. On a missing or malformed file returns false and puts "<file>:<line>: <what>"
+  // (or "<file>: <why>") in `error`; the values held before are kept.
+  bool loadFile(const std::string& path, std::string& error);
+  // Parses file content; `origin` names the source in errors. Returns the parsed values.
+  static bool parse(const std::string& text, const std::string& origin,
+                    std::map<std::string, std::string>& values, std::string& error);
+  // Reads the file again and notifies the observers of every key whose value changed or vanished.
+  bool reload(std::string& error);
+
+  // Sets one value (as publishData does for one key).
+  void setValue(const std::string& key, const std::string& value);
+  bool value(const std::string& key, std::string& value) const;
+  std::map<std::string, std::string> values() const;
+  MgmtAgentIfc* agent(const std::string& agentId) const;
+  // Waits until every notification queued so far has been delivered.
+  void drainNotifications();
+  // Removes every registration and observation of `agent` and waits for notifications queued
+  // for it; call before destroying an agent.
+  void forget(MgmtAgentIfc* agent);
+
+  bool readData(ManageableData& data) override;
+  bool publishData(ManageableData& data) override;
+  bool registerAgent(const std::string& agentId, MgmtAgentIfc* agent, bool serveData) override;
+  bool unregisterAgent(const std::string& agentId) override;
+  bool observe(const std::string& key, MgmtAgentIfc* agent) override;
+
+ private:
+  // Applies new values; under m_mutex collects (key, value, observers) to notify afterwards.
+  void apply(const std::map<std::string, std::string>& changes, const std::set<std::string>& removed);
+
+  mutable std::mutex m_mutex;  // leaf: never held while an agent runs
+  std::string m_path;
+  std::map<std::string, std::string> m_values;
+  std::map<std::string, MgmtAgentIfc*> m_agents;
+  std::multimap<std::string, MgmtAgentIfc*> m_observers;
+  std::unique_ptr<fw::WorkQueue> m_notifier;
+};
+
+#pragma GCC visibility pop

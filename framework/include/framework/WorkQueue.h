@@ -1,0 +1,46 @@
+// One framework thread that runs submitted tasks in submission order. Used wherever the framework
+// must call a service on "a framework thread" (management callbacks, CSTA events).
+//
+// Thread-safe. The destructor runs the tasks already queued, then joins the thread.
+#pragma once
+
+#include <condition_variable>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#pragma GCC visibility push(default)
+
+namespace fw {
+
+class WorkQueue {
+ public:
+  explicit WorkQueue(std::string name);
+  ~WorkQueue();
+  WorkQueue(const WorkQueue&) = delete;
+  WorkQueue& operator=(const WorkQueue&) = delete;
+
+  void post(std::function<void()> task);
+  // Blocks until every task posted before this call has run. Must not be called from a task.
+  void drain();
+  bool onQueueThread() const;
+  const std::string& name() const { return m_name; }
+
+ private:
+  void loop();
+
+  std::string m_name;
+  std::mutex m_mutex;  // guards the queue; never held while a task runs
+  std::condition_variable m_cv;
+  std::condition_variable m_idleCv;
+  std::deque<std::function<void()>> m_tasks;
+  bool m_running = false;  // a task is executing
+  bool m_stop = false;
+  std::thread m_thread;
+};
+
+}  // namespace fw
+
+#pragma GCC visibility pop

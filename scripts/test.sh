@@ -1,0 +1,23 @@
+#!/usr/bin/env bash
+# Builds and runs every test: the whole suite on the default preset and under address+undefined
+# sanitizers, and the concurrency tests under the thread sanitizer. Prints ctest's summary for each.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/setup.sh
+
+jobs=$(nproc 2>/dev/null || echo 2)
+
+run_preset() {
+  local preset=$1; shift
+  echo "==== ${preset}: configure and build"
+  cmake --preset "$preset" >/dev/null
+  cmake --build --preset "$preset" -j "$jobs"
+  echo "==== ${preset}: tests $*"
+  ctest --preset "$preset" "$@"
+}
+
+run_preset default
+run_preset asan
+run_preset tsan -L concurrency
+echo "==== all test runs passed"
