@@ -19,14 +19,16 @@
 
 #pragma GCC visibility push(default)
 
+// An agent overrides what it serves; the defaults refuse reads and writes and ignore changes.
 class MgmtAgentIfc {
  public:
   virtual ~MgmtAgentIfc();
-  virtual bool setData(ManageableData& data) = 0;
-  virtual bool getData(ManageableData& data) = 0;
+  virtual bool setData(ManageableData&) { return false; }
+  virtual bool getData(ManageableData&) { return false; }
   // A value observed by this agent changed; called on a framework thread.
-  virtual void manageableDataChanged(ManageableData& data) = 0;
-  virtual void resetUserData() = 0;
+  virtual void manageableDataChanged(ManageableData&) {}
+  // The phone's user changed: drop what belongs to the previous user.
+  virtual void resetUserData() {}
 };
 
 class LocalMgmtIfc {

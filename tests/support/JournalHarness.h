@@ -1,0 +1,85 @@
+// A journal service running in a real framework context on a manual clock: real local
+// management, settable clock and timer thread, with recording fakes for the other services.
+// Tests choose which services are registered and the configuration values, start the service,
+// move time with advance() and look inside through JournalServiceTestPeer.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "FakeServices.h"
+#include "JournalService.h"
+#include "framework/ClockService.h"
+#include "framework/FrameworkContext.h"
+#include "framework/LocalMgmt.h"
+#include "framework/TimeSource.h"
+
+// Reaches the service's private state for checks and for set-ups that later features make.
+class JournalServiceTestPeer {
+ public:
+  explicit JournalServiceTestPeer(JournalService& s) : m_s(s) {}
+  int initialTimer() const { return m_s.m_autoSaveInitialTimer; }
+  int hourlyTimer() const { return m_s.m_autoSaveTimer; }
+  const std::string& softwareType() const { return m_s.m_softwareType; }
+  bool localCallLog() const { return m_s.m_localCallLog; }
+  bool serverCallLog() const { return m_s.m_serverCallLog; }
+  bool mixedCallLog() const { return m_s.m_mixedCallLog; }
+  int tzOffset() const { return m_s.m_tzOffset; }
+  int daylightSaveMinutes() const { return m_s.m_daylightSaveMinutes; }
+  int systemIdentifier() const { return m_s.m_systemIdentifier; }
+  const std::string& callLogControl() const { return m_s.m_callLogControl; }
+  const std::string& regNumber() const { return m_s.m_regNumber; }
+  bool serverBasedFeatures() const { return m_s.m_serverBasedFeatures; }
+  bool callLogEnabled() const { return m_s.m_callLogEnabled; }
+  bool missedLogging() const { return m_s.m_missedLogging; }
+  bool deleteMissedWhenCalled() const { return m_s.m_deleteMissedWhenCalled; }
+  bool visitorCallLogChanged() const { return m_s.m_visitorCallLogChanged; }
+  void setVisitorCallLogChanged(bool changed) { m_s.m_visitorCallLogChanged = changed; }
+  Context* context() const { return m_s.m_pContext; }
+  CSTAServiceIfc* csta() const { return m_s.m_pCSTASvc; }
+  DataAccessServiceIfc* store() const { return m_s.m_pDataAccessSvc; }
+  DirectoryServiceIfc* directory() const { return m_s.m_pDirectorySvc; }
+  LocalMgmtIfc* localMgmt() const { return m_s.m_pLocalMgmt; }
+  MobilityServiceIfc* mobility() const { return m_s.m_pMobilitySvc; }
+  ObserverNotifierIfc* notifier() const { return m_s.m_pObserverNotifier; }
+  std::deque<DialledCallItem>& dialledList() { return m_s.m_dialledCallList; }
+  std::map<std::string, JournalService::Call*>& calls() { return m_s.m_calls; }
+
+ private:
+  JournalService& m_s;
+};
+
+enum HarnessServices : unsigned {
+  kCstaService = 1,
+  kStoreService = 2,
+  kDirectoryService = 4,
+  kMgmtService = 8,
+  kClockService = 16,
+  kDigitService = 32,
+  kMobilityService = 64,
+  kAllServices = 127
+};
+
+class JournalHarness {
+ public:
+  explicit JournalHarness(std::map<std::string, std::string> values = {}, unsigned services = kAllServices,
+                          const std::string& startTime = "2024-03-05T07:08:09");
+  ~JournalHarness();
+
+  void start();  // init(context)
+  // Moves the manual clock and waits until every timer due by then has been delivered.
+  void advance(int64_t ms);
+  JournalServiceTestPeer peer() { return JournalServiceTestPeer(*service); }
+
+  fw::ManualTimeSource time;
+  FrameworkContext context{time};
+  FileLocalMgmt mgmt;
+  SettableClockService clock;
+  FakeMobilityService mobility;
+  RecordingCstaService csta;
+  RecordingDataAccess store;
+  MapDirectory directory;
+  PrefixDigitAnalysis digits{{"*", "#"}};
+  std::unique_ptr<JournalService> service;
+};
