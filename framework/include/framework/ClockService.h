@@ -78,6 +78,8 @@ class SettableClockService : public ClockServiceBase {
   fw::CivilTime nowCivil() override;
 
  private:
+  int64_t nowSeconds();
+
   fw::ManualTimeSource& m_time;
   std::mutex m_mutex;  // leaf; guards the two anchors
   int64_t m_anchorSeconds = 0;

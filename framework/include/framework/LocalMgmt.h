@@ -84,10 +84,17 @@ class FileLocalMgmt : public Service, public LocalMgmtIfc {
   bool observe(const std::string& key, MgmtAgentIfc* agent) override;
 
  private:
-  // Applies new values; under m_mutex collects (key, value, observers) to notify afterwards.
+  // Applies new values and queues a delivery to each observer of every key that changed.
   void apply(const std::map<std::string, std::string>& changes, const std::set<std::string>& removed);
+  void applyLocked(const std::map<std::string, std::string>& changes, const std::set<std::string>& removed);
+  // Queues one delivery of `key` per observer; caller holds m_mutex.
+  void queueNotificationsLocked(const std::string& key, bool hasValue, const std::string& value);
+  bool isObservingLocked(const std::string& key, MgmtAgentIfc* agent) const;
+  // Runs on the notification thread; skips an observer forgotten since the change was queued.
+  void deliver(const std::string& key, bool hasValue, const std::string& value, MgmtAgentIfc* observer);
 
-  mutable std::mutex m_mutex;  // leaf: never held while an agent runs
+  // Never held while an agent runs; only the notification queue's own lock is taken under it.
+  mutable std::mutex m_mutex;
   std::string m_path;
   std::map<std::string, std::string> m_values;
   std::map<std::string, MgmtAgentIfc*> m_agents;

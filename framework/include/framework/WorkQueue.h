@@ -5,6 +5,7 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstdint>
 #include <deque>
 #include <functional>
 #include <mutex>
@@ -38,6 +39,8 @@ class WorkQueue {
   std::deque<std::function<void()>> m_tasks;
   bool m_running = false;  // a task is executing
   bool m_stop = false;
+  uint64_t m_posted = 0;     // tasks ever posted
+  uint64_t m_completed = 0;  // tasks ever finished; drain() waits for it to catch up
   std::thread m_thread;
 };
 
