@@ -16,9 +16,9 @@ class StringWriter : public pugi::xml_writer {
   std::string out;
 };
 
-// Escaped output writes carriage returns and other control characters as character references,
-// so parse_eol cannot fold them; blank-only text is kept when it is an element's whole content.
-constexpr unsigned kParseFlags = pugi::parse_default | pugi::parse_ws_pcdata_single;
+// No end-of-line folding, so a carriage return in a value stays one; blank-only text is kept
+// where it is an element's whole content.
+constexpr unsigned kParseFlags = (pugi::parse_default & ~pugi::parse_eol) | pugi::parse_ws_pcdata_single;
 constexpr unsigned kPrintFlags = pugi::format_raw | pugi::format_no_declaration | pugi::format_no_empty_element_tags;
 
 bool parseNumber(const char* text, long& value) {
@@ -42,7 +42,19 @@ bool parse(pugi::xml_document& doc, const std::string& text, bool keepDeclaratio
 std::string print(const pugi::xml_node& node) {
   StringWriter writer;
   node.print(writer, "", kPrintFlags, pugi::encoding_utf8);
-  return writer.out;
+  // pugixml writes carriage returns as they are, and a conforming reader would fold them into
+  // line feeds; as character references they survive any reader. Raw output has no carriage
+  // return outside values.
+  std::string out;
+  out.reserve(writer.out.size());
+  for (const char c : writer.out) {
+    if (c == '\r') {
+      out += "&#13;";
+    } else {
+      out += c;
+    }
+  }
+  return out;
 }
 
 pugi::xml_node makeRoot(pugi::xml_document& doc, const char* rootName) { return doc.append_child(rootName); }
