@@ -190,14 +190,4 @@ TEST(JournalHelperStore, UniqueIdOnTheEntryOverridesTheBody) {
   EXPECT_EQ(list.front(), item);
 }
 
-TEST(JournalHelperStore, ShortListParserNamesParseTheSameLists) {
-  std::string entries;
-  H::createXMLReceivedCallItemBody(makeItem<ReceivedCallItem>("r"), entries, false);
-  std::deque<ReceivedCallItem> a, b;
-  EXPECT_TRUE(H::parseXMLReceivedList(readReply(entries), a));
-  EXPECT_TRUE(H::parseXMLReceivedCallList(readReply(entries), b));
-  EXPECT_EQ(a, b);
-  EXPECT_EQ(a.size(), 1u);
-}
-
 }  // namespace
