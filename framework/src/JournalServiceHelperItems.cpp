@@ -1,0 +1,325 @@
+// JournalServiceHelper: item bodies of the five entry types and the parsing of entry lists.
+//
+// The five types share one codec. Each field is named once, in a visit function that a Writer
+// (item -> XML) and a Reader (XML -> item) both walk; the differences between the types are
+// which field groups they have, decided from their base classes.
+#include <type_traits>
+#include <utility>
+
+#include "JournalServiceHelperXml.h"
+#include "framework/JournalServiceHelper.h"
+
+namespace journalxml {
+namespace {
+
+using H = JournalServiceHelper;
+
+template <class Item>
+struct ItemTraits;
+template <>
+struct ItemTraits<MissedCallItem> {
+  static constexpr const char* root = H::MISSEDCALL;
+};
+template <>
+struct ItemTraits<ReceivedCallItem> {
+  static constexpr const char* root = H::RECEIVEDCALL;
+};
+template <>
+struct ItemTraits<DialledCallItem> {
+  static constexpr const char* root = H::DIALLEDCALL;
+};
+template <>
+struct ItemTraits<ForwardedCallItem> {
+  static constexpr const char* root = H::FORWARDEDCALL;
+};
+template <>
+struct ItemTraits<CallBackItem> {
+  static constexpr const char* root = H::CALLBACK;
+};
+
+template <class T>
+constexpr bool hasPicture = std::is_base_of_v<CallItemWithPicture, T>;
+
+// Item -> XML: appends one field per visited value.
+struct Writer {
+  pugi::xml_node node;
+
+  void operator()(const char* name, const std::string& value) { addField(node, name, value); }
+  void operator()(const char* name, bool value) { addField(node, name, value); }
+  template <class E, std::enable_if_t<std::is_enum_v<E>, int> = 0>
+  void operator()(const char* name, E value) {
+    addField(node, name, static_cast<long>(value));
+  }
+  // A field behind an accessor pair.
+  template <class Obj, class Get, class Set>
+  void prop(const char* name, const Obj& obj, Get get, Set /*set*/) {
+    (*this)(name, (obj.*get)());
+  }
+};
+
+// XML -> item: reads every visited value; `ok` turns false at the first malformed field.
+struct Reader {
+  pugi::xml_node node;
+  bool ok = true;
+
+  void operator()(const char* name, std::string& value) { ok = readField(node, name, value) && ok; }
+  void operator()(const char* name, bool& value) { ok = readField(node, name, value) && ok; }
+  template <class E, std::enable_if_t<std::is_enum_v<E>, int> = 0>
+  void operator()(const char* name, E& value) {
+    ok = readEnum(node, name, value) && ok;
+  }
+  template <class Obj, class Get, class Set>
+  void prop(const char* name, Obj& obj, Get get, Set set) {
+    std::decay_t<decltype((obj.*get)())> value = (obj.*get)();
+    (*this)(name, value);
+    (obj.*set)(value);
+  }
+};
+
+// Every field of one occurrence; `I` is an info type, const when writing.
+template <class V, class I>
+void visitInfo(V& v, I& info) {
+  using Info = std::remove_const_t<I>;
+  v(H::ENTRYID, info.entryId);
+  v(H::NUMBER, info.number);
+  v(H::CONNECTEDNUMBER, info.connectedNumber);
+  v(H::CONNECTEDSURNAME, info.connectedSurname);
+  v(H::CONNECTEDFIRSTNAME, info.connectedFirstname);
+  v(H::TIMEDATE, info.timeDate);
+  v(H::LOGTARGET, info.logTarget);
+  v(H::NUMBERPRESENTATION, info.CallInfo::numberPresentation);
+  v(H::NAMEPRESENTATION, info.CallInfo::namePresentation);
+  v(H::NUMBERTYPE, info.numberType);
+  v(H::CONNECTEDNUMBERTYPE, info.connectedNumberType);
+  if constexpr (std::is_base_of_v<TimeFormat, Info>) v(H::TIMEFORMAT, info.timeFormat);
+  if constexpr (std::is_base_of_v<Duration, Info>) v(H::DURATION, info.duration);
+  if constexpr (std::is_base_of_v<Deflect, Info>) {
+    v(H::DEFLECTNUMBER, info.deflectNumber);
+    v(H::DEFLECTNAME, info.deflectName);
+    v(H::DEFLECTNUMBERTYPE, info.deflectNumberType);
+    v(H::DEFLECTNUMBERPRESENTATION, info.Deflect::numberPresentation);
+    v(H::DEFLECTNAMEPRESENTATION, info.Deflect::namePresentation);
+  }
+  if constexpr (std::is_same_v<Info, MissedCallItem::MissedCallInfo>) {
+    v(H::COMPLETEDELSEWHERE, info.completedElsewhere);
+  }
+  if constexpr (std::is_same_v<Info, DialledCallItem::DialledCallInfo>) {
+    v(H::DIALLEDNUMBER, info.dialledNumber);
+    v(H::ISFEATUREACCESSCODE, info.isFeatureAccessCode);
+  }
+}
+
+// The fields that name a stored entry: all a delete body carries.
+template <class V, class I>
+void visitIdentity(V& v, I& item) {
+  using Item = std::remove_const_t<I>;
+  if constexpr (hasPicture<Item>) {
+    v.prop(H::UNIQUEID, item, &CallItemWithPicture::getUniqueId, &CallItemWithPicture::setUniqueId);
+  }
+  v.prop(H::ENTRYID, item, &CallItem::getEntryId, &CallItem::setEntryId);
+}
+
+// The entry's own fields besides its identity and its occurrences.
+template <class V, class I>
+void visitFields(V& v, I& item) {
+  using Item = std::remove_const_t<I>;
+  v.prop(H::SURNAME, item, &CallItem::getSurname, &CallItem::setSurname);
+  v.prop(H::FIRSTNAME, item, &CallItem::getFirstname, &CallItem::setFirstname);
+  if constexpr (hasPicture<Item>) {
+    v.prop(H::PICTURECLIP, item, &CallItemWithPicture::getPictureClip, &CallItemWithPicture::setPictureClip);
+  }
+  if constexpr (std::is_same_v<Item, MissedCallItem>) {
+    v.prop(H::VIEWED, item, &MissedCallItem::getViewed, &MissedCallItem::setViewed);
+  }
+  if constexpr (std::is_same_v<Item, DialledCallItem>) {
+    v.prop(H::GROUPBY, item, &DialledCallItem::getJournalSeviceGroupBy, &DialledCallItem::setJournalSeviceGroupBy);
+  }
+  if constexpr (std::is_same_v<Item, CallBackItem>) {
+    v.prop(H::NUMBER, item, &CallBackItem::getNumber, &CallBackItem::setNumber);
+    v.prop(H::NUMBERTYPE, item, &CallBackItem::getNumberType, &CallBackItem::setNumberType);
+    v.prop(H::TIMEDATE, item, &CallBackItem::getTimeDate, &CallBackItem::setTimeDate);
+    v.prop(H::CALLBACKTYPE, item, &CallBackItem::getCallBackType, &CallBackItem::setCallBackType);
+    v.prop(H::CALLBACKSTATE, item, &CallBackItem::getCallBackState, &CallBackItem::setCallBackState);
+    v.prop(H::DEVICEID, item, &CallBackItem::getDeviceId, &CallBackItem::setDeviceId);
+  }
+}
+
+template <class Item>
+void writeInfos(pugi::xml_node root, const Item& item) {
+  pugi::xml_node infos = root.append_child(H::CALLINFOS);
+  for (const auto& info : item.infos()) {
+    Writer writer{infos.append_child(H::CALLINFO)};
+    visitInfo(writer, info);
+  }
+}
+
+template <class Item>
+bool readInfos(const pugi::xml_node& root, Item& item) {
+  typename Item::InfoList infos;
+  for (const pugi::xml_node& node : root.child(H::CALLINFOS).children(H::CALLINFO)) {
+    Reader reader{node};
+    typename Item::InfoList::value_type info;
+    visitInfo(reader, info);
+    if (!reader.ok) return false;
+    infos.push_back(std::move(info));
+  }
+  item.infos() = std::move(infos);
+  return true;
+}
+
+}  // namespace
+
+template <class Item>
+void writeItem(pugi::xml_node parent, const Item& item, bool isDelete) {
+  Writer writer{parent.append_child(ItemTraits<Item>::root)};
+  visitIdentity(writer, item);
+  if (isDelete) return;
+  visitFields(writer, item);
+  if constexpr (hasPicture<Item>) writeInfos(writer.node, item);
+}
+
+template <class Item>
+bool readItem(const pugi::xml_node& root, Item& item) {
+  if (std::string(root.name()) != ItemTraits<Item>::root) return false;
+  Reader reader{root};
+  visitIdentity(reader, item);
+  visitFields(reader, item);
+  if constexpr (hasPicture<Item>) {
+    if (!readInfos(root, item)) return false;
+  }
+  return reader.ok;
+}
+
+template <class Item>
+bool readEntry(const pugi::xml_node& entry, Item& item) {
+  pugi::xml_document body;
+  if (!parse(body, entry.text().get()) || !readItem(body.document_element(), item)) return false;
+  // A store may give the row's unique id on the entry rather than inside the body.
+  if constexpr (hasPicture<Item>) {
+    const pugi::xml_attribute uniqueId = entry.attribute(H::UNIQUEID);
+    if (uniqueId) item.setUniqueId(uniqueId.value());
+  }
+  return true;
+}
+
+#define JOURNALXML_INSTANTIATE(Item)                                 \
+  template void writeItem<Item>(pugi::xml_node, const Item&, bool); \
+  template bool readItem<Item>(const pugi::xml_node&, Item&);       \
+  template bool readEntry<Item>(const pugi::xml_node&, Item&);
+JOURNALXML_INSTANTIATE(MissedCallItem)
+JOURNALXML_INSTANTIATE(ReceivedCallItem)
+JOURNALXML_INSTANTIATE(DialledCallItem)
+JOURNALXML_INSTANTIATE(ForwardedCallItem)
+JOURNALXML_INSTANTIATE(CallBackItem)
+#undef JOURNALXML_INSTANTIATE
+
+}  // namespace journalxml
+
+namespace {
+
+template <class Item>
+std::string bodyText(const Item& item, bool isDelete) {
+  pugi::xml_document doc;
+  journalxml::writeItem(doc, item, isDelete);
+  return journalxml::print(doc);
+}
+
+template <class Item>
+void appendEntry(const Item& item, std::string& text, bool isDelete) {
+  text += JournalServiceHelper::createXMLField(JournalServiceHelper::ENTRY, bodyText(item, isDelete));
+}
+
+template <class Item>
+bool parseBody(const std::string& body, Item& item) {
+  pugi::xml_document doc;
+  return journalxml::parse(doc, body) && journalxml::readItem(doc.document_element(), item);
+}
+
+// A reply that says the request failed, rather than an empty list.
+bool isFailureReply(const pugi::xml_node& root) {
+  return std::string(root.child_value(JournalServiceHelper::RESULT)) == JournalServiceHelper::FAILURETEXT;
+}
+
+template <class Item>
+bool parseList(const std::string& reply, std::deque<Item>& list) {
+  pugi::xml_document doc;
+  if (!journalxml::parse(doc, reply) || isFailureReply(doc.document_element())) return false;
+  bool ok = true;
+  for (const pugi::xml_node& entry : doc.document_element().children(JournalServiceHelper::ENTRY)) {
+    Item item;
+    if (journalxml::readEntry(entry, item)) {
+      list.push_back(std::move(item));
+    } else {
+      ok = false;
+    }
+  }
+  return ok;
+}
+
+}  // namespace
+
+std::string JournalServiceHelper::createXMLMissedCallItemBody(const MissedCallItem& item, bool isDelete) {
+  return bodyText(item, isDelete);
+}
+std::string JournalServiceHelper::createXMLReceivedCallItemBody(const ReceivedCallItem& item, bool isDelete) {
+  return bodyText(item, isDelete);
+}
+std::string JournalServiceHelper::createXMLDialledCallItemBody(const DialledCallItem& item, bool isDelete) {
+  return bodyText(item, isDelete);
+}
+std::string JournalServiceHelper::createXMLForwardedCallItemBody(const ForwardedCallItem& item, bool isDelete) {
+  return bodyText(item, isDelete);
+}
+std::string JournalServiceHelper::createXMLCallBackItemBody(const CallBackItem& item, bool isDelete) {
+  return bodyText(item, isDelete);
+}
+
+void JournalServiceHelper::createXMLMissedCallItemBody(const MissedCallItem& item, std::string& text, bool isDelete) {
+  appendEntry(item, text, isDelete);
+}
+void JournalServiceHelper::createXMLReceivedCallItemBody(const ReceivedCallItem& item, std::string& text,
+                                                         bool isDelete) {
+  appendEntry(item, text, isDelete);
+}
+void JournalServiceHelper::createXMLDialledCallItemBody(const DialledCallItem& item, std::string& text, bool isDelete) {
+  appendEntry(item, text, isDelete);
+}
+void JournalServiceHelper::createXMLForwardedCallItemBody(const ForwardedCallItem& item, std::string& text,
+                                                          bool isDelete) {
+  appendEntry(item, text, isDelete);
+}
+void JournalServiceHelper::createXMLCallBackItemBody(const CallBackItem& item, std::string& text, bool isDelete) {
+  appendEntry(item, text, isDelete);
+}
+
+bool JournalServiceHelper::parseXMLItemBody(const std::string& body, MissedCallItem& item) {
+  return parseBody(body, item);
+}
+bool JournalServiceHelper::parseXMLItemBody(const std::string& body, ReceivedCallItem& item) {
+  return parseBody(body, item);
+}
+bool JournalServiceHelper::parseXMLItemBody(const std::string& body, DialledCallItem& item) {
+  return parseBody(body, item);
+}
+bool JournalServiceHelper::parseXMLItemBody(const std::string& body, ForwardedCallItem& item) {
+  return parseBody(body, item);
+}
+bool JournalServiceHelper::parseXMLItemBody(const std::string& body, CallBackItem& item) {
+  return parseBody(body, item);
+}
+
+bool JournalServiceHelper::parseXMLMissedCallList(const std::string& reply, std::deque<MissedCallItem>& list) {
+  return parseList(reply, list);
+}
+bool JournalServiceHelper::parseXMLReceivedCallList(const std::string& reply, std::deque<ReceivedCallItem>& list) {
+  return parseList(reply, list);
+}
+bool JournalServiceHelper::parseXMLDialledCallList(const std::string& reply, std::deque<DialledCallItem>& list) {
+  return parseList(reply, list);
+}
+bool JournalServiceHelper::parseXMLForwardedCallList(const std::string& reply, std::deque<ForwardedCallItem>& list) {
+  return parseList(reply, list);
+}
+bool JournalServiceHelper::parseXMLCallBackList(const std::string& reply, std::deque<CallBackItem>& list) {
+  return parseList(reply, list);
+}

@@ -1,0 +1,174 @@
+// JournalServiceHelper: fields, store message frame, value look-up and the pugixml plumbing
+// shared by the other JournalServiceHelper sources.
+#include <cerrno>
+#include <cstdlib>
+
+#include "JournalServiceHelperXml.h"
+#include "framework/JournalServiceHelper.h"
+
+namespace journalxml {
+namespace {
+
+// Collects pugixml output into a string.
+class StringWriter : public pugi::xml_writer {
+ public:
+  void write(const void* data, size_t size) override { out.append(static_cast<const char*>(data), size); }
+  std::string out;
+};
+
+// No end-of-line folding, so a carriage return in a value stays one; blank-only text is kept
+// where it is an element's whole content.
+constexpr unsigned kParseFlags = (pugi::parse_default & ~pugi::parse_eol) | pugi::parse_ws_pcdata_single;
+constexpr unsigned kPrintFlags = pugi::format_raw | pugi::format_no_declaration | pugi::format_no_empty_element_tags;
+
+bool parseNumber(const char* text, long& value) {
+  if (*text == '\0') return false;
+  errno = 0;
+  char* end = nullptr;
+  const long number = std::strtol(text, &end, 10);
+  if (errno != 0 || *end != '\0' || number < -2147483648L || number > 2147483647L) return false;
+  value = number;
+  return true;
+}
+
+}  // namespace
+
+bool parse(pugi::xml_document& doc, const std::string& text, bool keepDeclaration) {
+  const unsigned flags = keepDeclaration ? (kParseFlags | pugi::parse_declaration) : kParseFlags;
+  const pugi::xml_parse_result result = doc.load_buffer(text.data(), text.size(), flags, pugi::encoding_utf8);
+  return result && doc.document_element();
+}
+
+std::string print(const pugi::xml_node& node) {
+  StringWriter writer;
+  node.print(writer, "", kPrintFlags, pugi::encoding_utf8);
+  // pugixml writes carriage returns as they are, and a conforming reader would fold them into
+  // line feeds; as character references they survive any reader. Raw output has no carriage
+  // return outside values.
+  std::string out;
+  out.reserve(writer.out.size());
+  for (const char c : writer.out) {
+    if (c == '\r') {
+      out += "&#13;";
+    } else {
+      out += c;
+    }
+  }
+  return out;
+}
+
+pugi::xml_node makeRoot(pugi::xml_document& doc, const char* rootName) { return doc.append_child(rootName); }
+
+std::string wrap(const char* name, const std::string& innerXml) {
+  return "<" + std::string(name) + ">" + innerXml + "</" + name + ">";
+}
+
+void addField(pugi::xml_node parent, const char* name, const std::string& value) {
+  pugi::xml_node field = parent.append_child(name);
+  if (!value.empty()) field.append_child(pugi::node_pcdata).set_value(value.c_str());
+}
+
+void addField(pugi::xml_node parent, const char* name, long value) { addField(parent, name, std::to_string(value)); }
+
+void addField(pugi::xml_node parent, const char* name, bool value) {
+  addField(parent, name, std::string(value ? JournalServiceHelper::TRUETEXT : JournalServiceHelper::FALSETEXT));
+}
+
+bool readField(const pugi::xml_node& parent, const char* name, std::string& value) {
+  const pugi::xml_node field = parent.child(name);
+  if (field) value = field.text().get();
+  return true;
+}
+
+bool readField(const pugi::xml_node& parent, const char* name, long& value) {
+  const pugi::xml_node field = parent.child(name);
+  return !field || parseNumber(field.text().get(), value);
+}
+
+bool readField(const pugi::xml_node& parent, const char* name, bool& value) {
+  const pugi::xml_node field = parent.child(name);
+  if (!field) return true;
+  const std::string text = field.text().get();
+  if (text == JournalServiceHelper::TRUETEXT || text == "1") {
+    value = true;
+  } else if (text == JournalServiceHelper::FALSETEXT || text == "0") {
+    value = false;
+  } else {
+    return false;
+  }
+  return true;
+}
+
+}  // namespace journalxml
+
+namespace {
+
+// First element named `tag` in document order, at any depth.
+pugi::xml_node findElement(const pugi::xml_document& doc, const char* tag) {
+  const std::string wanted = tag ? tag : "";
+  return doc.find_node([&wanted](const pugi::xml_node& node) {
+    return node.type() == pugi::node_element && wanted == node.name();
+  });
+}
+
+std::string readMessage(const char* table) {
+  std::string message = JournalServiceHelper::createXMLField(JournalServiceHelper::REASONFORMESSAGE,
+                                                             JournalServiceHelper::READREQUEST);
+  JournalServiceHelper::addXMLHeaderFooter(message, table);
+  return message;
+}
+
+}  // namespace
+
+std::string JournalServiceHelper::createXMLField(const char* name, const std::string& value) {
+  pugi::xml_document doc;
+  journalxml::addField(doc, name, value);
+  return journalxml::print(doc);
+}
+
+std::string JournalServiceHelper::createXMLField(const char* name, const char* value) {
+  return createXMLField(name, std::string(value ? value : ""));
+}
+
+void JournalServiceHelper::addXMLHeaderFooter(std::string& message, const std::string& table) {
+  // The root element is written by pugixml (so the table name is escaped) around a marker that
+  // is then replaced by the message, which is already XML.
+  pugi::xml_document doc;
+  pugi::xml_node root = journalxml::makeRoot(doc, STOREREQUEST);
+  root.append_attribute(TABLE).set_value(table.c_str());
+  root.append_child(pugi::node_pcdata).set_value("#");
+  std::string frame = journalxml::print(doc);
+  const size_t marker = frame.find('#', frame.find('>'));
+  frame.replace(marker, 1, message);
+  message = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>" + frame;
+}
+
+bool JournalServiceHelper::getXMLValue(const std::string& xml, const char* tag, std::string& value) {
+  pugi::xml_document doc;
+  if (!journalxml::parse(doc, xml)) return false;
+  const pugi::xml_node node = findElement(doc, tag);
+  if (!node) return false;
+  value = node.text().get();
+  return true;
+}
+
+bool JournalServiceHelper::getAndRemoveXMLValue(std::string& xml, const char* tag, std::string& value) {
+  pugi::xml_document doc;
+  if (!journalxml::parse(doc, xml, true)) return false;
+  pugi::xml_node node = findElement(doc, tag);
+  if (!node) return false;
+  value = node.text().get();
+  node.parent().remove_child(node);
+  xml = journalxml::print(doc);
+  return true;
+}
+
+bool JournalServiceHelper::parseLastUniqueId(const std::string& reply, std::string& id) {
+  id.clear();
+  return getXMLValue(reply, LASTUNIQUEID, id) && !id.empty();
+}
+
+std::string JournalServiceHelper::readMissedCallList() { return readMessage(DAS_CALLLOGMISSEDCALLS); }
+std::string JournalServiceHelper::readDialledCallList() { return readMessage(DAS_CALLLOGDIALLEDCALLS); }
+std::string JournalServiceHelper::readReceivedCallList() { return readMessage(DAS_CALLLOGRECEIVEDCALLS); }
+std::string JournalServiceHelper::readForwardedCallList() { return readMessage(DAS_CALLLOGFORWARDEDCALLS); }

@@ -1,0 +1,64 @@
+// Internals shared by the JournalServiceHelper sources: parsing and writing with pugixml under
+// the flags that keep text exactly, and the item codec used by lists, replies and observer
+// messages. Not installed; the rest of the system never sees pugixml.
+#pragma once
+
+#include <pugixml.hpp>
+
+#include <string>
+
+#include "framework/JournalServiceHelper.h"
+
+namespace journalxml {
+
+// Parses `text` keeping every byte of character data: no end-of-line normalisation, blank-only
+// text kept where it is an element's only content. False when not well-formed.
+bool parse(pugi::xml_document& doc, const std::string& text, bool keepDeclaration = false);
+
+// Writes a node (or a whole document) without indentation and without declaration.
+std::string print(const pugi::xml_node& node);
+
+// Appends <name>value</name> to `parent`.
+void addField(pugi::xml_node parent, const char* name, const std::string& value);
+void addField(pugi::xml_node parent, const char* name, long value);
+void addField(pugi::xml_node parent, const char* name, bool value);
+
+// Reads the text of child `name` into `value`; an absent child leaves `value` unchanged.
+// Numbers must be decimal integers and flags "true"/"false" (or "1"/"0"); anything else is false.
+bool readField(const pugi::xml_node& parent, const char* name, std::string& value);
+bool readField(const pugi::xml_node& parent, const char* name, long& value);
+bool readField(const pugi::xml_node& parent, const char* name, bool& value);
+
+// Enumerations travel as decimal numbers.
+template <class Enum>
+bool readEnum(const pugi::xml_node& parent, const char* name, Enum& value) {
+  long number = static_cast<long>(value);
+  if (!readField(parent, name, number)) return false;
+  value = static_cast<Enum>(number);
+  return true;
+}
+
+// The item codec: the element of one item's body (appended to `parent`) and its reverse.
+template <class Item>
+void writeItem(pugi::xml_node parent, const Item& item, bool isDelete);
+template <class Item>
+bool readItem(const pugi::xml_node& root, Item& item);
+// Parses the text of an ENTRY element (an item body) into `item`.
+template <class Item>
+bool readEntry(const pugi::xml_node& entry, Item& item);
+
+// Appends an ENTRY element holding the body of `item` as text.
+template <class Item>
+void addEntry(pugi::xml_node parent, const Item& item, bool isDelete) {
+  pugi::xml_document body;
+  writeItem(body, item, isDelete);
+  addField(parent, JournalServiceHelper::ENTRY, print(body));
+}
+
+// A document whose root element is `rootName`.
+pugi::xml_node makeRoot(pugi::xml_document& doc, const char* rootName);
+
+// Wraps `innerXml` (already XML, escaped) in an element `name`.
+std::string wrap(const char* name, const std::string& innerXml);
+
+}  // namespace journalxml
