@@ -16,6 +16,7 @@
 #include <condition_variable>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -57,11 +58,26 @@ class FrameworkContext : public Context {
     uint64_t sequence;  // tie-break: earlier arming first
   };
 
+  // Connects the time source's listener to this context; cut in the destructor, so that a
+  // listener call still running on another thread never reaches a destroyed context.
+  struct WakeLink;
+
   void timerLoop();
   // Under m_mutex: the id of the armed timer due first, or 0.
   int nextDue(int64_t* deadline) const;
+  // Under m_mutex: true while an armed timer is due now or an expiry is being delivered.
+  bool busy() const;
+  void arm(Timer& timer);
+  // Called with `lock` held; releases it while the owner's timerEvent runs.
+  void deliver(std::unique_lock<std::mutex>& lock, int timerId);
+  // Called with `lock` held; sleeps until `deadline` (when dueId != 0) or until woken.
+  void sleepUntilDue(std::unique_lock<std::mutex>& lock, int dueId, int64_t deadline);
+  void wake();
+  // Under m_mutex.
+  bool onTimerThread() const;
 
   fw::TimeSource& m_time;
+  std::shared_ptr<WakeLink> m_wakeLink;
   int m_listenerToken = 0;
   mutable std::mutex m_mutex;  // guards everything below; never held while calling a service
   std::condition_variable m_cv;
@@ -71,6 +87,7 @@ class FrameworkContext : public Context {
   uint64_t m_nextSequence = 0;
   Executable* m_delivering = nullptr;  // owner whose timerEvent is running, or null
   bool m_stop = false;
+  std::thread::id m_timerThreadId;  // set by the timer thread when it starts
   std::thread m_thread;
 };
 
