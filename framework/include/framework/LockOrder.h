@@ -7,6 +7,11 @@
 // not deadlock are caught too, since the check looks at the order, not at blocking. Taking a lock
 // that the same thread already holds is reported as well (our locks are not recursive).
 //
+// Semaphores of maximum 1 also serve as binary signals. A take holds a lock only when the unit it
+// got is the initial one or was given back by the thread that took the semaphore last; consuming
+// a unit given by another thread holds nothing. A semaphore given by one thread while another
+// holds it is left out of the order from then on.
+//
 // The checker is compiled in with FW_LOCK_ORDER_CHECK (all presets by default) and can be switched
 // off at run time. Thread-safe; its own mutex is a leaf lock.
 #pragma once

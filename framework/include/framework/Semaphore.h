@@ -10,12 +10,19 @@
 #pragma once
 
 #include <condition_variable>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <mutex>
 #include <string>
 
 #pragma GCC visibility push(default)
+
+namespace fw {
+class LockOrderChecker;
+struct LockTrack;
+}  // namespace fw
 
 class Semaphore {
  public:
@@ -36,9 +43,16 @@ class Semaphore {
   bool isLock() const { return m_max == 1; }
 
  private:
-  bool waitTurn(std::unique_lock<std::mutex>& guard, int ms);
+  friend class fw::LockOrderChecker;  // reads m_track
+  friend class SemaphoreTestAccess;   // tests wait for blockedWaiters() instead of sleeping
 
-  std::mutex m_mutex;  // internal, leaf
+  bool waitTurn(std::unique_lock<std::mutex>& guard, int ms);
+  bool waitAnyOrder(std::unique_lock<std::mutex>& guard, int ms);
+  bool waitInArrivalOrder(std::unique_lock<std::mutex>& guard, int ms);
+  // Number of threads currently blocked in take().
+  std::size_t blockedWaiters();
+
+  std::mutex m_mutex;  // internal; only the lock-order checker's own leaf mutex is taken under it
   std::condition_variable m_cv;
   int m_count;
   const int m_max;
@@ -47,6 +61,9 @@ class Semaphore {
   uint64_t m_nextTicket = 0;
   const uint64_t m_id;
   std::string m_name;
+  std::size_t m_blocked = 0;  // threads blocked in take(), both fairness modes
+  // Shared with the lock-order checker; set for locks (maximum 1) when the checker is built in.
+  std::shared_ptr<fw::LockTrack> m_track;
 };
 
 // Takes `sem` without time limit on construction and gives it back on destruction.
