@@ -27,21 +27,21 @@ bool Deflect::operator==(const Deflect& o) const {
          namePresentation == o.namePresentation;
 }
 
-bool MissedCallItem::MissedCallInfo::operator==(const MissedCallInfo& o) const {
+bool MissedCallInfoRecord::operator==(const MissedCallInfoRecord& o) const {
   return CallInfo::operator==(o) && TimeFormat::operator==(o) && Deflect::operator==(o) &&
          completedElsewhere == o.completedElsewhere;
 }
 
-bool ReceivedCallItem::ReceivedCallInfo::operator==(const ReceivedCallInfo& o) const {
+bool ReceivedCallInfoRecord::operator==(const ReceivedCallInfoRecord& o) const {
   return CallInfo::operator==(o) && Duration::operator==(o) && TimeFormat::operator==(o) && Deflect::operator==(o);
 }
 
-bool DialledCallItem::DialledCallInfo::operator==(const DialledCallInfo& o) const {
+bool DialledCallInfoRecord::operator==(const DialledCallInfoRecord& o) const {
   return CallInfo::operator==(o) && Duration::operator==(o) && TimeFormat::operator==(o) &&
          dialledNumber == o.dialledNumber && isFeatureAccessCode == o.isFeatureAccessCode;
 }
 
-bool ForwardedCallItem::ForwardedCallInfo::operator==(const ForwardedCallInfo& o) const {
+bool ForwardedCallInfoRecord::operator==(const ForwardedCallInfoRecord& o) const {
   return CallInfo::operator==(o) && Duration::operator==(o);
 }
 

@@ -108,34 +108,41 @@ bool parseCivil(const std::string& text, CivilTime& civil) {
 
 }  // namespace fw
 
+namespace {
+
+// The fields of a text written by formatTimeDate; all zero for a text that does not parse.
+fw::CivilTime parsedOrZero(const std::string& text) {
+  fw::CivilTime parsed;
+  fw::parseCivil(text, parsed);
+  return parsed;
+}
+
+void timeOfDay(const fw::CivilTime& civil, int& hour, int& minute, int& second) {
+  hour = civil.hour;
+  minute = civil.minute;
+  second = civil.second;
+}
+
+void dateOf(const fw::CivilTime& civil, int& day, int& month, int& year) {
+  day = civil.day;
+  month = civil.month;
+  year = civil.year;
+}
+
+}  // namespace
+
 void ClockServiceBase::getCurrentTime(int& hour, int& minute, int& second) {
-  fw::CivilTime now = nowCivil();
-  hour = now.hour;
-  minute = now.minute;
-  second = now.second;
+  timeOfDay(nowCivil(), hour, minute, second);
 }
 
 void ClockServiceBase::getTimeFromString(const std::string& text, int& hour, int& minute, int& second) {
-  fw::CivilTime parsed;  // stays all zero for a text that does not parse
-  fw::parseCivil(text, parsed);
-  hour = parsed.hour;
-  minute = parsed.minute;
-  second = parsed.second;
+  timeOfDay(parsedOrZero(text), hour, minute, second);
 }
 
-void ClockServiceBase::getCurrentDate(int& day, int& month, int& year) {
-  fw::CivilTime now = nowCivil();
-  day = now.day;
-  month = now.month;
-  year = now.year;
-}
+void ClockServiceBase::getCurrentDate(int& day, int& month, int& year) { dateOf(nowCivil(), day, month, year); }
 
 void ClockServiceBase::getDateFromString(const std::string& text, int& day, int& month, int& year) {
-  fw::CivilTime parsed;  // stays all zero for a text that does not parse
-  fw::parseCivil(text, parsed);
-  day = parsed.day;
-  month = parsed.month;
-  year = parsed.year;
+  dateOf(parsedOrZero(text), day, month, year);
 }
 
 // Both clocks count local wall-clock seconds (see getCurrentTimeSec), so the text is the plain

@@ -106,15 +106,6 @@ TEST(AutoSave, FirstDelayFollowsTheLastByte) {
   }
 }
 
-TEST(AutoSave, WithoutMobilityServiceTheTimersStillRun) {
-  JournalHarness phone(phoneWith("Velmora KPX", "00"), kAllServices & ~kMobilityService);
-  phone.start();
-  phone.peer().setVisitorCallLogChanged(true);
-  phone.advance(3 * kHour);
-  EXPECT_EQ(phone.context.armedTimers(), 1u);
-  EXPECT_TRUE(phone.peer().visitorCallLogChanged());
-}
-
 TEST(AutoSave, UnknownTimerOnlyLogs) {
   LogCapture log;
   JournalHarness phone(phoneWith("Velmora KPX", "00"));

@@ -66,30 +66,22 @@ class RecordingCstaService : public Service, public CSTAServiceIfc {
   std::atomic<int> m_responseCode{0};
 };
 
-// Store that records every request and answers from a script (then "failed").
+// Store that records every request and answers "failed".
 class RecordingDataAccess : public Service, public DataAccessServiceIfc {
  public:
   std::string processRequest(const std::string& request) override {
     std::lock_guard<std::mutex> guard(m_mutex);
     m_requests.push_back(request);
-    if (m_replies.empty()) return "failed";
-    std::string reply = m_replies.front();
-    m_replies.pop_front();
-    return reply;
+    return "failed";
   }
-  void replyNext(const std::string& reply) {
+  size_t requestCount() const {
     std::lock_guard<std::mutex> guard(m_mutex);
-    m_replies.push_back(reply);
-  }
-  std::vector<std::string> requests() const {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_requests;
+    return m_requests.size();
   }
 
  private:
   mutable std::mutex m_mutex;
   std::vector<std::string> m_requests;
-  std::deque<std::string> m_replies;
 };
 
 // Phonebook held in a map from number to contact.

@@ -2,10 +2,11 @@
 //
 //   CallItem                      entry id, surname, first name
 //    +- CallItemWithPicture       + unique id in the store, picture clip
-//    |   +- MissedCallItem        + MissedCallInfo list, viewed flag
-//    |   +- ReceivedCallItem      + ReceivedCallInfo list
-//    |   +- DialledCallItem       + group-by text, DialledCallInfo list
-//    |   +- ForwardedCallItem     + ForwardedCallInfo list
+//    |   +- CallItemWithInfos<I>  + list of occurrence records I
+//    |       +- MissedCallItem    + viewed flag
+//    |       +- ReceivedCallItem
+//    |       +- DialledCallItem   + group-by text
+//    |       +- ForwardedCallItem
 //    +- CallBackItem              + number, number type, time, callback type and state, device id
 //
 // Infos are CallInfo plus the small groups TimeFormat, Duration and Deflect. Contact is the
@@ -126,126 +127,118 @@ class Deflect {
   bool operator==(const Deflect& o) const;
 };
 
-class MissedCallItem : public CallItemWithPicture {
+// The occurrence records of the four call entry types. Each entry type names its own as a nested
+// type (MissedCallItem::MissedCallInfo, ...).
+class MissedCallInfoRecord : public CallInfo, public TimeFormat, public Deflect {
  public:
-  class MissedCallInfo : public CallInfo, public TimeFormat, public Deflect {
-   public:
-    bool completedElsewhere = false;
-    bool operator==(const MissedCallInfo& o) const;
-  };
-  using InfoList = std::list<MissedCallInfo>;
+  bool completedElsewhere = false;  // answered at another device of the same line
+  bool operator==(const MissedCallInfoRecord& o) const;
+};
+
+class ReceivedCallInfoRecord : public CallInfo, public Duration, public TimeFormat, public Deflect {
+ public:
+  bool operator==(const ReceivedCallInfoRecord& o) const;
+};
+
+class DialledCallInfoRecord : public CallInfo, public Duration, public TimeFormat {
+ public:
+  std::string dialledNumber;  // the digits as dialled, when they were a feature access code
+  bool isFeatureAccessCode = false;
+  bool operator==(const DialledCallInfoRecord& o) const;
+};
+
+class ForwardedCallInfoRecord : public CallInfo, public Duration {
+ public:
+  bool operator==(const ForwardedCallInfoRecord& o) const;
+};
+
+// What the four call entry types share: the picture fields and a list of occurrences, newest first.
+template <class Info>
+class CallItemWithInfos : public CallItemWithPicture {
+ public:
+  using InfoList = std::list<Info>;
+
+  CallItemWithInfos() = default;
+  CallItemWithInfos(std::string entryId, std::string surname, std::string firstname, InfoList infos)
+      : CallItemWithPicture(std::move(entryId), std::move(surname), std::move(firstname)),
+        m_infos(std::move(infos)) {}
+
+  const InfoList& infos() const { return m_infos; }
+  InfoList& infos() { return m_infos; }
+  void addCallInfoToList(const Info& info) { ::addCallInfoToList(m_infos, info); }
+
+ protected:
+  bool sameItemWithInfos(const CallItemWithInfos& o) const { return sameItemWithPicture(o) && m_infos == o.m_infos; }
+
+ private:
+  InfoList m_infos;
+};
+
+class MissedCallItem : public CallItemWithInfos<MissedCallInfoRecord> {
+ public:
+  using MissedCallInfo = MissedCallInfoRecord;
 
   MissedCallItem() = default;
   MissedCallItem(std::string entryId, std::string surname, std::string firstname, InfoList infos, bool viewed)
-      : CallItemWithPicture(std::move(entryId), std::move(surname), std::move(firstname)),
-        m_infos(std::move(infos)), m_viewed(viewed) {}
+      : CallItemWithInfos(std::move(entryId), std::move(surname), std::move(firstname), std::move(infos)),
+        m_viewed(viewed) {}
   ~MissedCallItem() override;
 
-  const InfoList& getMissedCallInfoList() const { return m_infos; }
-  InfoList& getMissedCallInfoList() { return m_infos; }
-  void setMissedCallInfoList(const InfoList& infos) { m_infos = infos; }
-  void addCallInfoToList(const MissedCallInfo& info) { ::addCallInfoToList(m_infos, info); }
-  const InfoList& infos() const { return m_infos; }
-  InfoList& infos() { return m_infos; }
+  const InfoList& getMissedCallInfoList() const { return infos(); }
+  InfoList& getMissedCallInfoList() { return infos(); }
+  void setMissedCallInfoList(const InfoList& list) { infos() = list; }
   bool getViewed() const { return m_viewed; }
   void setViewed(bool viewed) { m_viewed = viewed; }
 
-  bool operator==(const MissedCallItem& o) const {
-    return sameItemWithPicture(o) && m_infos == o.m_infos && m_viewed == o.m_viewed;
-  }
+  bool operator==(const MissedCallItem& o) const { return sameItemWithInfos(o) && m_viewed == o.m_viewed; }
 
  private:
-  InfoList m_infos;
   bool m_viewed = false;
 };
 
-class ReceivedCallItem : public CallItemWithPicture {
+class ReceivedCallItem : public CallItemWithInfos<ReceivedCallInfoRecord> {
  public:
-  class ReceivedCallInfo : public CallInfo, public Duration, public TimeFormat, public Deflect {
-   public:
-    bool operator==(const ReceivedCallInfo& o) const;
-  };
-  using InfoList = std::list<ReceivedCallInfo>;
-
-  ReceivedCallItem() = default;
-  ReceivedCallItem(std::string entryId, std::string surname, std::string firstname, InfoList infos)
-      : CallItemWithPicture(std::move(entryId), std::move(surname), std::move(firstname)),
-        m_infos(std::move(infos)) {}
+  using ReceivedCallInfo = ReceivedCallInfoRecord;
+  using CallItemWithInfos::CallItemWithInfos;
   ~ReceivedCallItem() override;
 
-  const InfoList& getReceivedCallInfoList() const { return m_infos; }
-  InfoList& getReceivedCallInfoList() { return m_infos; }
-  void setReceivedCallInfoList(const InfoList& infos) { m_infos = infos; }
-  void addCallInfoToList(const ReceivedCallInfo& info) { ::addCallInfoToList(m_infos, info); }
-  const InfoList& infos() const { return m_infos; }
-  InfoList& infos() { return m_infos; }
+  const InfoList& getReceivedCallInfoList() const { return infos(); }
+  InfoList& getReceivedCallInfoList() { return infos(); }
+  void setReceivedCallInfoList(const InfoList& list) { infos() = list; }
 
-  bool operator==(const ReceivedCallItem& o) const { return sameItemWithPicture(o) && m_infos == o.m_infos; }
-
- private:
-  InfoList m_infos;
+  bool operator==(const ReceivedCallItem& o) const { return sameItemWithInfos(o); }
 };
 
-class DialledCallItem : public CallItemWithPicture {
+class DialledCallItem : public CallItemWithInfos<DialledCallInfoRecord> {
  public:
-  class DialledCallInfo : public CallInfo, public Duration, public TimeFormat {
-   public:
-    std::string dialledNumber;  // the digits as dialled, when they were a feature access code
-    bool isFeatureAccessCode = false;
-    bool operator==(const DialledCallInfo& o) const;
-  };
-  using InfoList = std::list<DialledCallInfo>;
-
-  DialledCallItem() = default;
-  DialledCallItem(std::string entryId, std::string surname, std::string firstname, InfoList infos)
-      : CallItemWithPicture(std::move(entryId), std::move(surname), std::move(firstname)),
-        m_infos(std::move(infos)) {}
+  using DialledCallInfo = DialledCallInfoRecord;
+  using CallItemWithInfos::CallItemWithInfos;
   ~DialledCallItem() override;
 
   // The text dialled entries are grouped by (spelt so on purpose).
   const std::string& getJournalSeviceGroupBy() const { return m_groupBy; }
   void setJournalSeviceGroupBy(const std::string& groupBy) { m_groupBy = groupBy; }
-  const InfoList& getDialledCallInfoList() const { return m_infos; }
-  InfoList& getDialledCallInfoList() { return m_infos; }
-  void setDialledCallInfoList(const InfoList& infos) { m_infos = infos; }
-  void addCallInfoToList(const DialledCallInfo& info) { ::addCallInfoToList(m_infos, info); }
-  const InfoList& infos() const { return m_infos; }
-  InfoList& infos() { return m_infos; }
+  const InfoList& getDialledCallInfoList() const { return infos(); }
+  InfoList& getDialledCallInfoList() { return infos(); }
+  void setDialledCallInfoList(const InfoList& list) { infos() = list; }
 
-  bool operator==(const DialledCallItem& o) const {
-    return sameItemWithPicture(o) && m_groupBy == o.m_groupBy && m_infos == o.m_infos;
-  }
+  bool operator==(const DialledCallItem& o) const { return sameItemWithInfos(o) && m_groupBy == o.m_groupBy; }
 
  private:
   std::string m_groupBy;
-  InfoList m_infos;
 };
 
-class ForwardedCallItem : public CallItemWithPicture {
+class ForwardedCallItem : public CallItemWithInfos<ForwardedCallInfoRecord> {
  public:
-  class ForwardedCallInfo : public CallInfo, public Duration {
-   public:
-    bool operator==(const ForwardedCallInfo& o) const;
-  };
-  using InfoList = std::list<ForwardedCallInfo>;
-
-  ForwardedCallItem() = default;
-  ForwardedCallItem(std::string entryId, std::string surname, std::string firstname, InfoList infos)
-      : CallItemWithPicture(std::move(entryId), std::move(surname), std::move(firstname)),
-        m_infos(std::move(infos)) {}
+  using ForwardedCallInfo = ForwardedCallInfoRecord;
+  using CallItemWithInfos::CallItemWithInfos;
   ~ForwardedCallItem() override;
 
-  const InfoList& getForwardedCallInfoList() const { return m_infos; }
-  InfoList& getForwardedCallInfoList() { return m_infos; }
-  void setForwardedCallInfoList(const InfoList& infos) { m_infos = infos; }
-  void addCallInfoToList(const ForwardedCallInfo& info) { ::addCallInfoToList(m_infos, info); }
-  const InfoList& infos() const { return m_infos; }
-  InfoList& infos() { return m_infos; }
+  const InfoList& getForwardedCallInfoList() const { return infos(); }
+  InfoList& getForwardedCallInfoList() { return infos(); }
+  void setForwardedCallInfoList(const InfoList& list) { infos() = list; }
 
-  bool operator==(const ForwardedCallItem& o) const { return sameItemWithPicture(o) && m_infos == o.m_infos; }
-
- private:
-  InfoList m_infos;
+  bool operator==(const ForwardedCallItem& o) const { return sameItemWithInfos(o); }
 };
 
 class CallBackItem : public CallItem {
