@@ -1,15 +1,103 @@
-// JournalServiceHelper: item bodies, lists and observer updates over the five entry types.
+// JournalServiceHelper: item bodies, store messages, client requests and replies, observer messages.
 #include <gtest/gtest.h>
 
+#include <deque>
+#include <string>
+#include <type_traits>
+#include <vector>
+
 #include "framework/JournalServiceHelper.h"
-#include "journal_helper_samples.h"
 
 namespace {
 
 using H = JournalServiceHelper;
-using journal_samples::makeItem;
-using journal_samples::nastyTexts;
-using journal_samples::Ops;
+
+// A text for field `k` carrying `text` at both ends and differing between fields, so that edge
+// blanks and markup are exercised and swapped fields are seen.
+std::string field(const std::string& text, int k) { return text + "#" + std::to_string(k) + text; }
+
+// Every field set, to a value other than its default.
+template <class Info>
+Info makeInfo(const std::string& t, int n) {
+  Info info;
+  int k = 100 + n;
+  for (std::string* text : {&info.entryId, &info.number, &info.connectedNumber, &info.connectedSurname,
+                            &info.connectedFirstname})
+    *text = field(t, k++);
+  info.timeDate = "2024-03-0" + std::to_string(n + 1) + "T10:11:12";
+  info.logTarget = CallLogEntryEvent::LT_DIALLED_OTHER;
+  info.CallInfo::numberPresentation = CallLogEntryEvent::PV_RESTRICTED;
+  info.CallInfo::namePresentation = CallLogEntryEvent::PV_SHOWN;
+  info.numberType = NumberType::NT_MOBILE;
+  info.connectedNumberType = NumberType::NT_HOME;
+  if constexpr (std::is_base_of_v<TimeFormat, Info>) info.timeFormat = CallLogEntryEvent::TF_UTC;
+  if constexpr (std::is_base_of_v<Duration, Info>) info.duration = field(t, k++);
+  if constexpr (std::is_base_of_v<Deflect, Info>) {
+    info.deflectNumber = field(t, k++);
+    info.deflectName = field(t, k++);
+    info.deflectNumberType = NumberType::NT_OTHER;
+    info.Deflect::numberPresentation = CallLogEntryEvent::PV_SHOWN;
+    info.Deflect::namePresentation = CallLogEntryEvent::PV_RESTRICTED;
+  }
+  if constexpr (std::is_same_v<Info, MissedCallItem::MissedCallInfo>) info.completedElsewhere = true;
+  if constexpr (std::is_same_v<Info, DialledCallItem::DialledCallInfo>) {
+    info.dialledNumber = field(t, k++);
+    info.isFeatureAccessCode = true;
+  }
+  return info;
+}
+
+template <class Item>
+Item makeItem(const std::string& t, int n = 0) {
+  Item item;
+  item.setEntryId(field(t, 1 + n));
+  item.setSurname(field(t, 2 + n));
+  item.setFirstname(field(t, 3 + n));
+  if constexpr (std::is_same_v<Item, CallBackItem>) {
+    item.setNumber(field(t, 4 + n));
+    item.setNumberType(NumberType::NT_BUSINESS);
+    item.setTimeDate(field(t, 5 + n));
+    item.setCallBackType(CallBackItem::CBT_ON_NO_REPLY);
+    item.setCallBackState(CallBackItem::CBS_READY);
+    item.setDeviceId(field(t, 6 + n));
+  } else {
+    item.setUniqueId(field(t, 7 + n));
+    item.setPictureClip(field(t, 8 + n));
+    // Two occurrences in a definite order: the order must survive too.
+    item.infos().push_back(makeInfo<typename Item::InfoList::value_type>(t, 1 + n));
+    item.infos().push_back(makeInfo<typename Item::InfoList::value_type>(t, n));
+    if constexpr (std::is_same_v<Item, MissedCallItem>) item.setViewed(true);
+    if constexpr (std::is_same_v<Item, DialledCallItem>) item.setJournalSeviceGroupBy(field(t, 9 + n));
+  }
+  return item;
+}
+
+// The helper's operations for one entry type, so typed tests run over all five.
+template <class Item>
+struct Ops;
+using S = std::string;
+#define JOURNAL_OPS(Item, Name, Plural)                                                                     \
+  template <>                                                                                               \
+  struct Ops<Item> {                                                                                        \
+    static S body(const Item& i, bool d) { return H::createXML##Name##ItemBody(i, d); }                     \
+    static void append(const Item& i, S& t, bool d) { H::createXML##Name##ItemBody(i, t, d); }              \
+    static bool parseList(const S& r, std::deque<Item>& l) { return H::parseXML##Name##List(r, l); }        \
+    static S resp(const std::deque<Item>& l) { return H::respGet##Name##List(l); }                          \
+    static S obs(const Item& i, const S& id, int a) { return H::obsReq##Plural(i, id, a); }                 \
+    static bool parseObs(const S& m, Item& i, S& id, int& a) { return H::parseObsReq##Plural(m, i, id, a); } \
+  };
+JOURNAL_OPS(MissedCallItem, MissedCall, MissedCallsUpdate)
+JOURNAL_OPS(ReceivedCallItem, ReceivedCall, ReceivedCallsUpdate)
+JOURNAL_OPS(DialledCallItem, DialledCall, DialledCallsUpdate)
+JOURNAL_OPS(ForwardedCallItem, ForwardedCall, ForwardedCallsUpdate)
+JOURNAL_OPS(CallBackItem, CallBack, CallBacksUpdate)
+#undef JOURNAL_OPS
+
+// Texts that break naive XML handling.
+const std::vector<std::string> kNastyTexts = {
+    "", " ", "  leading and trailing  ", "<surname>&amp;</surname>", "a < b > c & d \" e ' f", "]]> <![CDATA[ x ]]>",
+    "line one\nline two\r\nline three\r\ttab\t", "M\xC3\xBCller \xE6\x97\xA5 \xF0\x9F\x93\x9E", "&#60; &lt; &unknown;",
+    std::string(100000, 'x') + "<&>" + std::string(1000, ' ')};
 
 // A store read reply holding `entries` (ENTRY fields).
 std::string readReply(const std::string& entries) {
@@ -18,176 +106,121 @@ std::string readReply(const std::string& entries) {
 
 template <class Item>
 class JournalHelperItems : public ::testing::Test {};
-
 using ItemTypes = ::testing::Types<MissedCallItem, ReceivedCallItem, DialledCallItem, ForwardedCallItem, CallBackItem>;
 TYPED_TEST_SUITE(JournalHelperItems, ItemTypes);
 
-TYPED_TEST(JournalHelperItems, BodiesWrittenIntoReadReplyParseBackInOrder) {
+TYPED_TEST(JournalHelperItems, EveryFieldRoundTripsThroughBodiesAndLists) {
   using Item = TypeParam;
-  const std::deque<Item> written = {makeItem<Item>("first", 0), makeItem<Item>("second", 20), Item()};
+  std::deque<Item> written;
   std::string entries;
-  for (const Item& item : written) Ops<Item>::append(item, entries, false);
-
-  std::deque<Item> read = {makeItem<Item>("already there", 40)};
-  ASSERT_TRUE(Ops<Item>::parseList(readReply(entries), read));
-  ASSERT_EQ(read.size(), 4u);  // appended behind what the list held
-  EXPECT_EQ(read[0], makeItem<Item>("already there", 40));
-  for (size_t i = 0; i < written.size(); ++i) EXPECT_EQ(read[i + 1], written[i]) << "entry " << i;
-}
-
-TYPED_TEST(JournalHelperItems, EveryNastyTextSurvivesByteForByte) {
-  using Item = TypeParam;
-  for (const std::string& text : nastyTexts()) {
-    const Item item = makeItem<Item>(text);
+  for (size_t k = 0; k <= kNastyTexts.size(); ++k) {
+    written.push_back(k < kNastyTexts.size() ? makeItem<Item>(kNastyTexts[k], 20 * k) : Item());
     Item parsed;
-    ASSERT_TRUE(H::parseXMLItemBody(Ops<Item>::body(item, false), parsed)) << text.substr(0, 40);
-    EXPECT_TRUE(parsed == item) << "text: " << text.substr(0, 40);
-
-    std::deque<Item> list;
-    std::string entries;
-    Ops<Item>::append(item, entries, false);
-    ASSERT_TRUE(Ops<Item>::parseList(readReply(entries), list));
-    ASSERT_EQ(list.size(), 1u);
-    EXPECT_TRUE(list.front() == item) << "text in list: " << text.substr(0, 40);
+    ASSERT_TRUE(H::parseXMLItemBody(Ops<Item>::body(written.back(), false), parsed)) << "text " << k;
+    EXPECT_TRUE(parsed == written.back()) << "text " << k;
+    Ops<Item>::append(written.back(), entries, false);
   }
+  std::deque<Item> read = {Item()}, replied;
+  ASSERT_TRUE(Ops<Item>::parseList(readReply(entries), read));
+  read.pop_front();  // entries are appended behind what the list held
+  EXPECT_TRUE(read == written);
+  ASSERT_TRUE(Ops<Item>::parseList(Ops<Item>::resp(written), replied));  // the client's list reply
+  EXPECT_TRUE(replied == written);
+
+  Item deleted, expected;  // a delete body names the entry and nothing else
+  ASSERT_TRUE(H::parseXMLItemBody(Ops<Item>::body(written[3], true), deleted));
+  expected.setEntryId(written[3].getEntryId());
+  if constexpr (!std::is_same_v<Item, CallBackItem>) expected.setUniqueId(written[3].getUniqueId());
+  EXPECT_EQ(deleted, expected);
 }
 
-TYPED_TEST(JournalHelperItems, AppendingOverloadAddsTheBodyAsOneEntryField) {
-  using Item = TypeParam;
-  const Item item = makeItem<Item>("<x>");
-  std::string text = "prefix";
-  Ops<Item>::append(item, text, true);
-  EXPECT_EQ(text, "prefix" + H::createXMLField(H::ENTRY, Ops<Item>::body(item, true)));
-  // The body is text inside the entry: none of its fields can be found as an element.
-  std::string value;
-  EXPECT_FALSE(H::getXMLValue(text.substr(6), H::ENTRYID, value));
-  ASSERT_TRUE(H::getXMLValue(text.substr(6), H::ENTRY, value));
-  EXPECT_EQ(value, Ops<Item>::body(item, true));
-}
-
-TYPED_TEST(JournalHelperItems, DeleteBodyNamesTheEntryAndNothingElse) {
-  using Item = TypeParam;
-  const Item item = makeItem<Item>("  del & <ete>  ");
-  const std::string body = Ops<Item>::body(item, true);
-
-  std::string value;
-  ASSERT_TRUE(H::getXMLValue(body, H::ENTRYID, value));
-  EXPECT_EQ(value, item.getEntryId());
-  EXPECT_FALSE(H::getXMLValue(body, H::SURNAME, value));
-  EXPECT_FALSE(H::getXMLValue(body, H::CALLINFO, value));
-
-  Item parsed;
-  ASSERT_TRUE(H::parseXMLItemBody(body, parsed));
-  EXPECT_EQ(parsed.getEntryId(), item.getEntryId());
-  EXPECT_TRUE(parsed.getSurname().empty());
-  if constexpr (!std::is_same_v<Item, CallBackItem>) {
-    ASSERT_TRUE(H::getXMLValue(body, H::UNIQUEID, value));
-    EXPECT_EQ(value, item.getUniqueId());
-    EXPECT_EQ(parsed.getUniqueId(), item.getUniqueId());
-    EXPECT_TRUE(parsed.infos().empty());
-  }
-}
-
-TYPED_TEST(JournalHelperItems, ClientListReplyParsesBack) {
-  using Item = TypeParam;
-  const std::deque<Item> list = {makeItem<Item>("a\"b", 0), makeItem<Item>("\xC3\xA9", 10)};
-  std::deque<Item> parsed;
-  ASSERT_TRUE(Ops<Item>::parseList(Ops<Item>::resp(list), parsed));
-  EXPECT_EQ(parsed, list);
-
-  std::deque<Item> none;
-  EXPECT_TRUE(Ops<Item>::parseList(Ops<Item>::resp({}), none));
-  EXPECT_TRUE(none.empty());
-  EXPECT_FALSE(Ops<Item>::parseList(H::FAILURE, none));
-}
-
-TYPED_TEST(JournalHelperItems, ObserverUpdateParsesBackToItemIdAndAction) {
+TYPED_TEST(JournalHelperItems, ObserverUpdatesParseBackAndOthersAreRefused) {
   using Item = TypeParam;
   const Item item = makeItem<Item>("obs <&>");
-  for (int action = 0; action <= 3; ++action) {
-    const std::string msg = Ops<Item>::obs(item, " id & <id> ", action);
-    EXPECT_EQ(H::getObserverOperation(msg), Ops<Item>::obsOperation);
-    Item parsed;
-    std::string id;
-    int parsedAction = -1;
-    ASSERT_TRUE(Ops<Item>::parseObs(msg, parsed, id, parsedAction));
-    EXPECT_EQ(parsed, item);
-    EXPECT_EQ(id, " id & <id> ");
-    EXPECT_EQ(parsedAction, action);
-  }
-  // An empty item with an empty id (a whole-list change) travels as well.
-  Item parsed = item;
-  std::string id = "x";
-  int action = 0;
-  ASSERT_TRUE(Ops<Item>::parseObs(Ops<Item>::obs(Item(), "", 3), parsed, id, action));
-  EXPECT_EQ(parsed, Item());
-  EXPECT_EQ(id, "");
-}
-
-TYPED_TEST(JournalHelperItems, ObserverParserRefusesOtherOperationsAndGarbage) {
-  using Item = TypeParam;
-  Item item;
+  Item parsed;
   std::string id;
-  int action = 0;
-  EXPECT_FALSE(Ops<Item>::parseObs(H::obsReqMissedCallsCountUpdate(3), item, id, action));
-  EXPECT_FALSE(Ops<Item>::parseObs("<journalEvent><operation>", item, id, action));
-  EXPECT_FALSE(Ops<Item>::parseObs("", item, id, action));
-  // A message of another entry type names another operation.
-  const std::string other = std::is_same_v<Item, CallBackItem> ? H::obsReqMissedCallsUpdate(MissedCallItem(), "", 0)
-                                                               : H::obsReqCallBacksUpdate(CallBackItem(), "", 0);
-  EXPECT_FALSE(Ops<Item>::parseObs(other, item, id, action));
+  int action = -1;
+  for (int sent = 0; sent <= 3; ++sent) {
+    ASSERT_TRUE(Ops<Item>::parseObs(Ops<Item>::obs(item, " id & <id> ", sent), parsed, id, action));
+    EXPECT_TRUE(parsed == item && id == " id & <id> " && action == sent) << sent;
+  }
+  EXPECT_FALSE(Ops<Item>::parseObs(H::obsReqMissedCallsCountUpdate(3), parsed, id, action));
 }
 
-TYPED_TEST(JournalHelperItems, MalformedEntriesAreSkippedAndReported) {
+TYPED_TEST(JournalHelperItems, MalformedEntriesAreSkippedAndMalformedDocumentsRefused) {
   using Item = TypeParam;
   const Item good = makeItem<Item>("good");
   std::string entries;
   Ops<Item>::append(good, entries, false);
-  entries += H::createXMLField(H::ENTRY, "<notAnItem/>");
-  entries += H::createXMLField(H::ENTRY, "<" + std::string(H::MISSEDCALL) + "><unclosed>");
-  // A number field that is not a number.
-  std::string badNumber = Ops<Item>::body(good, false);
-  const std::string tag = "<" + std::string(H::NUMBERTYPE) + ">";
-  badNumber.replace(badNumber.find(tag) + tag.size(), 1, "two");
-  entries += H::createXMLField(H::ENTRY, badNumber);
-
+  const std::string whole = readReply(entries);
+  entries += H::createXMLField(H::ENTRY, "<notAnItem/>") + H::createXMLField(H::ENTRY, "<missedCall><unclosed>");
   std::deque<Item> list;
   EXPECT_FALSE(Ops<Item>::parseList(readReply(entries), list));
-  ASSERT_EQ(list.size(), 1u);
-  EXPECT_EQ(list.front(), good);
+  EXPECT_EQ(list, std::deque<Item>{good});
+  for (const std::string& bad : {std::string("<a></b>"), whole.substr(0, whole.size() / 2), std::string("\0<a/>", 5)})
+    EXPECT_FALSE(Ops<Item>::parseList(bad, list) || list.size() != 1u) << bad.substr(0, 30);
 }
 
-TYPED_TEST(JournalHelperItems, MalformedDocumentsAppendNothing) {
-  using Item = TypeParam;
-  std::string entries;
-  Ops<Item>::append(makeItem<Item>("x"), entries, false);
-  const std::string whole = readReply(entries);
-  for (const std::string& bad : {std::string(), std::string("failed"), std::string("<"),
-                                 std::string("<a></b>"), whole.substr(0, whole.size() / 2),
-                                 std::string("\0<a/>", 5)}) {
-    std::deque<Item> list;
-    EXPECT_FALSE(Ops<Item>::parseList(bad, list)) << bad.substr(0, 30);
-    EXPECT_TRUE(list.empty());
-    Item item;
-    EXPECT_FALSE(H::parseXMLItemBody(bad, item));
+TEST(JournalHelperXML, GetXMLValueFindsTheFirstElementAtAnyDepth) {
+  const std::string xml = "<settings><group><callLogEnabled>  true </callLogEnabled></group>"
+                          "<callLogEnabled>false</callLogEnabled><missedLogging/></settings>";
+  std::string value = "unchanged", empty = "x";
+  EXPECT_TRUE(H::getXMLValue(xml, H::CALL_LOG_ENABLED, value) && value == "  true ");
+  EXPECT_TRUE(H::getXMLValue(xml, H::MISSED_LOGGING, empty) && empty.empty());
+  for (const std::string& bad : {xml, std::string("<settings><deleteMissedWhenCalled>1</settings>"),
+                                 H::createXMLField(H::SURNAME, "<deleteMissedWhenCalled>1</deleteMissedWhenCalled>")})
+    EXPECT_FALSE(H::getXMLValue(bad, H::DELETE_MISSED_WHEN_CALLED, value)) << bad;
+  EXPECT_EQ(value, "  true ");
+}
+
+TEST(JournalHelperXML, StoreMessageFramedForItsTableGivesUpItsEntriesInOrder) {
+  const DialledCallItem first = makeItem<DialledCallItem>("1"), second = makeItem<DialledCallItem>("2", 30);
+  std::string message = H::createXMLField(H::REASONFORMESSAGE, H::DELETEREQUEST);
+  H::createXMLDialledCallItemBody(first, message, true);
+  H::createXMLDialledCallItemBody(second, message, true);
+  H::addXMLHeaderFooter(message, "a\"b<c&d");
+  EXPECT_NE(message.find("table=\"a&quot;b&lt;c&amp;d\""), std::string::npos) << message;
+  std::vector<std::string> uniqueIds;
+  std::string body, id;
+  while (H::getAndRemoveXMLValue(message, H::ENTRY, body) && H::getXMLValue(body, H::UNIQUEID, id))
+    uniqueIds.push_back(id);
+  EXPECT_EQ(uniqueIds, (std::vector<std::string>{first.getUniqueId(), second.getUniqueId()}));
+  EXPECT_TRUE(H::getXMLValue(message, H::REASONFORMESSAGE, id) && id == H::DELETEREQUEST);  // the rest is intact
+}
+
+TEST(JournalHelperMethods, EveryCodeAndItsEntryIdsRoundTripAndGarbageGivesZero) {
+  const std::vector<std::string> ids = {"2024-01-01T00:00:00Z0000000A", "<&>", "", "2024-01-01T00:00:00Z0000000A"};
+  for (int code = 1; code <= 32; ++code) {
+    EXPECT_EQ(H::methodCode(H::methodName(code)), code);
+    std::string request = H::createMethodRequest(code, ids), id;
+    EXPECT_EQ(H::getMethodFromXMLMsg(request), code);
+    std::vector<std::string> read;
+    while (H::getAndRemoveXMLValue(request, H::ENTRYID, id)) read.push_back(id);
+    EXPECT_EQ(read, ids);
   }
+  for (const std::string& bad : {std::string(), std::string("<journalRequest><method>1</method></journalRequest>"),
+                                 std::string("<journalRequest><method> getMissedCallList</method></journalRequest>")})
+    EXPECT_EQ(H::getMethodFromXMLMsg(bad), 0) << bad;
 }
 
-// The store may hand the row's unique id on the entry instead of inside the body.
-TEST(JournalHelperStore, UniqueIdOnTheEntryOverridesTheBody) {
-  MissedCallItem item = makeItem<MissedCallItem>("u");
-  item.setUniqueId("");
-  const std::string body = H::createXMLMissedCallItemBody(item, false);
-  // Written as a store would, with a character reference in the attribute.
-  std::string entry = H::createXMLField(H::ENTRY, body);
-  entry.insert(1 + std::string(H::ENTRY).size(), " uniqueId=\"17&amp;4\"");
-  const std::string reply = readReply(entry);
-  std::deque<MissedCallItem> list;
-  ASSERT_TRUE(H::parseXMLMissedCallList(reply, list));
-  ASSERT_EQ(list.size(), 1u);
-  EXPECT_EQ(list.front().getUniqueId(), "17&4");
-  item.setUniqueId("17&4");
-  EXPECT_EQ(list.front(), item);
+TEST(JournalHelperReplies, RepliesAndCountsParseBackAndFailureIsTold) {
+  bool value = false;
+  EXPECT_TRUE(H::parseRespBool(H::respBool(true), value) && value);
+  EXPECT_TRUE(H::parseRespBool(H::respBool(false), value) && !value);
+  EXPECT_FALSE(H::parseRespBool(H::FAILURE, value) || H::parseRespBool("<other><result>true</result></other>", value));
+
+  for (const unsigned int count : {0u, 7u, static_cast<unsigned int>(-1)}) {
+    unsigned int missed = 1, callBacks = 1;
+    EXPECT_TRUE(H::parseObsReqMissedCallsCountUpdate(H::obsReqMissedCallsCountUpdate(count), missed) &&
+                H::parseObsReqCallBacksCountUpdate(H::obsReqCallBacksCountUpdate(count), callBacks))
+        << count;
+    EXPECT_TRUE(missed == count && callBacks == count) << count;
+  }
+  const std::string op = "<journalEvent><operation>missedCallsCountUpdate</operation>";
+  unsigned int n = 5;
+  for (const char* bad : {"", "-1", "4294967296", "3x"})
+    EXPECT_FALSE(H::parseObsReqMissedCallsCountUpdate(op + "<count>" + bad + "</count></journalEvent>", n)) << bad;
+  EXPECT_EQ(n, 5u);
 }
 
 }  // namespace
