@@ -1,11 +1,9 @@
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <map>
-#include <mutex>
+#include <future>
+#include <iterator>
 #include <random>
 #include <set>
 #include <thread>
@@ -17,186 +15,163 @@
 
 namespace {
 
-using testing_support::RecordingOwner;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
 
-constexpr auto kPatience = std::chrono::seconds(5);
+constexpr int kOneHourMs = 3600000;
 
-// A one-way gate: wait() blocks until open() (or until the limit passes).
-class Gate {
+// Manual time: advance() moves the clock, settle() waits until the timer thread has delivered
+// everything that became due.
+class ManualTimers : public ::testing::Test {
+ protected:
+  void advanceAndSettle(int64_t ms) { time.advance(ms), context.settle(); }
+
+  fw::ManualTimeSource time{1000};
+  RecordingOwner owner;  // outlives the context, whose thread may still hold its timers
+  FrameworkContext context{time};
+};
+
+TEST_F(ManualTimers, FiresOnceAtItsDeadlineOnTheTimerThread) {
+  int id = context.createTimer(&owner, kOneHourMs);
+  advanceAndSettle(kOneHourMs - 1);
+  EXPECT_THAT(owner.firedIds(), IsEmpty());
+  advanceAndSettle(1);
+  EXPECT_THAT(owner.firedIds(), ElementsAre(id));
+  EXPECT_FALSE(owner.onCreatorThread);
+  advanceAndSettle(10 * kOneHourMs);
+  EXPECT_THAT(owner.firedIds(), ElementsAre(id)) << "a one-shot timer fired again";
+}
+
+TEST_F(ManualTimers, RestartCountsTheDelayFromNowBeforeAndAfterFiring) {
+  int id = context.createTimer(&owner, 100);
+  advanceAndSettle(60);
+  ASSERT_TRUE(context.restartTimer(id));  // before firing: the first deadline no longer counts
+  advanceAndSettle(99);
+  EXPECT_THAT(owner.firedIds(), IsEmpty());
+  advanceAndSettle(51);
+  ASSERT_TRUE(context.restartTimer(id));  // after firing: armed again
+  advanceAndSettle(99);
+  EXPECT_THAT(owner.firedIds(), ElementsAre(id));
+  advanceAndSettle(1);
+  EXPECT_THAT(owner.firedIds(), ElementsAre(id, id));
+}
+
+TEST_F(ManualTimers, DeletedTimerNeverFiresAndItsIdIsForgotten) {
+  int id = context.createTimer(&owner, 100);
+  ASSERT_TRUE(context.deleteTimer(id));
+  advanceAndSettle(1000);
+  EXPECT_THAT(owner.firedIds(), IsEmpty());
+  EXPECT_FALSE(context.deleteTimer(id));
+  EXPECT_FALSE(context.restartTimer(id));
+}
+
+TEST_F(ManualTimers, DueTimersFireInDeadlineOrderTiesInArmingOrder) {
+  int late = context.createTimer(&owner, 300);
+  int first = context.createTimer(&owner, 200);
+  advanceAndSettle(100);
+  int second = context.createTimer(&owner, 100);  // same deadline as `first`, armed later
+  int a = context.createTimer(&owner, 150);
+  int b = context.createTimer(&owner, 150);
+  ASSERT_TRUE(context.restartTimer(a));  // now armed after `b`, despite its smaller id
+  advanceAndSettle(1000);
+  EXPECT_THAT(owner.firedIds(), ElementsAre(first, second, b, a, late));
+}
+
+// Restarts its timer from its first timerEvent and cancels its timers from the second, where
+// cancelTimers must return rather than wait for the delivery it is called from.
+class RearmingOwner : public RecordingOwner {
  public:
-  void open() {
-    {
-      std::lock_guard<std::mutex> guard(m_mutex);
-      m_open = true;
-    }
-    m_cv.notify_all();
+  explicit RearmingOwner(FrameworkContext& context) : m_context(context) {}
+  void timerEvent(int timerId) override {
+    RecordingOwner::timerEvent(timerId);
+    if (firedIds().size() == 1) m_context.restartTimer(timerId);
+    else m_context.cancelTimers(this);
   }
-  bool wait(std::chrono::milliseconds limit = kPatience) {
-    std::unique_lock<std::mutex> lock(m_mutex);
-    return m_cv.wait_for(lock, limit, [this] { return m_open; });
-  }
-  bool isOpen() {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_open;
-  }
-
- private:
-  std::mutex m_mutex;
-  std::condition_variable m_cv;
-  bool m_open = false;
+  FrameworkContext& m_context;
 };
 
-// What one worker thread did with its timers.
-struct WorkerRecord {
-  std::set<int> created;
-  std::vector<int> kept;  // not deleted when the worker finished
-};
-
-// Creates, restarts and deletes timers of `owner` in a reproducible random pattern.
-WorkerRecord churnTimers(FrameworkContext& context, Executable& owner, unsigned seed) {
-  std::minstd_rand random(seed);
-  WorkerRecord record;
-  std::vector<int> live;
-  for (int step = 0; step < 400; ++step) {
-    switch (random() % 4) {
-      case 0:
-      case 1: {
-        int id = context.createTimer(&owner, static_cast<int>(random() % 50));
-        EXPECT_GT(id, 0);
-        record.created.insert(id);
-        live.push_back(id);
-        break;
-      }
-      case 2:
-        if (!live.empty()) {
-          EXPECT_TRUE(context.restartTimer(live[random() % live.size()]));
-        }
-        break;
-      default:
-        if (!live.empty()) {
-          size_t index = random() % live.size();
-          EXPECT_TRUE(context.deleteTimer(live[index]));
-          live.erase(live.begin() + static_cast<std::ptrdiff_t>(index));
-        }
-        break;
-    }
-    if (step % 50 == 0) context.armedTimers();
-  }
-  record.kept = live;
-  return record;
+TEST_F(ManualTimers, TimerEventMayRestartAndCancelItsOwnTimers) {
+  RearmingOwner rearming(context);
+  int id = context.createTimer(&rearming, kOneHourMs);
+  int other = context.createTimer(&rearming, 3 * kOneHourMs);
+  advanceAndSettle(kOneHourMs);
+  advanceAndSettle(kOneHourMs - 1);
+  EXPECT_THAT(rearming.firedIds(), ElementsAre(id));
+  advanceAndSettle(1);
+  EXPECT_THAT(rearming.firedIds(), ElementsAre(id, id));
+  EXPECT_FALSE(context.restartTimer(other));
 }
 
-TEST(TimerConcurrency, ThreadsCreateRestartAndDeleteWhileTimeAdvances) {
-  constexpr int kWorkers = 4;
-  fw::ManualTimeSource time;
-  std::vector<RecordingOwner> owners(kWorkers);
-  FrameworkContext context(time);
-
-  std::vector<WorkerRecord> records(kWorkers);
-  std::atomic<int> running{kWorkers};
-  std::vector<std::thread> workers;
-  for (int w = 0; w < kWorkers; ++w) {
-    workers.emplace_back([&, w] {
-      records[w] = churnTimers(context, owners[w], 17u + static_cast<unsigned>(w));
-      --running;
-    });
-  }
-  std::thread clock([&] {
-    while (running > 0) {
-      time.advance(7);
-      std::this_thread::yield();
-    }
-  });
-  for (auto& worker : workers) worker.join();
-  clock.join();
-
-  time.advance(1000);
-  context.settle();
-  EXPECT_EQ(context.armedTimers(), 0u);
-
-  for (int w = 0; w < kWorkers; ++w) {
-    std::map<int, int> firings;
-    for (int id : owners[w].firedIds()) {
-      EXPECT_EQ(records[w].created.count(id), 1u) << "owner " << w << " got foreign timer " << id;
-      ++firings[id];
-    }
-    for (int id : records[w].kept)
-      EXPECT_GE(firings[id], 1) << "owner " << w << " never got its timer " << id;
-  }
-  for (int w = 0; w < kWorkers; ++w) context.cancelTimers(&owners[w]);
-}
-
-// Blocks inside its timerEvent until the test opens `release`.
+// Blocks inside its timerEvent until the test releases it.
 class BlockingOwner : public Executable {
  public:
   void timerEvent(int) override {
-    entered.open();
-    release.wait(std::chrono::minutes(1));
+    entered.set_value();
+    release.get_future().wait();
     returned = true;
   }
-
-  Gate entered;
-  Gate release;
+  std::promise<void> entered, release;
   std::atomic<bool> returned{false};
 };
 
-TEST(TimerConcurrency, CancelTimersWaitsForTheOwnersRunningDelivery) {
-  fw::ManualTimeSource time;
+TEST_F(ManualTimers, CancelTimersWaitsForTheOwnersRunningDelivery) {
   BlockingOwner blocking;
-  RecordingOwner other;
-  FrameworkContext context(time);
-
   context.createTimer(&blocking, 10);
   time.advance(10);
-  ASSERT_TRUE(blocking.entered.wait());
-
-  std::atomic<bool> deliveryHadReturned{false};
-  Gate cancelled;
-  std::thread canceller([&] {
+  blocking.entered.get_future().wait();
+  auto cancelled = std::async(std::launch::async, [&] {
     context.cancelTimers(&blocking);
-    deliveryHadReturned = blocking.returned.load();
-    cancelled.open();
+    return blocking.returned.load();
   });
-
-  // While the delivery runs, the context stays usable, and other owners are not held up.
-  int otherId = context.createTimer(&other, 100);
-  EXPECT_GT(otherId, 0);
-  EXPECT_TRUE(context.deleteTimer(otherId));
-  context.cancelTimers(&other);
-
-  EXPECT_FALSE(cancelled.wait(std::chrono::milliseconds(50)))
-      << "cancelTimers returned while the owner's timerEvent was still running";
-  blocking.release.open();
-  ASSERT_TRUE(cancelled.wait());
-  canceller.join();
-  EXPECT_TRUE(deliveryHadReturned);
-  context.settle();
-  EXPECT_EQ(context.armedTimers(), 0u);
+  EXPECT_EQ(cancelled.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+  blocking.release.set_value();
+  EXPECT_TRUE(cancelled.get()) << "cancelTimers returned while the owner's timerEvent ran";
 }
 
-TEST(TimerConcurrency, SettleFromSeveralThreadsWhileTimersFire) {
-  fw::ManualTimeSource time;
+TEST(SteadyTimers, LaterTimerDoesNotDelayAnEarlierOne) {
+  fw::SteadyTimeSource time;
   RecordingOwner owner;
   FrameworkContext context(time);
-  for (int i = 1; i <= 100; ++i) context.createTimer(&owner, i);
+  // Armed first: a thread that kept sleeping towards the first deadline it saw would miss `soon`.
+  context.createTimer(&owner, kOneHourMs);
+  int soon = context.createTimer(&owner, 20);
+  const auto giveUp = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+  while (owner.firedIds().empty() && std::chrono::steady_clock::now() < giveUp) std::this_thread::yield();
+  EXPECT_THAT(owner.firedIds(), ElementsAre(soon));
+}
 
-  std::vector<std::thread> settlers;
-  for (int t = 0; t < 3; ++t) {
-    settlers.emplace_back([&] {
-      for (int step = 0; step < 20; ++step) {
-        time.advance(1);
-        context.settle();
+TEST(TimerStress, ThreadsCreateRestartAndDeleteWhileTimeAdvances) {
+  fw::ManualTimeSource time;
+  std::vector<RecordingOwner> owners(4);
+  FrameworkContext context(time);
+  std::vector<std::set<int>> kept(4);  // the timers each worker did not delete
+  std::vector<std::thread> workers;
+  for (int w = 0; w < 4; ++w)
+    workers.emplace_back([&, w] {
+      std::minstd_rand random(17u + static_cast<unsigned>(w));
+      for (int step = 0; step < 400; ++step) {
+        if (step % 4 == 0) time.advance(7);  // time moves while the others work
+        const auto choice = random() % 4;
+        if (choice < 2) {
+          int id = context.createTimer(&owners[w], static_cast<int>(random() % 50));
+          kept[w].insert(id);
+        } else if (!kept[w].empty()) {
+          const int id = *std::next(kept[w].begin(), static_cast<long>(random() % kept[w].size()));
+          EXPECT_TRUE(choice == 2 ? context.restartTimer(id) : context.deleteTimer(id));
+          if (choice == 3) kept[w].erase(id);
+        }
       }
     });
-  }
-  for (auto& settler : settlers) settler.join();
-
-  // 60 ms have passed in total: exactly the timers of 1..60 ms are due and were delivered.
+  for (auto& worker : workers) worker.join();
+  time.advance(1000);
   context.settle();
-  auto ids = owner.firedIds();
-  EXPECT_EQ(ids.size(), 60u);
-  EXPECT_TRUE(std::is_sorted(ids.begin(), ids.end()));
-  EXPECT_EQ(context.armedTimers(), 40u);
+  EXPECT_EQ(context.armedTimers(), 0u);
+  for (int w = 0; w < 4; ++w) {
+    const auto ids = owners[w].firedIds();
+    const std::set<int> fired(ids.begin(), ids.end());
+    for (int id : kept[w]) EXPECT_EQ(fired.count(id), 1u) << "owner " << w << " lost timer " << id;
+    context.cancelTimers(&owners[w]);
+  }
 }
 
 }  // namespace
