@@ -19,6 +19,7 @@
 #include <atomic>
 #include <deque>
 #include <map>
+#include <set>
 #include <string>
 
 #include "JournalServiceIfc.h"
@@ -32,6 +33,10 @@
 #include "framework/Services.h"
 
 class JournalServiceTestPeer;
+class CallLogEntryRequest;
+// Per list type: the list, its lock, its stored table and its XML codec (src/JournalService).
+template <class Item>
+struct JournalListTraits;
 
 class JournalService : public Service,
                        public JournalServiceIfc,
@@ -94,11 +99,119 @@ class JournalService : public Service,
   DigitAnalysisServiceIfc* getDigitAnalysisService() const { return m_pDigitAnalysisSvc; }
   bool isUsingLumaUX() const;
 
-  // Configuration values of the local management store.
+  // ---- Client operations (JournalServiceIfc) ---------------------------------------------------
+  bool getMissedCallList(std::deque<MissedCallItem>& list) override;
+  bool setMissedCallListAsViewed(const std::set<std::string>& entryIds) override;
+  bool ageMissedCall(const std::string& entryId) override;
+  bool deleteMissedCall(const std::string& entryId) override;
+  bool deleteMissedCallList(const std::set<std::string>& entryIds) override;
+  bool getDialledCallList(std::deque<DialledCallItem>& list) override;
+  bool deleteDialledCall(const std::string& entryId) override;
+  bool deleteDialledCallList(const std::set<std::string>& entryIds) override;
+  bool getLastDialledNumber(DialledCallItem& item) override;
+  bool getReceivedCallList(std::deque<ReceivedCallItem>& list) override;
+  bool deleteReceivedCall(const std::string& entryId) override;
+  bool deleteReceivedCallList(const std::set<std::string>& entryIds) override;
+  bool getForwardedCallList(std::deque<ForwardedCallItem>& list) override;
+  bool deleteForwardedCall(const std::string& entryId) override;
+  bool deleteForwardedCallList(const std::set<std::string>& entryIds) override;
+  bool getCallBackList(std::deque<CallBackItem>& list) override;
+  bool deleteCallBack(const std::string& entryId) override;
+  bool deleteCallBackList(const std::set<std::string>& entryIds) override;
+  bool deleteCalls(const std::set<std::string>& entryIds) override;
+  bool subscribe(JournalServiceObserverIfc* observer) override;
+  bool unsubscribe(JournalServiceObserverIfc* observer) override;
+  bool refreshCallLog() override;
+
+  // Copies of the first entry of a list; an empty item when the list is empty.
+  MissedCallItem getFrontMissedCall();
+  DialledCallItem getFrontDialledCall();
+  ReceivedCallItem getFrontReceivedCall();
+  ForwardedCallItem getFrontForwardedCall();
+  CallBackItem getFrontCallbackCall();
+  // Missed entries not yet viewed. Takes no lock: call it holding m_missedLock for an exact count.
+  unsigned getUnviewedMissedCallsCount() const;
+  // The same count taken under m_missedLock, for callers that hold no list lock.
+  unsigned countUnviewedMissedCalls();
+  // Whole-list deletions; deleteCallLists keeps the callbacks (and the forwarded list off SIP).
+  bool deleteMissedCallList();
+  bool deleteDialledCallList();
+  bool deleteReceivedCallList();
+  bool deleteForwardedCallList();
+  bool deleteCallBackList();
+  bool deleteCallLists();
+
+  // ---- Management agent (MgmtAgentIfc) -----------------------------------------------------------
+  bool setData(ManageableData& data) override;
+  bool getData(ManageableData& data) override;
+  void manageableDataChanged(ManageableData& data) override;
+  bool resetUserData() override;
+
+  // ---- Store exchange (one synchronous request per change) ------------------------------------
+  // The store's reply; "failed" when there is no store or it failed.
+  std::string processRequest(std::string const& message);
+  static bool isDeleteRequest(std::string const& reason);
+  // One store message: the reason, then `body` (ENTRY fields), for `table`. A reply other than
+  // "failed" renews m_lastUniqueId and marks the visitor's call log as changed.
+  void updateEntries(std::string const& body, std::string const& reason, std::string const& table);
+  void updateEntry(std::string const& itemBody, std::string const& reason, std::string const& table);
+  void updateMissedEntry(MissedCallItem const& item, std::string const& reason);
+  void updateDialledEntry(DialledCallItem const& item, std::string const& reason);
+  void updateReceivedEntry(ReceivedCallItem const& item, std::string const& reason);
+  void updateForwardedEntry(ForwardedCallItem const& item, std::string const& reason);
+  // Each reads one stored table and, unless the store failed, replaces the list with it.
+  void readMissedCallList();
+  void readDialledCallList();
+  void readReceivedCallList();
+  void readForwardedCallList();
+  // Replace a list with a store reply: sorted newest first, entries without occurrences purged
+  // (one delete each). Observers are not told.
+  void processMissedCallDbXml(std::string const& reply);
+  void processDialledCallDbXml(std::string const& reply);
+  void processReceivedCallDbXml(std::string const& reply);
+  void processForwardedCallDbXml(std::string const& reply);
+  // Missed, dialled and received; forwarded too on SIP phones.
+  void loadCallListsFromDb();
+  const std::string& lastUniqueId() const { return m_lastUniqueId; }
+
+  // ---- Configuration ------------------------------------------------------------------------------
+  // Values of the local management store.
   bool getKVDBValue(const char* tag, std::string& value);
   void readLocalMgmtData(unsigned groups);
   void observeManageableData(const char* key);
   void initEvents();
+  // The journal's own three settings, kept in the store's settings table.
+  void readConfigItemsFromDB();
+  // Stores `value` under `tag`; true when the store took it and the member changed.
+  bool updateBoolConfigItem(bool& member, const char* tag, const std::string& value);
+  // Each sets `reason` (code 10) when the value was already current.
+  bool updateEnabledState(const std::string& value, std::string& reason);
+  bool updateMissedLoggingState(const std::string& value, std::string& reason);
+  bool updateDeleteMissedWhenCalledState(const std::string& value, std::string& reason);
+  void publishManageableDataChange(const char* key, const char* value);
+  void publishCallLogEnableState();
+  void publishMissedLoggingState();
+  void publishDeleteMissedWhenCalledState();
+  // A call log that became disabled loses all its lists.
+  void handleEnabledStateChange();
+
+  // ---- CSTA monitor of the local device -------------------------------------------------------
+  void startEvents();
+  void stopEvents();
+  bool eventsStarted() const { return m_eventsStarted; }
+
+  // ---- Reports to the switch's call log (escape requests) ----------------------------------------
+  bool sendCSTAEscapeRequest(CallLogEntryRequest* entry);
+  bool sendMissedCallLogEntryRequest(MissedCallItem::MissedCallInfo const* info);
+  bool sendReceivedCallLogEntryRequest(ReceivedCallItem::ReceivedCallInfo const* info);
+  bool sendDialledCallLogEntryRequest(DialledCallItem::DialledCallInfo const* info);
+  void sendMissedCallLogEntryRequests(MissedCallItem::InfoList const& infos);
+  void sendReceivedCallLogEntryRequests(ReceivedCallItem::InfoList const& infos);
+  void sendDialledCallLogEntryRequests(DialledCallItem::InfoList const& infos);
+  // A dialled entry merged with `added`: reports the occurrences that the merge pushes out of the
+  // entry's ten (where the switch keeps the call log).
+  void sendCSTACAllLogEntryDeleteRequest(DialledCallItem::InfoList const& previous,
+                                         DialledCallItem::DialledCallInfo const& added);
 
   // Tracked calls. The caller holds m_callsLock.
   Call* findCallFromId(std::string callId);
@@ -123,7 +236,34 @@ class JournalService : public Service,
 
  private:
   friend class JournalServiceTestPeer;
+  template <class Item>
+  friend struct JournalListTraits;
 
+  // Generic list work, one instance per list type (src/JournalService/ListAccess.h).
+  template <class Item>
+  bool copyList(std::deque<Item>& out);
+  template <class Item>
+  Item frontEntry();
+  template <class Item, class UnderLock>
+  bool eraseEntry(const std::string& entryId, UnderLock underLock);
+  template <class Item, class UnderLock>
+  void eraseEntries(const std::set<std::string>& entryIds, UnderLock underLock);
+  template <class Item>
+  void eraseAllEntries();
+  template <class Item>
+  void updateStoredEntry(const Item& item, const std::string& reason);
+  template <class Item>
+  void readStoredList();
+  template <class Item>
+  void replaceWithStored(const std::string& reply);
+  template <class Info>
+  void sendCallLogEntryRequests(const std::list<Info>& infos);
+
+  bool applyManageableValue(const std::string& key, const std::string& value, std::string& reason);
+  std::string manageableValue(const std::string& key) const;
+  void onUserDataChanged();
+  void onCallLogAccessChanged(const std::string& value);
+  void changeMonitorFilter();
   void lookUpServices();
   void startAutoSaveTimer();
   void deriveLoggingMode();
@@ -171,6 +311,8 @@ class JournalService : public Service,
   long m_lastForwardedTimeSec = -1;
   bool m_savedMissedViewed = false;
   bool m_listsLoaded = false;
+  char m_monitorCrossRefId[20] = {0};  // of the running monitor; ids fit in 19 characters
+  bool m_eventsStarted = false;
   // Without a clock service compareTimes answers "equal" only when this is set; nothing sets it.
   bool m_equalTimesWithoutClock = false;
 };

@@ -12,6 +12,9 @@ constexpr const char* kInvokerLog = "Journal Service Invoker";
 // The two switch flavours, told apart by the configured software type.
 constexpr const char* kSipSoftware = "Velmora SIP";
 constexpr const char* kKpxSoftware = "Velmora KPX";
+
+// The one failure value of a store exchange.
+constexpr const char* kStoreFailed = "failed";
 }  // namespace journal
 
 // JLOG(handle, level, format, ...): one log line when the handle's threshold allows it.

@@ -1,4 +1,5 @@
 #include "framework/Csta.h"
+#include "framework/CstaRequests.h"
 
 CSTAEvent::~CSTAEvent() = default;
 CSTAEventIfc::~CSTAEventIfc() = default;
@@ -51,3 +52,26 @@ void CSTAEventObserverBase::handleCSTAPrivateEvent(CSTAPrivateEvent*) {}
 void CSTAEventObserverBase::handleCSTABusyLampFieldEvent(CSTABusyLampFieldEvent*) {}
 void CSTAEventObserverBase::handleCSTAButtonInformationEvent(CSTAButtonInformationEvent*) {}
 void CSTAEventObserverBase::handleCSTACallBackEvent(CSTACallBackEvent*) {}
+
+CallLogEntryRequest::CallLogEntryRequest(CallLogEntryEvent::_Action a, CallLogEntryEvent::_LogTarget target,
+                                         CallLogEntryEvent::_TFormat format, std::string number,
+                                         CallLogEntryEvent::_PresentationValue p1, std::string s1,
+                                         CallLogEntryEvent::_PresentationValue p2, const std::string* s2,
+                                         CallLogEntryEvent::_PresentationValue p3, const std::string* s3,
+                                         CallLogEntryEvent::_PresentationValue p4, const std::string* s4,
+                                         CallLogEntryEvent::_PresentationValue p5, const std::string* s5)
+    : action(a), logTarget(target), timeFormat(format), subscriberNumber(std::move(number)) {
+  fields[0] = {p1, std::move(s1)};
+  const std::string* texts[] = {s2, s3, s4, s5};
+  const CallLogEntryEvent::_PresentationValue presentations[] = {p2, p3, p4, p5};
+  for (int i = 0; i < 4; ++i) fields[i + 1] = {presentations[i], texts[i] ? *texts[i] : std::string()};
+}
+
+bool CallLogEntryRequest::operator==(const CallLogEntryRequest& o) const {
+  if (action != o.action || logTarget != o.logTarget || timeFormat != o.timeFormat ||
+      subscriberNumber != o.subscriberNumber)
+    return false;
+  for (int i = 0; i < kFieldCount; ++i)
+    if (!(fields[i] == o.fields[i])) return false;
+  return true;
+}

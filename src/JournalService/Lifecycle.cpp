@@ -4,6 +4,7 @@
 #include "JournalLog.h"
 #include "JournalService.h"
 #include "ObserverNotifier.h"
+#include "framework/JournalServiceHelper.h"
 
 using journal::kCoreLog;
 using journal::kKpxSoftware;
@@ -35,9 +36,12 @@ JournalService::JournalService(ObserverNotifierIfc* notifier)
       m_callBackLock(1, 1, true, "m_callBackLock"),
       m_dataLock(1, 1, false, "m_dataLock"),
       m_callsLock(1, 1, true, "m_callsLock"),
-      m_pObserverNotifier(notifier ? notifier : new ObserverNotifier) {}
+      m_pObserverNotifier(notifier ? notifier : new ObserverNotifier) {
+  JournalServiceHelper::init();
+}
 
 JournalService::~JournalService() {
+  JournalServiceHelper::finit();
   removeAllCalls();
   m_pClockSvc = nullptr;
   delete m_pObserverNotifier;
@@ -58,7 +62,11 @@ void JournalService::initWithContext(Context* context) {
   if (getKVDBValue("software-type", softwareType))
     m_pObserverNotifier->init(this, softwareType);
 
-  if (m_pCSTASvc) initEvents();
+  if (m_pCSTASvc) {
+    initEvents();
+    startEvents();
+  }
+  readConfigItemsFromDB();
 
   deriveLoggingMode();
   m_visitorCallLogChanged = false;

@@ -57,6 +57,7 @@ void JournalService::readLocalMgmtData(unsigned groups) {
     m_serverBasedFeatures = getKVDBValue("server-based-features", value) && value == "true";
     JLOG(kEventsLog, 5, "%s():server-based-features = %d", __func__, m_serverBasedFeatures);
     deriveLoggingMode();
+    changeMonitorFilter();
   }
 }
 

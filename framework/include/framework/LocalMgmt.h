@@ -27,8 +27,8 @@ class MgmtAgentIfc {
   virtual bool getData(ManageableData&) { return false; }
   // A value observed by this agent changed; called on a framework thread.
   virtual void manageableDataChanged(ManageableData&) {}
-  // The phone's user changed: drop what belongs to the previous user.
-  virtual void resetUserData() {}
+  // The phone's user changed: drop what belongs to the previous user; true when done.
+  virtual bool resetUserData() { return false; }
 };
 
 class LocalMgmtIfc {

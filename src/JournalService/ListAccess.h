@@ -1,0 +1,197 @@
+// What differs between the five lists, gathered in one traits class per item type, and the list
+// work that is the same for all of them (copy, front, erase by id, store exchange, load).
+// Private to the module; included by the sources of JournalService.
+#pragma once
+
+#include <algorithm>
+#include <string>
+
+#include "JournalLog.h"
+#include "JournalService.h"
+#include "framework/JournalServiceHelper.h"
+
+using Helper = JournalServiceHelper;
+
+template <>
+struct JournalListTraits<MissedCallItem> {
+  static constexpr bool stored = true;
+  static constexpr const char* table = Helper::DAS_CALLLOGMISSEDCALLS;
+  static std::deque<MissedCallItem>& list(JournalService& s) { return s.m_missedCallList; }
+  static Semaphore& lock(JournalService& s) { return s.m_missedLock; }
+  static std::string body(const MissedCallItem& i, bool del) { return Helper::createXMLMissedCallItemBody(i, del); }
+  static void appendEntry(const MissedCallItem& i, std::string& text, bool del) {
+    Helper::createXMLMissedCallItemBody(i, text, del);
+  }
+  static void parse(const std::string& reply, std::deque<MissedCallItem>& l) { Helper::parseXMLMissedCallList(reply, l); }
+  static std::string readMessage() { return Helper::readMissedCallList(); }
+  static bool ordered(const MissedCallItem& a, const MissedCallItem& b) { return isMissedCallOrdered(a, b); }
+  static void reportToServer(JournalService& s, const MissedCallItem& i) {
+    if (s.m_serverCallLog) s.sendMissedCallLogEntryRequests(i.infos());
+  }
+};
+
+template <>
+struct JournalListTraits<DialledCallItem> {
+  static constexpr bool stored = true;
+  static constexpr const char* table = Helper::DAS_CALLLOGDIALLEDCALLS;
+  static std::deque<DialledCallItem>& list(JournalService& s) { return s.m_dialledCallList; }
+  static Semaphore& lock(JournalService& s) { return s.m_dialledLock; }
+  static std::string body(const DialledCallItem& i, bool del) { return Helper::createXMLDialledCallItemBody(i, del); }
+  static void appendEntry(const DialledCallItem& i, std::string& text, bool del) {
+    Helper::createXMLDialledCallItemBody(i, text, del);
+  }
+  static void parse(const std::string& reply, std::deque<DialledCallItem>& l) { Helper::parseXMLDialledCallList(reply, l); }
+  static std::string readMessage() { return Helper::readDialledCallList(); }
+  static bool ordered(const DialledCallItem& a, const DialledCallItem& b) { return isDialledCallOrdered(a, b); }
+  static void reportToServer(JournalService& s, const DialledCallItem& i) {
+    if (s.m_serverCallLog) s.sendDialledCallLogEntryRequests(i.infos());
+  }
+};
+
+template <>
+struct JournalListTraits<ReceivedCallItem> {
+  static constexpr bool stored = true;
+  static constexpr const char* table = Helper::DAS_CALLLOGRECEIVEDCALLS;
+  static std::deque<ReceivedCallItem>& list(JournalService& s) { return s.m_receivedCallList; }
+  static Semaphore& lock(JournalService& s) { return s.m_receivedLock; }
+  static std::string body(const ReceivedCallItem& i, bool del) { return Helper::createXMLReceivedCallItemBody(i, del); }
+  static void appendEntry(const ReceivedCallItem& i, std::string& text, bool del) {
+    Helper::createXMLReceivedCallItemBody(i, text, del);
+  }
+  static void parse(const std::string& reply, std::deque<ReceivedCallItem>& l) {
+    Helper::parseXMLReceivedCallList(reply, l);
+  }
+  static std::string readMessage() { return Helper::readReceivedCallList(); }
+  static bool ordered(const ReceivedCallItem& a, const ReceivedCallItem& b) { return isReceivedCallOrdered(a, b); }
+  static void reportToServer(JournalService& s, const ReceivedCallItem& i) {
+    if (s.m_serverCallLog) s.sendReceivedCallLogEntryRequests(i.infos());
+  }
+};
+
+template <>
+struct JournalListTraits<ForwardedCallItem> {
+  static constexpr bool stored = true;
+  static constexpr const char* table = Helper::DAS_CALLLOGFORWARDEDCALLS;
+  static std::deque<ForwardedCallItem>& list(JournalService& s) { return s.m_forwardedCallList; }
+  static Semaphore& lock(JournalService& s) { return s.m_forwardedLock; }
+  static std::string body(const ForwardedCallItem& i, bool del) {
+    return Helper::createXMLForwardedCallItemBody(i, del);
+  }
+  static void appendEntry(const ForwardedCallItem& i, std::string& text, bool del) {
+    Helper::createXMLForwardedCallItemBody(i, text, del);
+  }
+  static void parse(const std::string& reply, std::deque<ForwardedCallItem>& l) {
+    Helper::parseXMLForwardedCallList(reply, l);
+  }
+  static std::string readMessage() { return Helper::readForwardedCallList(); }
+  static bool ordered(const ForwardedCallItem& a, const ForwardedCallItem& b) { return isForwardedCallOrdered(a, b); }
+  static void reportToServer(JournalService&, const ForwardedCallItem&) {}  // the switch keeps no such list
+};
+
+// Callbacks live in memory only: no table, no store messages, no switch reports.
+template <>
+struct JournalListTraits<CallBackItem> {
+  static constexpr bool stored = false;
+  static std::deque<CallBackItem>& list(JournalService& s) { return s.m_callBackList; }
+  static Semaphore& lock(JournalService& s) { return s.m_callBackLock; }
+  static void reportToServer(JournalService&, const CallBackItem&) {}
+};
+
+template <class Item>
+bool JournalService::copyList(std::deque<Item>& out) {
+  using T = JournalListTraits<Item>;
+  CriticalSection guard(T::lock(*this));
+  out = T::list(*this);
+  return true;
+}
+
+template <class Item>
+Item JournalService::frontEntry() {
+  using T = JournalListTraits<Item>;
+  CriticalSection guard(T::lock(*this));
+  const auto& list = T::list(*this);
+  return list.empty() ? Item() : list.front();
+}
+
+// Removes the first entry named `entryId`: reports its occurrences to the switch where it keeps
+// the call log, deletes the stored row, erases it, then runs underLock(list) before the lock is
+// given (to read what the observers are told). False when no entry has that id.
+template <class Item, class UnderLock>
+bool JournalService::eraseEntry(const std::string& entryId, UnderLock underLock) {
+  using T = JournalListTraits<Item>;
+  CriticalSection guard(T::lock(*this));
+  auto& list = T::list(*this);
+  auto it = std::find_if(list.begin(), list.end(), [&](const Item& i) { return i.getEntryId() == entryId; });
+  if (it == list.end()) return false;
+  T::reportToServer(*this, *it);
+  if constexpr (T::stored) updateEntry(T::body(*it, true), Helper::DELETEREQUEST, T::table);
+  list.erase(it);
+  underLock(list);
+  return true;
+}
+
+// Removes every entry whose id is in `entryIds`, with one store message for all of them; then runs
+// underLock(list) before the lock is given. A set that names no entry sends nothing: an empty
+// delete would empty the whole stored table.
+template <class Item, class UnderLock>
+void JournalService::eraseEntries(const std::set<std::string>& entryIds, UnderLock underLock) {
+  using T = JournalListTraits<Item>;
+  CriticalSection guard(T::lock(*this));
+  auto& list = T::list(*this);
+  std::string body;
+  bool erased = false;
+  for (auto it = list.begin(); it != list.end();) {
+    if (entryIds.count(it->getEntryId()) == 0) {
+      ++it;
+      continue;
+    }
+    T::reportToServer(*this, *it);
+    if constexpr (T::stored) T::appendEntry(*it, body, true);
+    it = list.erase(it);
+    erased = true;
+  }
+  if constexpr (T::stored) {
+    if (erased) updateEntries(body, Helper::DELETEREQUEST, T::table);
+  }
+  underLock(list);
+}
+
+// Empties the list and its stored table (one delete without entries).
+template <class Item>
+void JournalService::eraseAllEntries() {
+  using T = JournalListTraits<Item>;
+  CriticalSection guard(T::lock(*this));
+  auto& list = T::list(*this);
+  for (const Item& item : list) T::reportToServer(*this, item);
+  list.clear();
+  if constexpr (T::stored) updateEntries(std::string(), Helper::DELETEREQUEST, T::table);
+}
+
+template <class Item>
+void JournalService::updateStoredEntry(const Item& item, const std::string& reason) {
+  using T = JournalListTraits<Item>;
+  updateEntry(T::body(item, isDeleteRequest(reason)), reason, T::table);
+}
+
+template <class Item>
+void JournalService::readStoredList() {
+  std::string reply = processRequest(JournalListTraits<Item>::readMessage());
+  if (reply != journal::kStoreFailed) replaceWithStored<Item>(reply);
+}
+
+template <class Item>
+void JournalService::replaceWithStored(const std::string& reply) {
+  using T = JournalListTraits<Item>;
+  CriticalSection guard(T::lock(*this));
+  auto& list = T::list(*this);
+  list.clear();
+  T::parse(reply, list);
+  std::sort(list.begin(), list.end(), T::ordered);
+  // Entries without occurrences are never shown: each is deleted from the store as found.
+  auto empty = [](const Item& item) { return item.infos().empty(); };
+  for (auto it = std::find_if(list.begin(), list.end(), empty); it != list.end();
+       it = std::find_if(list.begin(), list.end(), empty)) {
+    updateStoredEntry(*it, Helper::DELETEREQUEST);
+    list.erase(it);
+  }
+}

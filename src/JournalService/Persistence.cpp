@@ -1,0 +1,74 @@
+// The journal's exchange with the store: single-entry writes, set messages, loading the four
+// stored lists, and the client's refresh.
+#include "JournalService/ListAccess.h"
+
+using journal::kCoreLog;
+using journal::kStoreFailed;
+
+std::string JournalService::processRequest(std::string const& message) {
+  if (!m_pDataAccessSvc) return kStoreFailed;
+  return m_pDataAccessSvc->processRequest(message);
+}
+
+bool JournalService::isDeleteRequest(std::string const& reason) { return reason == Helper::DELETEREQUEST; }
+
+void JournalService::updateEntries(std::string const& body, std::string const& reason, std::string const& table) {
+  std::string message = Helper::createXMLField(Helper::REASONFORMESSAGE, reason) + body;
+  Helper::addXMLHeaderFooter(message, table);
+  JLOG(kCoreLog, 5, "JournalService::updateEntries msg: \n %s\n", message.c_str());
+  std::string reply = processRequest(message);
+  JLOG(kCoreLog, 5, "DAS resp %s \n", reply.c_str());
+  if (reply == kStoreFailed) return;  // the in-memory list stays the authority
+  Helper::parseLastUniqueId(reply, m_lastUniqueId);
+  m_visitorCallLogChanged = true;
+}
+
+void JournalService::updateEntry(std::string const& itemBody, std::string const& reason, std::string const& table) {
+  updateEntries(Helper::createXMLField(Helper::ENTRY, itemBody), reason, table);
+}
+
+void JournalService::updateMissedEntry(MissedCallItem const& item, std::string const& reason) {
+  updateStoredEntry(item, reason);
+}
+void JournalService::updateDialledEntry(DialledCallItem const& item, std::string const& reason) {
+  updateStoredEntry(item, reason);
+}
+void JournalService::updateReceivedEntry(ReceivedCallItem const& item, std::string const& reason) {
+  updateStoredEntry(item, reason);
+}
+void JournalService::updateForwardedEntry(ForwardedCallItem const& item, std::string const& reason) {
+  updateStoredEntry(item, reason);
+}
+
+void JournalService::readMissedCallList() { readStoredList<MissedCallItem>(); }
+void JournalService::readDialledCallList() { readStoredList<DialledCallItem>(); }
+void JournalService::readReceivedCallList() {
+  JLOG(kCoreLog, 5, "readReceivedCallList");
+  readStoredList<ReceivedCallItem>();
+}
+void JournalService::readForwardedCallList() { readStoredList<ForwardedCallItem>(); }
+
+void JournalService::processMissedCallDbXml(std::string const& reply) { replaceWithStored<MissedCallItem>(reply); }
+void JournalService::processDialledCallDbXml(std::string const& reply) { replaceWithStored<DialledCallItem>(reply); }
+void JournalService::processReceivedCallDbXml(std::string const& reply) { replaceWithStored<ReceivedCallItem>(reply); }
+void JournalService::processForwardedCallDbXml(std::string const& reply) {
+  replaceWithStored<ForwardedCallItem>(reply);
+}
+
+void JournalService::loadCallListsFromDb() {
+  readMissedCallList();
+  readDialledCallList();
+  readReceivedCallList();
+  // Only SIP phones show forwarded calls; other phones never load them.
+  if (m_softwareType == journal::kSipSoftware) readForwardedCallList();
+}
+
+bool JournalService::refreshCallLog() {
+  loadCallListsFromDb();
+  m_listsLoaded = true;
+  bool wasEnabled = m_callLogEnabled;
+  readConfigItemsFromDB();
+  if (wasEnabled != m_callLogEnabled) handleEnabledStateChange();
+  m_pObserverNotifier->updateAllExceptCallbacks(countUnviewedMissedCalls());
+  return true;
+}

@@ -1,0 +1,116 @@
+// The CSTA monitor of the phone's own line: start, stop, and the filter change made after the
+// system values were read. Requests are sent synchronously on the calling thread.
+#include <cstring>
+
+#include "JournalLog.h"
+#include "JournalService.h"
+#include "framework/CstaRequests.h"
+
+using journal::kEventsLog;
+
+namespace {
+
+constexpr const char* kLocalDevice = "localDeviceID";
+
+// Event categories of the monitor started by startEvents: call control and call information come
+// from the call-associated category; held, retrieved, initiated and transferred calls are not needed.
+CSTAMonitorFilter startFilter() {
+  CSTAMonitorFilter f;
+  f.setCallControlFilter(false);
+  f.setHeldFilter(true);
+  f.setRetrievedFilter(true);
+  f.setServiceInitiatedFilter(true);
+  f.setTransferredFilter(true);
+  f.setCallAssociatedFilter(true);
+  f.setCallInformationFilter(false);
+  f.setPhysicalDeviceFilter(true);
+  f.setLogicalDeviceFilter(true);
+  f.setVendorSpecificFilter(true);
+  f.setCallLogEntryFilter(false);
+  f.setSystemFilter(true);
+  f.setSystemStatusFilter(false);
+  return f;
+}
+
+// The filter set after the system values were read; a phone that keeps its own call log also
+// needs the call control events and call information.
+CSTAMonitorFilter changedFilter(bool localCallLog) {
+  CSTAMonitorFilter f;
+  f.setCallControlFilter(true);
+  f.setCallAssociatedFilter(true);
+  f.setPhysicalDeviceFilter(true);
+  f.setLogicalDeviceFilter(true);
+  f.setVendorSpecificFilter(true);
+  f.setCallLogEntryFilter(false);
+  f.setSystemFilter(true);
+  f.setSystemStatusFilter(false);
+  f.setFS_DNDFilter(false);
+  f.setFS_COCFilter(false);
+  if (localCallLog) {
+    JLOG(kEventsLog, 5, "%s():m_useCSTACallControlEvents == true => CallControl plus CallInfo", "readLocalMgmtData");
+    f.setCallControlFilter(false);
+    f.setHeldFilter(true);
+    f.setRetrievedFilter(true);
+    f.setServiceInitiatedFilter(true);
+    f.setTransferredFilter(true);
+    f.setCallInformationFilter(false);
+  }
+  return f;
+}
+
+// Logs the outcome of a request; true for a response without error.
+bool logOutcome(const char* function, const CSTARequest& request) {
+  if (request.getResponseCode() != 0) {
+    JLOG(kEventsLog, 5, "%s():Returned ERROR", function);
+  } else if (!request.getResponse()) {
+    JLOG(kEventsLog, 5, "%s():Returned NULL response", function);
+  } else if (request.getResponse()->isError()) {
+    JLOG(kEventsLog, 5, "%s():Returned an error response", function);
+  } else {
+    JLOG(kEventsLog, 5, "%s():OK", function);
+    return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+void JournalService::startEvents() {
+  JLOG(kEventsLog, 5, "JournalService():startEvents()");
+  if (!m_pCSTASvc) return;
+  CSTAMonitorStartRequest request;
+  request.setSourceService(this);
+  request.setCSTAEventIfc(this);
+  request.setDeviceObject(kLocalDevice);
+  // A SIP phone monitors without a filter.
+  if (m_softwareType != journal::kSipSoftware) request.setRequestedMonitorFilter(startFilter());
+  m_pCSTASvc->sendRequest(request);
+  if (request.getResponseCode() == 0 && request.getResponse() && !request.getResponse()->isError()) {
+    auto* response = dynamic_cast<CSTAMonitorStartResponse*>(request.getResponse());
+    std::string id = response ? response->GetMonitorCrossRefID() : std::string();
+    std::strncpy(m_monitorCrossRefId, id.c_str(), sizeof m_monitorCrossRefId - 1);
+    m_eventsStarted = true;
+  }
+  logOutcome("startEvents", request);
+}
+
+void JournalService::stopEvents() {
+  JLOG(kEventsLog, 5, "JournalService():stopEvents()");
+  if (!m_pCSTASvc) return;
+  CSTAMonitorStopRequest request;
+  request.setMonitorCrossRefID(m_monitorCrossRefId);
+  m_pCSTASvc->sendRequest(request);
+  if (logOutcome("stopEvents", request)) m_eventsStarted = false;
+}
+
+void JournalService::changeMonitorFilter() {
+  if (m_softwareType == journal::kSipSoftware || !m_pCSTASvc) return;
+  JLOG(kEventsLog, 5, "%s():begin change monitor filter", "readLocalMgmtData");
+  CSTAChangeMonitorFilterRequest request;
+  request.setSourceService(this);
+  request.setCSTAEventIfc(this);
+  request.setDeviceObject(kLocalDevice);
+  request.setRequestedFilterList(changedFilter(m_localCallLog));
+  m_pCSTASvc->sendRequest(request);
+  logOutcome("readLocalMgmtData", request);
+}
