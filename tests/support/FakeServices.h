@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "framework/Csta.h"
+#include "framework/CstaRequests.h"
 #include "framework/Executable.h"
 #include "framework/Services.h"
 
@@ -46,42 +47,72 @@ class FakeMobilityService : public Service, public MobilityServiceIfc {
   int m_uploads = 0;
 };
 
-// CSTA service that records the names of the requests sent and answers each with `responseCode`.
+// CSTA service that records the names of the requests sent and the call-log entries of escape
+// requests. With `responseCode` 0 each request gets a response without error (a monitor start
+// gets the cross-reference id "monitor-1"); any other code comes back without response.
 class RecordingCstaService : public Service, public CSTAServiceIfc {
  public:
   void sendRequest(CSTARequest& request) override {
     std::lock_guard<std::mutex> guard(m_mutex);
     m_sent.emplace_back(request.requestName());
-    request.setResponse(m_responseCode, nullptr);
+    if (auto* escape = dynamic_cast<CSTAEscapeRequest*>(&request)) m_escapes.push_back(escape->getCallLogEntry());
+    if (auto* start = dynamic_cast<CSTAMonitorStartRequest*>(&request)) m_lastStart = start->hasMonitorFilter();
+    if (m_responseCode != 0) {
+      request.setResponse(m_responseCode, nullptr);
+    } else if (dynamic_cast<CSTAMonitorStartRequest*>(&request)) {
+      request.setResponse(0, new CSTAMonitorStartResponse("monitor-1"));
+    } else {
+      request.setResponse(0, new CSTAGenericResponse(false));
+    }
   }
   std::vector<std::string> sent() const {
     std::lock_guard<std::mutex> guard(m_mutex);
     return m_sent;
   }
+  std::vector<CallLogEntryRequest> escapes() const {
+    std::lock_guard<std::mutex> guard(m_mutex);
+    return m_escapes;
+  }
+  bool lastStartHadFilter() const { return m_lastStart; }
   void setResponseCode(int code) { m_responseCode = code; }
 
  private:
   mutable std::mutex m_mutex;
   std::vector<std::string> m_sent;
+  std::vector<CallLogEntryRequest> m_escapes;
+  bool m_lastStart = false;
   std::atomic<int> m_responseCode{0};
 };
 
-// Store that records every request and answers "failed".
+// Store that records every request and answers with `reply` ("failed" unless told otherwise).
 class RecordingDataAccess : public Service, public DataAccessServiceIfc {
  public:
   std::string processRequest(const std::string& request) override {
     std::lock_guard<std::mutex> guard(m_mutex);
     m_requests.push_back(request);
-    return "failed";
+    return m_reply;
   }
   size_t requestCount() const {
     std::lock_guard<std::mutex> guard(m_mutex);
     return m_requests.size();
   }
+  std::vector<std::string> requests() const {
+    std::lock_guard<std::mutex> guard(m_mutex);
+    return m_requests;
+  }
+  void clear() {
+    std::lock_guard<std::mutex> guard(m_mutex);
+    m_requests.clear();
+  }
+  void setReply(const std::string& reply) {
+    std::lock_guard<std::mutex> guard(m_mutex);
+    m_reply = reply;
+  }
 
  private:
   mutable std::mutex m_mutex;
   std::vector<std::string> m_requests;
+  std::string m_reply = "failed";
 };
 
 // Phonebook held in a map from number to contact.

@@ -19,6 +19,11 @@ JournalHarness::~JournalHarness() {
   service.reset();
 }
 
+void JournalHarness::useStore(Executable* other) {
+  context.unregisterService("DataAccessServiceIfc");
+  context.registerService("DataAccessServiceIfc", other);
+}
+
 void JournalHarness::start() { service->init(context); }
 
 void JournalHarness::advance(int64_t ms) {

@@ -43,7 +43,15 @@ class JournalServiceTestPeer {
   LocalMgmtIfc* localMgmt() const { return m_s.m_pLocalMgmt; }
   MobilityServiceIfc* mobility() const { return m_s.m_pMobilitySvc; }
   ObserverNotifierIfc* notifier() const { return m_s.m_pObserverNotifier; }
+  std::deque<MissedCallItem>& missedList() { return m_s.m_missedCallList; }
   std::deque<DialledCallItem>& dialledList() { return m_s.m_dialledCallList; }
+  std::deque<ReceivedCallItem>& receivedList() { return m_s.m_receivedCallList; }
+  std::deque<ForwardedCallItem>& forwardedList() { return m_s.m_forwardedCallList; }
+  std::deque<CallBackItem>& callBackList() { return m_s.m_callBackList; }
+  void setServerCallLog(bool on) { m_s.m_serverCallLog = on; }
+  void setSoftwareType(const std::string& type) { m_s.m_softwareType = type; }
+  bool listsLoaded() const { return m_s.m_listsLoaded; }
+  std::string monitorCrossRefId() const { return m_s.m_monitorCrossRefId; }
   std::map<std::string, JournalService::Call*>& calls() { return m_s.m_calls; }
 
  private:
@@ -68,6 +76,8 @@ class JournalHarness {
   ~JournalHarness();
 
   void start();  // init(context)
+  // Registers `store` as the data access service instead of the recording one (before start).
+  void useStore(Executable* store);
   // Moves the manual clock and waits until every timer due by then has been delivered.
   void advance(int64_t ms);
   JournalServiceTestPeer peer() { return JournalServiceTestPeer(*service); }
