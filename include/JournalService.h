@@ -256,6 +256,8 @@ class JournalService : public Service,
   void readStoredList();
   template <class Item>
   void replaceWithStored(const std::string& reply);
+  template <class Item>
+  void replaceWithStoredLocked(const std::string& reply);  // the caller holds the list's lock
   template <class Info>
   void sendCallLogEntryRequests(const std::list<Info>& infos);
 

@@ -173,16 +173,24 @@ void JournalService::updateStoredEntry(const Item& item, const std::string& reas
   updateEntry(T::body(item, isDeleteRequest(reason)), reason, T::table);
 }
 
+// The read and the replacement happen under the list's lock: a deletion between them would
+// otherwise bring a deleted entry back from the stale reply.
 template <class Item>
 void JournalService::readStoredList() {
+  CriticalSection guard(JournalListTraits<Item>::lock(*this));
   std::string reply = processRequest(JournalListTraits<Item>::readMessage());
-  if (reply != journal::kStoreFailed) replaceWithStored<Item>(reply);
+  if (reply != journal::kStoreFailed) replaceWithStoredLocked<Item>(reply);
 }
 
 template <class Item>
 void JournalService::replaceWithStored(const std::string& reply) {
+  CriticalSection guard(JournalListTraits<Item>::lock(*this));
+  replaceWithStoredLocked<Item>(reply);
+}
+
+template <class Item>
+void JournalService::replaceWithStoredLocked(const std::string& reply) {
   using T = JournalListTraits<Item>;
-  CriticalSection guard(T::lock(*this));
   auto& list = T::list(*this);
   list.clear();
   T::parse(reply, list);
