@@ -9,11 +9,13 @@
 // tracked calls and the five lists. The framework services found at init are not owned.
 //
 // Locks (framework Semaphores used as mutexes, taken without time limit, never recursively):
-//   m_callsLock  ->  list locks            (entries are created inside the event handlers)
-//   m_dialledLock -> m_missedLock          (a dialled entry may remove the party's missed entry)
-//   notifier lock -> list locks            (the notifier reads lists while holding its own lock)
-// The notifier is never called while a list lock is held. m_dataLock guards the management data
-// exchange and is taken alone.
+//   m_dataLock   ->  notifier lock -> list locks   (a management write may delete the lists)
+//   m_callsLock  ->  list locks                    (entries are created inside the event handlers)
+//   m_dialledLock -> m_missedLock                  (a dialled entry may remove the party's missed entry)
+// The store's own lock is a leaf taken under a list lock (every change is stored at once).
+// The notifier is never called while a list lock is held: its lock comes before the list locks,
+// since it reads lists while holding it. Work that notifies computes what observers are told
+// under the list lock, gives the lock, then notifies.
 #pragma once
 
 #include <atomic>
