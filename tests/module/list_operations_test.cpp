@@ -160,6 +160,17 @@ TEST_F(ListOperations, DroppedOccurrencesAreReportedWhereTheSwitchKeepsTheCallLo
   EXPECT_EQ(escapes[1].fields[0].text, "2024-03-05T10:58:00");
   EXPECT_EQ(escapes[3].logTarget, CallLogEntryEvent::LT_RECEIVED);
   EXPECT_EQ(escapes[3].fields[1].presentation, CallLogEntryEvent::PV_NONE);
+
+  // A merge into a full dialled entry pushes its oldest occurrence out, unless its number stays.
+  auto full = makeEntry<DialledCallItem>("D9", "900", "2024-03-05T10:00:00", kMaxCallInfos);
+  full.infos().back().number = "901";
+  phone.service->sendCSTACAllLogEntryDeleteRequest(full.infos(), full.infos().front());
+  ASSERT_EQ(phone.csta.escapes().size(), 5u);
+  EXPECT_EQ(phone.csta.escapes().back().subscriberNumber, "901");
+  EXPECT_EQ(phone.csta.escapes().back().logTarget, CallLogEntryEvent::LT_DIALLED);
+  full.infos().back().number = "900";
+  phone.service->sendCSTACAllLogEntryDeleteRequest(full.infos(), full.infos().front());
+  EXPECT_EQ(phone.csta.escapes().size(), 5u);
 }
 
 TEST_F(ListOperations, NewSubscriberGetsCountFirstDialledAndCallbackCount) {
