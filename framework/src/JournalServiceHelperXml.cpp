@@ -39,6 +39,11 @@ bool parse(pugi::xml_document& doc, const std::string& text, bool keepDeclaratio
   return result && doc.document_element();
 }
 
+bool parse(pugi::xml_document& doc, const char* text, size_t size) {
+  const pugi::xml_parse_result result = doc.load_buffer(text, size, kParseFlags, pugi::encoding_utf8);
+  return result && doc.document_element();
+}
+
 std::string print(const pugi::xml_node& node) {
   StringWriter writer;
   node.print(writer, "", kPrintFlags, pugi::encoding_utf8);

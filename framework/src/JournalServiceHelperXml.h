@@ -14,6 +14,8 @@ namespace journalxml {
 // Parses `text` keeping every byte of character data: no end-of-line normalisation, blank-only
 // text kept where it is an element's only content. False when not well-formed.
 bool parse(pugi::xml_document& doc, const std::string& text, bool keepDeclaration = false);
+// The same for `size` bytes at `text`, without a copy into a std::string first.
+bool parse(pugi::xml_document& doc, const char* text, size_t size);
 
 // Writes a node (or a whole document) without indentation and without declaration.
 std::string print(const pugi::xml_node& node);

@@ -1,0 +1,432 @@
+// SqliteDataAccessService: store requests (read, write, update, delete of the call tables and the
+// settings) and the replies to them. Message shapes: docs/store-protocol.md, "Store messages".
+//
+// Requests are parsed with pugixml. A read reply is built by hand in one string: the stored
+// bodies are copied out of SQLite and escaped once, without a document in between.
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "JournalServiceHelperXml.h"
+#include "SqliteStore.h"
+#include "framework/JournalServiceHelper.h"
+
+namespace sqlitestore {
+namespace {
+
+using H = JournalServiceHelper;
+
+enum Reason { kRead, kWrite, kUpdate, kDelete };
+
+struct Request {
+  Table table = kMissed;
+  Reason reason = kRead;
+  std::vector<pugi::xml_node> items;  // the elements after the reason: entries or settings
+};
+
+bool named(const pugi::xml_node& node, const char* name) { return std::strcmp(node.name(), name) == 0; }
+
+// Text of child `name`, or null when there is no such child.
+const char* fieldText(const pugi::xml_node& parent, const char* name) {
+  const pugi::xml_node field = parent.child(name);
+  return field ? field.child_value() : nullptr;
+}
+
+// A unique id as stored: a positive decimal row id.
+bool parseRowId(const char* text, int64_t& id) {
+  if (!text || *text == '\0') return false;
+  const char* end = text + std::strlen(text);
+  const auto result = std::from_chars(text, end, id);
+  return result.ec == std::errc() && result.ptr == end && id > 0;
+}
+
+bool isSetting(const char* name) {
+  return std::strcmp(name, H::CALL_LOG_ENABLED) == 0 || std::strcmp(name, H::MISSED_LOGGING) == 0 ||
+         std::strcmp(name, H::DELETE_MISSED_WHEN_CALLED) == 0;
+}
+
+// The frame: root, table, reason, and the elements that follow.
+bool parseRequest(const pugi::xml_document& doc, Request& request, std::string& why) {
+  const pugi::xml_node root = doc.document_element();
+  if (!named(root, H::STOREREQUEST)) {
+    why = std::string("root element <") + root.name() + "> is not a store request";
+    return false;
+  }
+  const char* table = root.attribute(H::TABLE).value();
+  int t = 0;
+  while (t < kTableCount && std::strcmp(kTables[t].name, table) != 0) ++t;
+  if (t == kTableCount) {
+    why = std::string("unknown table '") + table + "'";
+    return false;
+  }
+  request.table = static_cast<Table>(t);
+
+  static constexpr const char* kReasons[] = {H::READREQUEST, H::WRITEREQUEST, H::UPDATEREQUEST, H::DELETEREQUEST};
+  const pugi::xml_node reason = root.first_child();
+  if (!reason || reason.type() != pugi::node_element || !named(reason, H::REASONFORMESSAGE)) {
+    why = "the request does not start with a reason";
+    return false;
+  }
+  int r = 0;
+  while (r < 4 && std::strcmp(kReasons[r], reason.child_value()) != 0) ++r;
+  if (r == 4) {
+    why = std::string("unknown reason '") + reason.child_value() + "'";
+    return false;
+  }
+  request.reason = static_cast<Reason>(r);
+
+  for (pugi::xml_node item = reason.next_sibling(); item; item = item.next_sibling()) {
+    if (item.type() != pugi::node_element) {
+      why = "text between the elements of the request";
+      return false;
+    }
+    request.items.push_back(item);
+  }
+  if (request.reason == kRead && !request.items.empty()) {
+    why = "a read takes no entries";
+    return false;
+  }
+  return true;
+}
+
+// The item body an entry holds: its text (or CDATA), never markup.
+bool entryBody(const pugi::xml_node& entry, const char*& body, std::string& why) {
+  if (!named(entry, H::ENTRY)) {
+    why = std::string("unexpected element <") + entry.name() + ">";
+    return false;
+  }
+  const pugi::xml_node content = entry.first_child();
+  if (content && ((content.type() != pugi::node_pcdata && content.type() != pugi::node_cdata) ||
+                  content.next_sibling())) {
+    why = "an entry holds markup instead of an escaped item body";
+    return false;
+  }
+  body = content ? content.value() : "";
+  return true;
+}
+
+// Parses an entry's body, which must be an item body of the table's type.
+bool parseBody(const char* body, Table table, pugi::xml_document& doc, std::string& why) {
+  if (!journalxml::parse(doc, body, std::strlen(body))) {
+    why = "an entry's item body is not well-formed";
+    return false;
+  }
+  if (!named(doc.document_element(), kTables[table].bodyRoot)) {
+    why = std::string("an entry's item body is a <") + doc.document_element().name() + ">, not a <" +
+          kTables[table].bodyRoot + ">";
+    return false;
+  }
+  return true;
+}
+
+// Runs a statement that returns no rows.
+bool stepDone(sqlite3_stmt* statement) { return statement && sqlite3_step(statement) == SQLITE_DONE; }
+
+void bindText(sqlite3_stmt* statement, int index, const char* text) {
+  if (text) {
+    sqlite3_bind_text(statement, index, text, -1, SQLITE_STATIC);
+  } else {
+    sqlite3_bind_null(statement, index);
+  }
+}
+
+// Parameters ?1 to ?8 of the insert and update statements.
+void bindRow(sqlite3_stmt* statement, const Columns& columns, const char* body) {
+  bindText(statement, 1, columns.entryId);
+  bindText(statement, 2, columns.surname);
+  bindText(statement, 3, columns.firstname);
+  bindText(statement, 4, columns.number);
+  bindText(statement, 5, columns.timeDate);
+  sqlite3_bind_int64(statement, 6, columns.occurrences);
+  if (columns.viewed < 0) {
+    sqlite3_bind_null(statement, 7);
+  } else {
+    sqlite3_bind_int(statement, 7, columns.viewed);
+  }
+  sqlite3_bind_text(statement, 8, body, -1, SQLITE_STATIC);
+}
+
+void appendReplyStart(std::string& reply, Table table) {
+  reply += "<storeReply table=\"";
+  reply += kTables[table].name;
+  reply += "\"><result>ok</result>";
+}
+
+// ---- Call tables -----------------------------------------------------------------------------
+
+// write and update. `lastId` is the row written last, 0 when none.
+bool writeEntries(Store& store, const Request& request, int64_t& lastId, std::string& why) {
+  const Table table = request.table;
+  for (const pugi::xml_node& entry : request.items) {
+    const char* body = nullptr;
+    pugi::xml_document doc;
+    if (!entryBody(entry, body, why) || !parseBody(body, table, doc, why)) return false;
+    const pugi::xml_node root = doc.document_element();
+    const Columns columns = readColumns(root, table);
+
+    int64_t id = 0;
+    if (request.reason == kUpdate && parseRowId(fieldText(root, H::UNIQUEID), id)) {
+      sqlite3_stmt* update = store.statement(table, kUpdateById);
+      StatementUse use(update);
+      if (update) {
+        bindRow(update, columns, body);
+        sqlite3_bind_int64(update, 9, id);
+      }
+      if (!stepDone(update)) return false;
+      if (sqlite3_changes(store.db) > 0) {
+        lastId = id;
+        continue;
+      }
+    }
+    // A write, or an update of a row that is not there: a new row.
+    sqlite3_stmt* insert = store.statement(table, kInsert);
+    StatementUse use(insert);
+    if (insert) bindRow(insert, columns, body);
+    if (!stepDone(insert)) return false;
+    lastId = sqlite3_last_insert_rowid(store.db);
+  }
+  return true;
+}
+
+bool deleteEntries(Store& store, const Request& request, std::string& why) {
+  const Table table = request.table;
+  if (request.items.empty()) {
+    sqlite3_stmt* all = store.statement(table, kDeleteAll);
+    StatementUse use(all);
+    return stepDone(all);
+  }
+  for (const pugi::xml_node& entry : request.items) {
+    const char* body = nullptr;
+    pugi::xml_document doc;
+    if (!entryBody(entry, body, why) || !parseBody(body, table, doc, why)) return false;
+    const pugi::xml_node root = doc.document_element();
+    const char* uniqueId = fieldText(root, H::UNIQUEID);
+    sqlite3_stmt* statement = nullptr;
+    if (uniqueId && *uniqueId) {
+      int64_t id = 0;
+      if (!parseRowId(uniqueId, id)) continue;  // names no row that can exist
+      statement = store.statement(table, kDeleteById);
+      if (statement) sqlite3_bind_int64(statement, 1, id);
+    } else {
+      statement = store.statement(table, kDeleteByEntryId);
+      const char* entryId = fieldText(root, H::ENTRYID);
+      if (statement) sqlite3_bind_text(statement, 1, entryId ? entryId : "", -1, SQLITE_STATIC);
+    }
+    StatementUse use(statement);
+    if (!stepDone(statement)) return false;
+  }
+  return true;
+}
+
+bool readEntries(Store& store, Table table, std::string& reply) {
+  sqlite3_stmt* select = store.statement(table, kSelectAll);
+  if (!select) return false;
+  StatementUse use(select);
+  reply.reserve(std::max<size_t>(store.replySizeHint[table], 4096));
+  appendReplyStart(reply, table);
+  int rc;
+  while ((rc = sqlite3_step(select)) == SQLITE_ROW) {
+    char id[24];
+    const auto idEnd = std::to_chars(id, id + sizeof id, sqlite3_column_int64(select, 0)).ptr;
+    reply += "<entry uniqueId=\"";
+    reply.append(id, idEnd);
+    reply += "\">";
+    const auto* body = reinterpret_cast<const char*>(sqlite3_column_text(select, 1));
+    appendEscaped(reply, body ? body : "", static_cast<size_t>(sqlite3_column_bytes(select, 1)));
+    reply += "</entry>";
+  }
+  if (rc != SQLITE_DONE) return false;
+  reply += "</storeReply>";
+  store.replySizeHint[table] = reply.size() + reply.size() / 8;
+  return true;
+}
+
+// ---- Settings --------------------------------------------------------------------------------
+
+bool checkSetting(const pugi::xml_node& setting, std::string& why) {
+  if (!isSetting(setting.name())) {
+    why = std::string("unknown setting <") + setting.name() + ">";
+    return false;
+  }
+  if (setting.find_child([](const pugi::xml_node& child) { return child.type() == pugi::node_element; })) {
+    why = std::string("setting <") + setting.name() + "> holds markup";
+    return false;
+  }
+  return true;
+}
+
+// write and update store each setting given; delete removes the ones named, or all.
+bool changeSettings(Store& store, const Request& request, std::string& why) {
+  if (request.reason == kDelete && request.items.empty()) {
+    sqlite3_stmt* all = store.statement(kSettings, kDeleteAll);
+    StatementUse use(all);
+    return stepDone(all);
+  }
+  for (const pugi::xml_node& setting : request.items) {
+    if (!checkSetting(setting, why)) return false;
+    sqlite3_stmt* statement = store.statement(kSettings, request.reason == kDelete ? kDeleteById : kInsert);
+    StatementUse use(statement);
+    if (statement) {
+      sqlite3_bind_text(statement, 1, setting.name(), -1, SQLITE_STATIC);
+      if (request.reason != kDelete) sqlite3_bind_text(statement, 2, setting.child_value(), -1, SQLITE_STATIC);
+    }
+    if (!stepDone(statement)) return false;
+  }
+  return true;
+}
+
+bool readSettings(Store& store, std::string& reply) {
+  sqlite3_stmt* select = store.statement(kSettings, kSelectAll);
+  if (!select) return false;
+  StatementUse use(select);
+  appendReplyStart(reply, kSettings);
+  int rc;
+  while ((rc = sqlite3_step(select)) == SQLITE_ROW) {
+    const auto* name = reinterpret_cast<const char*>(sqlite3_column_text(select, 0));
+    if (!name || !isSetting(name)) continue;  // only what a request can have stored
+    const auto* value = reinterpret_cast<const char*>(sqlite3_column_text(select, 1));
+    reply += '<';
+    reply += name;
+    reply += '>';
+    appendEscaped(reply, value ? value : "", static_cast<size_t>(sqlite3_column_bytes(select, 1)));
+    reply += "</";
+    reply += name;
+    reply += '>';
+  }
+  if (rc != SQLITE_DONE) return false;
+  reply += "</storeReply>";
+  return true;
+}
+
+// ---- Escaping --------------------------------------------------------------------------------
+
+// What each byte becomes in character data: itself, or a reference of up to 5 bytes. Entries are
+// 8 bytes so that the escaper copies one whole entry per byte without a branch.
+struct Replacement {
+  char text[8];
+  uint8_t length;
+};
+constexpr size_t kMaxReplacement = 5;  // "&amp;", "&#13;"
+
+constexpr std::array<Replacement, 256> makeReplacements() {
+  std::array<Replacement, 256> table{};
+  for (int c = 0; c < 256; ++c) {
+    table[c].text[0] = static_cast<char>(c);
+    table[c].length = 1;
+  }
+  const auto set = [&table](int c, const char* text) {
+    uint8_t n = 0;
+    for (; text[n]; ++n) table[c].text[n] = text[n];
+    table[c].length = n;
+  };
+  // Control characters but tab and line feed as references, so that no reader folds a carriage
+  // return into a line feed.
+  const char* const controls[] = {"&#0;",  "&#1;",  "&#2;",  "&#3;",  "&#4;",  "&#5;",  "&#6;",  "&#7;",
+                                  "&#8;",  "",      "",      "&#11;", "&#12;", "&#13;", "&#14;", "&#15;",
+                                  "&#16;", "&#17;", "&#18;", "&#19;", "&#20;", "&#21;", "&#22;", "&#23;",
+                                  "&#24;", "&#25;", "&#26;", "&#27;", "&#28;", "&#29;", "&#30;", "&#31;"};
+  for (int c = 0; c < 0x20; ++c)
+    if (c != '\t' && c != '\n') set(c, controls[c]);
+  set('<', "&lt;");
+  set('>', "&gt;");
+  set('&', "&amp;");
+  return table;
+}
+constexpr std::array<Replacement, 256> kReplacements = makeReplacements();
+
+}  // namespace
+
+void appendEscaped(std::string& out, const char* text, size_t size) {
+  // Room for the longest outcome plus the tail of the last 8-byte copy; trimmed afterwards.
+  const size_t start = out.size();
+  out.resize(start + size * kMaxReplacement + sizeof(Replacement::text));
+  char* const begin = &out[start];
+  char* p = begin;
+  const auto* in = reinterpret_cast<const unsigned char*>(text);
+  for (size_t i = 0; i < size; ++i) {
+    const Replacement& replacement = kReplacements[in[i]];
+    std::memcpy(p, replacement.text, sizeof replacement.text);
+    p += replacement.length;
+  }
+  out.resize(start + static_cast<size_t>(p - begin));
+}
+
+Columns readColumns(const pugi::xml_node& bodyRoot, Table table) {
+  Columns columns;
+  columns.entryId = fieldText(bodyRoot, H::ENTRYID);
+  columns.surname = fieldText(bodyRoot, H::SURNAME);
+  columns.firstname = fieldText(bodyRoot, H::FIRSTNAME);
+  const pugi::xml_node newest = bodyRoot.child(H::CALLINFOS).child(H::CALLINFO);
+  if (newest) {
+    columns.number = fieldText(newest, H::NUMBER);
+    columns.timeDate = fieldText(newest, H::TIMEDATE);
+  }
+  columns.occurrences = countOccurrences(bodyRoot);
+  if (table == kMissed) {
+    const char* viewed = fieldText(bodyRoot, H::VIEWED);
+    if (viewed && (std::strcmp(viewed, H::TRUETEXT) == 0 || std::strcmp(viewed, "1") == 0)) columns.viewed = 1;
+    if (viewed && (std::strcmp(viewed, H::FALSETEXT) == 0 || std::strcmp(viewed, "0") == 0)) columns.viewed = 0;
+  }
+  return columns;
+}
+
+int64_t countOccurrences(const pugi::xml_node& bodyRoot) {
+  int64_t count = 0;
+  for (pugi::xml_node info = bodyRoot.child(H::CALLINFOS).child(H::CALLINFO); info; info = info.next_sibling(H::CALLINFO)) {
+    ++count;
+  }
+  return count;
+}
+
+}  // namespace sqlitestore
+
+bool sqlitestore::Store::handle(const std::string& request, std::string& reply, std::string& why) {
+  using namespace sqlitestore;
+  pugi::xml_document doc;
+  Request parsed;
+  if (!journalxml::parse(doc, request)) {
+    why = "the request is not well-formed";
+    return false;
+  }
+  if (!parseRequest(doc, parsed, why)) return false;
+  const auto context = [&parsed]() {
+    static constexpr const char* kReasonNames[] = {H::READREQUEST, H::WRITEREQUEST, H::UPDATEREQUEST,
+                                                   H::DELETEREQUEST};
+    return std::string("table ") + kTables[parsed.table].name + ", " + kReasonNames[parsed.reason] + ": ";
+  };
+
+  if (parsed.reason == kRead) {
+    const bool ok = parsed.table == kSettings ? readSettings(*this, reply) : readEntries(*this, parsed.table, reply);
+    if (!ok) why = context() + lastError();
+    return ok;
+  }
+
+  Transaction transaction(*this);
+  int64_t lastId = 0;
+  std::string fault;  // set when the request itself is at fault, else SQLite's message is used
+  bool ok = transaction.begin();
+  if (ok) {
+    if (parsed.table == kSettings) {
+      ok = changeSettings(*this, parsed, fault);
+    } else if (parsed.reason == kDelete) {
+      ok = deleteEntries(*this, parsed, fault);
+    } else {
+      ok = writeEntries(*this, parsed, lastId, fault);
+    }
+  }
+  if (!ok || !transaction.commit()) {
+    why = context() + (fault.empty() ? lastError() : fault);
+    return false;  // the transaction rolls back
+  }
+  appendReplyStart(reply, parsed.table);
+  if (lastId > 0) {
+    reply += "<lastUniqueId>";
+    reply += std::to_string(lastId);
+    reply += "</lastUniqueId>";
+  }
+  reply += "</storeReply>";
+  return true;
+}

@@ -1,0 +1,281 @@
+// SqliteDataAccessService on a real file: store requests through the journal's message builders
+// and parsers, the readable columns, failures, reopening, schema migration and refusal.
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "LogCapture.h"
+#include "framework/JournalServiceHelper.h"
+#include "framework/SqliteDataAccessService.h"
+
+namespace {
+
+using H = JournalServiceHelper;
+using Rows = std::vector<std::vector<std::string>>;
+const char* const kMissed = H::DAS_CALLLOGMISSEDCALLS;
+
+std::string request(const char* table, const char* reason, const std::string& items = "") {
+  std::string message = H::createXMLField(H::REASONFORMESSAGE, reason) + items;
+  H::addXMLHeaderFooter(message, table);
+  return message;
+}
+
+// A missed call with `occurrences` occurrences, newest first, whose texts carry `text`.
+MissedCallItem missed(const std::string& entryId, const std::string& text, int occurrences) {
+  MissedCallItem item(entryId, text, "F" + text, {}, false);
+  for (int i = 0; i < occurrences; ++i) {
+    MissedCallItem::MissedCallInfo info;
+    info.entryId = entryId;
+    info.number = std::to_string(4710 + i) + text;
+    info.timeDate = "2024-03-0" + std::to_string(9 - i) + "T10:11:12";
+    info.deflectName = text;
+    item.infos().push_back(info);
+  }
+  return item;
+}
+
+std::string entry(const MissedCallItem& item, bool isDelete = false) {
+  return H::createXMLField(H::ENTRY, H::createXMLMissedCallItemBody(item, isDelete));
+}
+
+// Runs `sql` with text parameters on the file at `path` through the sqlite3 C API (NULL: "<null>").
+Rows query(const std::string& path, const std::string& sql, const std::vector<std::string>& params = {}) {
+  sqlite3* db = nullptr;
+  sqlite3_stmt* statement = nullptr;
+  Rows rows;
+  EXPECT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+  EXPECT_EQ(sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
+  for (size_t i = 0; i < params.size(); ++i)
+    sqlite3_bind_text(statement, static_cast<int>(i + 1), params[i].c_str(), -1, SQLITE_TRANSIENT);
+  int rc;
+  while ((rc = sqlite3_step(statement)) == SQLITE_ROW) {
+    rows.emplace_back();
+    for (int c = 0; c < sqlite3_column_count(statement); ++c) {
+      const unsigned char* text = sqlite3_column_text(statement, c);
+      rows.back().push_back(text ? reinterpret_cast<const char*>(text) : "<null>");
+    }
+  }
+  EXPECT_EQ(rc, SQLITE_DONE) << sqlite3_errmsg(db);
+  sqlite3_finalize(statement);
+  sqlite3_close(db);
+  return rows;
+}
+
+class SqliteStoreTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::string pattern = ::testing::TempDir() + "/sqlite_store_XXXXXX";
+    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+    dir = pattern;
+    path = dir + "/journal.db";
+    std::string error;
+    ASSERT_TRUE(store.open(path, error)) << error;
+  }
+  void TearDown() override {
+    store.close();
+    std::filesystem::remove_all(dir);
+  }
+
+  // The missed calls table, sorted by unique id.
+  std::deque<MissedCallItem> readMissed(SqliteDataAccessService& from) {
+    std::deque<MissedCallItem> list;
+    EXPECT_TRUE(H::parseXMLMissedCallList(from.processRequest(H::readMissedCallList()), list));
+    std::sort(list.begin(), list.end(), [](const auto& a, const auto& b) {
+      return std::stoll(a.getUniqueId()) < std::stoll(b.getUniqueId());
+    });
+    return list;
+  }
+  // Writes (or updates) `items` in one request; answers the reply's last unique id.
+  std::string put(const std::string& items, const char* reason = H::WRITEREQUEST) {
+    std::string id;
+    EXPECT_TRUE(H::parseLastUniqueId(store.processRequest(request(kMissed, reason, items)), id));
+    return id;
+  }
+
+  std::string dir;
+  std::string path;
+  SqliteDataAccessService store;
+};
+
+TEST_F(SqliteStoreTest, RoundTripKeepsAwkwardTextsAndFillsReadableColumns) {
+  const std::vector<std::string> texts = {"<a href=\"x\">&amp; 'q'</a>", "Müller ñ 日本\r\nzwei\r", "", " \t ",
+                                          std::string(100000, 'x') + "]]><&"};
+  std::vector<MissedCallItem> written;
+  std::string batch;
+  for (size_t i = 0; i < texts.size(); ++i) {
+    written.push_back(missed("E" + std::to_string(i) + texts[i], texts[i], static_cast<int>(i)));
+    written.back().setViewed(i % 2 == 1);
+    batch += entry(written.back());
+  }
+  const std::string lastId = put(batch);
+
+  const auto list = readMissed(store);
+  ASSERT_EQ(list.size(), written.size());
+  EXPECT_EQ(list.back().getUniqueId(), lastId);
+  const Rows rows = query(path,
+                          "SELECT unique_id, entry_id, surname, number, time_date, occurrences, viewed"
+                          " FROM callLogMissedCalls ORDER BY unique_id");
+  ASSERT_EQ(rows.size(), written.size());
+  for (size_t i = 0; i < written.size(); ++i) {
+    MissedCallItem expected = written[i];
+    expected.setUniqueId(rows[i][0]);
+    EXPECT_EQ(list[i], expected) << i;
+    const bool any = !expected.infos().empty();
+    const std::vector<std::string> columns = {expected.getEntryId(), expected.getSurname(),
+                                              any ? expected.infos().front().number : "<null>",
+                                              any ? expected.infos().front().timeDate : "<null>",
+                                              std::to_string(i), i % 2 ? "1" : "0"};
+    EXPECT_EQ(std::vector<std::string>(rows[i].begin() + 1, rows[i].end()), columns) << i;
+  }
+
+  // A body holding a raw carriage return: the reply gives it as a reference, which no reader folds.
+  put("<entry>&lt;missedCall&gt;&lt;surname&gt;a&#13;b&lt;/surname&gt;&lt;/missedCall&gt;</entry>");
+  EXPECT_EQ(store.processRequest(H::readMissedCallList()).find('\r'), std::string::npos);
+  EXPECT_EQ(readMissed(store).back().getSurname(), "a\rb");
+}
+
+TEST_F(SqliteStoreTest, UpdateReplacesTheRowOfItsUniqueIdAndInsertsOtherwise) {
+  const std::string id = put(entry(missed("E1", "a", 1)));
+  MissedCallItem changed = missed("E1", "b", 2);
+  changed.setUniqueId(id);
+  EXPECT_EQ(put(entry(changed), H::UPDATEREQUEST), id);
+  EXPECT_EQ(readMissed(store), std::deque<MissedCallItem>{changed});
+  EXPECT_EQ(query(path, "SELECT occurrences, surname FROM callLogMissedCalls"), (Rows{{"2", "b"}}));
+
+  // Without a unique id, or with one no row has: a new row.
+  MissedCallItem other = missed("E2", "c", 1);
+  const std::string second = put(entry(other), H::UPDATEREQUEST);
+  other.setUniqueId("999");
+  const std::string third = put(entry(other), H::UPDATEREQUEST);
+  EXPECT_EQ((std::set<std::string>{id, second, third, "999"}.size()), 4u);
+  EXPECT_EQ(readMissed(store).size(), 3u);
+}
+
+TEST_F(SqliteStoreTest, DeletesByUniqueIdByEntryIdAndWholeTable) {
+  std::vector<std::string> ids;
+  for (int i = 0; i < 4; ++i) ids.push_back(put(entry(missed("E" + std::to_string(i), "t", 1))));
+  const std::string dialledEntry =
+      H::createXMLField(H::ENTRY, H::createXMLDialledCallItemBody(DialledCallItem("D1", "", "", {}), false));
+  ASSERT_NE(store.processRequest(request(H::DAS_CALLLOGDIALLEDCALLS, H::WRITEREQUEST, dialledEntry)), "failed");
+
+  MissedCallItem byId("E2", "", "", {}, false);  // the unique id decides, not the entry id
+  byId.setUniqueId(ids[0]);
+  const MissedCallItem byEntryId("E3", "", "", {}, false);
+  EXPECT_EQ(store.processRequest(request(kMissed, H::DELETEREQUEST, entry(byId, true) + entry(byEntryId, true))),
+            "<storeReply table=\"callLogMissedCalls\"><result>ok</result></storeReply>");
+  EXPECT_EQ(query(path, "SELECT unique_id, entry_id FROM callLogMissedCalls ORDER BY unique_id"),
+            (Rows{{ids[1], "E1"}, {ids[2], "E2"}}));
+
+  EXPECT_NE(store.processRequest(request(kMissed, H::DELETEREQUEST)), "failed");
+  EXPECT_TRUE(readMissed(store).empty());
+  EXPECT_EQ(query(path, "SELECT entry_id FROM callLogDialledCalls"), (Rows{{"D1"}}));
+  // Ids of deleted rows are not given again: the journal may still hold them.
+  EXPECT_GT(std::stoll(put(entry(missed("E4", "t", 1)))), std::stoll(ids[3]));
+}
+
+TEST_F(SqliteStoreTest, SettingsAreStoredReadAndReplaced) {
+  const auto send = [&](const char* reason, const std::string& items = "") {
+    return store.processRequest(request(H::SETTINGS_SCHEMA, reason, items));
+  };
+  EXPECT_EQ(send(H::READREQUEST), "<storeReply table=\"journalSettings\"><result>ok</result></storeReply>");
+  EXPECT_NE(send(H::UPDATEREQUEST, H::createXMLField(H::MISSED_LOGGING, "false") +
+                                       H::createXMLField(H::CALL_LOG_ENABLED, "true")),
+            "failed");
+  EXPECT_NE(send(H::WRITEREQUEST, H::createXMLField(H::MISSED_LOGGING, "true")), "failed");
+  // An unknown setting spoils the whole request.
+  EXPECT_EQ(send(H::UPDATEREQUEST, H::createXMLField(H::CALL_LOG_ENABLED, "false") + H::createXMLField("volume", "3")),
+            "failed");
+
+  const std::string reply = send(H::READREQUEST);
+  std::string value;
+  EXPECT_TRUE(H::getXMLValue(reply, H::MISSED_LOGGING, value) && value == "true") << reply;
+  EXPECT_TRUE(H::getXMLValue(reply, H::CALL_LOG_ENABLED, value) && value == "true") << reply;
+  EXPECT_FALSE(H::getXMLValue(reply, H::DELETE_MISSED_WHEN_CALLED, value)) << reply;
+}
+
+TEST_F(SqliteStoreTest, DataSurvivesClosingAndReopening) {
+  MissedCallItem item = missed("E1", "kept", 3);
+  item.setUniqueId(put(entry(item)));
+  store.close();
+  EXPECT_EQ(store.processRequest(H::readMissedCallList()), "failed");
+
+  SqliteDataAccessService reopened(SqliteDataAccessService::Normal);
+  std::string error;
+  ASSERT_TRUE(reopened.open(path, error)) << error;
+  EXPECT_EQ(readMissed(reopened), std::deque<MissedCallItem>{item});
+  EXPECT_EQ(query(path, "PRAGMA journal_mode"), (Rows{{"wal"}}));
+}
+
+TEST_F(SqliteStoreTest, FailuresAnswerFailedLogAndChangeNothing) {
+  LogCapture log;
+  MissedCallItem kept = missed("E1", "kept", 2);
+  kept.setUniqueId(put(entry(kept)));
+  const std::string before = store.processRequest(H::readMissedCallList());
+  const std::string wrongType = H::createXMLField(H::ENTRY, H::createXMLDialledCallItemBody(DialledCallItem(), false));
+  const std::string good = entry(missed("E2", "new", 1));
+
+  const std::vector<std::string> bad = {
+      "<storeRequest table=\"callLogMissedCalls\"><reason>write</reason>",
+      request("callLogMissing", H::WRITEREQUEST, good),
+      request(kMissed, "rewrite", good),
+      request(kMissed, H::WRITEREQUEST, good + wrongType),
+      request(kMissed, H::WRITEREQUEST, good + "<entry>&lt;missedCall&gt;</entry>"),
+      request(kMissed, H::UPDATEREQUEST, "<entry><missedCall/></entry>"),
+      request(kMissed, H::DELETEREQUEST, entry(kept, true) + wrongType),
+  };
+  for (const std::string& message : bad) EXPECT_EQ(store.processRequest(message), "failed") << message;
+  EXPECT_EQ(store.processRequest(H::readMissedCallList()), before);
+  EXPECT_EQ(log.count("Store request failed"), static_cast<int>(bad.size()));
+  EXPECT_TRUE(log.contains("unknown table 'callLogMissing'", fw::kLogError));
+}
+
+TEST_F(SqliteStoreTest, MigratesAVersion1FileAndFillsOccurrences) {
+  const std::string old = dir + "/old.db";
+  for (const char* table : {H::DAS_CALLLOGMISSEDCALLS, H::DAS_CALLLOGDIALLEDCALLS, H::DAS_CALLLOGRECEIVEDCALLS,
+                            H::DAS_CALLLOGFORWARDEDCALLS}) {
+    query(old, std::string("CREATE TABLE ") + table +
+                   " (unique_id INTEGER PRIMARY KEY AUTOINCREMENT, entry_id TEXT, surname TEXT, firstname TEXT,"
+                   " number TEXT, time_date TEXT, viewed INTEGER, body TEXT NOT NULL)");
+  }
+  query(old, "CREATE TABLE journalSettings (name TEXT PRIMARY KEY, value TEXT)");
+  query(old, "PRAGMA user_version = 1");
+  MissedCallItem item = missed("E1", "old <&>", 3);
+  query(old, "INSERT INTO callLogMissedCalls (entry_id, body) VALUES ('E1', ?1)",
+        {H::createXMLMissedCallItemBody(item, false)});
+
+  std::string error;
+  ASSERT_TRUE(store.open(old, error)) << error;
+  EXPECT_EQ(query(old, "PRAGMA user_version"), (Rows{{"2"}}));
+  EXPECT_EQ(query(old, "SELECT unique_id, occurrences FROM callLogMissedCalls"), (Rows{{"1", "3"}}));
+  item.setUniqueId("1");
+  EXPECT_EQ(readMissed(store), std::deque<MissedCallItem>{item});
+}
+
+TEST_F(SqliteStoreTest, RefusesNewerSchemaVersionsAndFilesItCannotUse) {
+  const std::string newer = dir + "/newer.db";
+  query(newer, "PRAGMA user_version = 3");
+  std::string error;
+  EXPECT_FALSE(store.open(newer, error));
+  EXPECT_NE(error.find("'" + newer + "'"), std::string::npos) << error;
+  EXPECT_NE(error.find("schema version 3"), std::string::npos) << error;
+  EXPECT_FALSE(store.isOpen());
+  EXPECT_EQ(store.processRequest(H::readMissedCallList()), "failed");
+  EXPECT_EQ(query(newer, "PRAGMA journal_mode"), (Rows{{"delete"}}));  // left as it was
+
+  const std::string garbage = dir + "/garbage.db";
+  std::ofstream(garbage) << std::string(4096, 'g');
+  EXPECT_FALSE(store.open(garbage, error));
+  EXPECT_NE(error.find(garbage), std::string::npos) << error;
+  EXPECT_FALSE(store.open(dir + "/missing/journal.db", error));
+  EXPECT_NE(error.find("/missing/journal.db"), std::string::npos) << error;
+}
+
+}  // namespace
