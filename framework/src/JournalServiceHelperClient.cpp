@@ -68,10 +68,16 @@ std::string response(bool result, const std::string& entries = std::string()) {
   return journalxml::wrap(H::CLIENTRESPONSE, text);
 }
 
-template <class Item, class AppendEntry>
-std::string listResponse(const std::deque<Item>& list, AppendEntry appendEntry) {
+// A list reply carries each item as its element, not as escaped text: a full list is built and
+// read in one pass.
+template <class Item>
+std::string listResponse(const std::deque<Item>& list) {
   std::string entries;
-  for (const Item& item : list) appendEntry(item, entries, false);
+  for (const Item& item : list) {
+    entries += "<entry>";
+    journalxml::writeItem(entries, item, false);
+    entries += "</entry>";
+  }
   return response(true, entries);
 }
 
@@ -123,25 +129,23 @@ int JournalServiceHelper::getMethodFromXMLMsg(const std::string& msg) {
 std::string JournalServiceHelper::respBool(bool value) { return response(value); }
 
 std::string JournalServiceHelper::respGetMissedCallList(const std::deque<MissedCallItem>& list) {
-  return listResponse(list, [](const MissedCallItem& i, std::string& t, bool d) { createXMLMissedCallItemBody(i, t, d); });
+  return listResponse(list);
 }
 
 std::string JournalServiceHelper::respGetDialledCallList(const std::deque<DialledCallItem>& list) {
-  return listResponse(list, [](const DialledCallItem& i, std::string& t, bool d) { createXMLDialledCallItemBody(i, t, d); });
+  return listResponse(list);
 }
 
 std::string JournalServiceHelper::respGetReceivedCallList(const std::deque<ReceivedCallItem>& list) {
-  return listResponse(list,
-                      [](const ReceivedCallItem& i, std::string& t, bool d) { createXMLReceivedCallItemBody(i, t, d); });
+  return listResponse(list);
 }
 
 std::string JournalServiceHelper::respGetForwardedCallList(const std::deque<ForwardedCallItem>& list) {
-  return listResponse(
-      list, [](const ForwardedCallItem& i, std::string& t, bool d) { createXMLForwardedCallItemBody(i, t, d); });
+  return listResponse(list);
 }
 
 std::string JournalServiceHelper::respGetCallBackList(const std::deque<CallBackItem>& list) {
-  return listResponse(list, [](const CallBackItem& i, std::string& t, bool d) { createXMLCallBackItemBody(i, t, d); });
+  return listResponse(list);
 }
 
 std::string JournalServiceHelper::respGetLastNumberDialled(const DialledCallItem& item) {

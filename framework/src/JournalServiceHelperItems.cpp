@@ -1,8 +1,15 @@
 // JournalServiceHelper: item bodies of the five entry types and the parsing of entry lists.
 //
 // The five types share one codec. Each field is named once, in a visit function that a Writer
-// (item -> XML) and a Reader (XML -> item) both walk; the differences between the types are
+// (item -> XML text) and a Reader (XML -> item) both walk; the differences between the types are
 // which field groups they have, decided from their base classes.
+//
+// Lists of a thousand entries of ten occurrences travel at start-up and on every client read, so
+// the writer appends straight to a string and leaves out fields at their default (empty text, 0,
+// false: what a reader assumes for a missing field), and the reader expects the fields in the
+// order they are written.
+#include <charconv>
+#include <cstring>
 #include <type_traits>
 #include <utility>
 
@@ -40,33 +47,84 @@ struct ItemTraits<CallBackItem> {
 template <class T>
 constexpr bool hasPicture = std::is_base_of_v<CallItemWithPicture, T>;
 
-// Item -> XML: appends one field per visited value.
+// Item -> XML text: appends one element per visited value that is not at its default.
 struct Writer {
-  pugi::xml_node node;
+  std::string& out;
 
-  void operator()(const char* name, const std::string& value) { addField(node, name, value); }
-  void operator()(const char* name, bool value) { addField(node, name, value); }
+  void field(const char* name, const char* value, size_t size) {
+    out += '<';
+    out += name;
+    out += '>';
+    appendEscaped(out, value, size);
+    out += "</";
+    out += name;
+    out += '>';
+  }
+  void operator()(const char* name, const std::string& value) {
+    if (!value.empty()) field(name, value.data(), value.size());
+  }
+  void operator()(const char* name, bool value) {
+    if (value) field(name, H::TRUETEXT, std::strlen(H::TRUETEXT));
+  }
   template <class E, std::enable_if_t<std::is_enum_v<E>, int> = 0>
   void operator()(const char* name, E value) {
-    addField(node, name, static_cast<long>(value));
+    if (value == E{}) return;
+    char digits[16];
+    const auto end = std::to_chars(digits, digits + sizeof digits, static_cast<long>(value)).ptr;
+    field(name, digits, static_cast<size_t>(end - digits));
   }
   // A field behind an accessor pair.
   template <class Obj, class Get, class Set>
   void prop(const char* name, const Obj& obj, Get get, Set /*set*/) {
     (*this)(name, (obj.*get)());
   }
+  void open(const char* name) {
+    out += '<';
+    out += name;
+    out += '>';
+  }
+  void close(const char* name) {
+    out += "</";
+    out += name;
+    out += '>';
+  }
 };
 
 // XML -> item: reads every visited value; `ok` turns false at the first malformed field.
 struct Reader {
+  explicit Reader(const pugi::xml_node& n) : node(n), next(n.first_child()) {}
+
   pugi::xml_node node;
+  pugi::xml_node next;  // where the following field is expected, when fields come in writing order
   bool ok = true;
 
-  void operator()(const char* name, std::string& value) { ok = readField(node, name, value) && ok; }
-  void operator()(const char* name, bool& value) { ok = readField(node, name, value) && ok; }
+  // The child `name`, looked for from `next` on: fields come in the order they are written, any
+  // of them may be left out.
+  pugi::xml_node find(const char* name) {
+    for (pugi::xml_node child = next; child; child = child.next_sibling()) {
+      if (std::strcmp(child.name(), name) == 0) {
+        next = child.next_sibling();
+        return child;
+      }
+    }
+    return pugi::xml_node();
+  }
+  void operator()(const char* name, std::string& value) {
+    if (const pugi::xml_node field = find(name)) value = field.text().get();
+  }
+  void operator()(const char* name, bool& value) {
+    if (const pugi::xml_node field = find(name)) ok = readValue(field, value) && ok;
+  }
   template <class E, std::enable_if_t<std::is_enum_v<E>, int> = 0>
   void operator()(const char* name, E& value) {
-    ok = readEnum(node, name, value) && ok;
+    const pugi::xml_node field = find(name);
+    if (!field) return;
+    long number = 0;
+    if (readValue(field, number)) {
+      value = static_cast<E>(number);
+    } else {
+      ok = false;
+    }
   }
   template <class Obj, class Get, class Set>
   void prop(const char* name, Obj& obj, Get get, Set set) {
@@ -145,22 +203,25 @@ void visitFields(V& v, I& item) {
 }
 
 template <class Item>
-void writeInfos(pugi::xml_node root, const Item& item) {
-  pugi::xml_node infos = root.append_child(H::CALLINFOS);
+void writeInfos(Writer& writer, const Item& item) {
+  if (item.infos().empty()) return;
+  writer.open(H::CALLINFOS);
   for (const auto& info : item.infos()) {
-    Writer writer{infos.append_child(H::CALLINFO)};
+    writer.open(H::CALLINFO);
     visitInfo(writer, info);
+    writer.close(H::CALLINFO);
   }
+  writer.close(H::CALLINFOS);
 }
 
 template <class Item>
-bool readInfos(const pugi::xml_node& root, Item& item) {
+bool readInfos(Reader& reader, Item& item) {
   typename Item::InfoList infos;
-  for (const pugi::xml_node& node : root.child(H::CALLINFOS).children(H::CALLINFO)) {
-    Reader reader{node};
+  for (const pugi::xml_node& node : reader.find(H::CALLINFOS).children(H::CALLINFO)) {
+    Reader infoReader{node};
     typename Item::InfoList::value_type info;
-    visitInfo(reader, info);
-    if (!reader.ok) return false;
+    visitInfo(infoReader, info);
+    if (!infoReader.ok) return false;
     infos.push_back(std::move(info));
   }
   item.infos() = std::move(infos);
@@ -170,30 +231,39 @@ bool readInfos(const pugi::xml_node& root, Item& item) {
 }  // namespace
 
 template <class Item>
-void writeItem(pugi::xml_node parent, const Item& item, bool isDelete) {
-  Writer writer{parent.append_child(ItemTraits<Item>::root)};
+void writeItem(std::string& out, const Item& item, bool isDelete) {
+  Writer writer{out};
+  writer.open(ItemTraits<Item>::root);
   visitIdentity(writer, item);
-  if (isDelete) return;
-  visitFields(writer, item);
-  if constexpr (hasPicture<Item>) writeInfos(writer.node, item);
+  if (!isDelete) {
+    visitFields(writer, item);
+    if constexpr (hasPicture<Item>) writeInfos(writer, item);
+  }
+  writer.close(ItemTraits<Item>::root);
 }
 
 template <class Item>
 bool readItem(const pugi::xml_node& root, Item& item) {
-  if (std::string(root.name()) != ItemTraits<Item>::root) return false;
+  if (std::strcmp(root.name(), ItemTraits<Item>::root) != 0) return false;
   Reader reader{root};
   visitIdentity(reader, item);
   visitFields(reader, item);
   if constexpr (hasPicture<Item>) {
-    if (!readInfos(root, item)) return false;
+    if (!readInfos(reader, item)) return false;
   }
   return reader.ok;
 }
 
+// An entry holds the item either as its element (replies) or as escaped text (store requests).
 template <class Item>
 bool readEntry(const pugi::xml_node& entry, Item& item) {
-  pugi::xml_document body;
-  if (!parse(body, entry.text().get()) || !readItem(body.document_element(), item)) return false;
+  const pugi::xml_node element = entry.find_child([](const pugi::xml_node& n) { return n.type() == pugi::node_element; });
+  if (element) {
+    if (!readItem(element, item)) return false;
+  } else {
+    pugi::xml_document body;
+    if (!parse(body, entry.text().get()) || !readItem(body.document_element(), item)) return false;
+  }
   // A store may give the row's unique id on the entry rather than inside the body.
   if constexpr (hasPicture<Item>) {
     const pugi::xml_attribute uniqueId = entry.attribute(H::UNIQUEID);
@@ -203,7 +273,7 @@ bool readEntry(const pugi::xml_node& entry, Item& item) {
 }
 
 #define JOURNALXML_INSTANTIATE(Item)                                 \
-  template void writeItem<Item>(pugi::xml_node, const Item&, bool); \
+  template void writeItem<Item>(std::string&, const Item&, bool);    \
   template bool readItem<Item>(const pugi::xml_node&, Item&);       \
   template bool readEntry<Item>(const pugi::xml_node&, Item&);
 JOURNALXML_INSTANTIATE(MissedCallItem)
@@ -219,14 +289,17 @@ namespace {
 
 template <class Item>
 std::string bodyText(const Item& item, bool isDelete) {
-  pugi::xml_document doc;
-  journalxml::writeItem(doc, item, isDelete);
-  return journalxml::print(doc);
+  std::string body;
+  journalxml::writeItem(body, item, isDelete);
+  return body;
 }
 
+// The ENTRY field of a store request: the body as escaped text.
 template <class Item>
 void appendEntry(const Item& item, std::string& text, bool isDelete) {
-  text += JournalServiceHelper::createXMLField(JournalServiceHelper::ENTRY, bodyText(item, isDelete));
+  text += "<entry>";
+  journalxml::appendEscaped(text, bodyText(item, isDelete));
+  text += "</entry>";
 }
 
 template <class Item>

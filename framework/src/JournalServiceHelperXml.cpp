@@ -2,6 +2,7 @@
 // shared by the other JournalServiceHelper sources.
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 
 #include "JournalServiceHelperXml.h"
 #include "framework/JournalServiceHelper.h"
@@ -87,16 +88,21 @@ bool readField(const pugi::xml_node& parent, const char* name, std::string& valu
 
 bool readField(const pugi::xml_node& parent, const char* name, long& value) {
   const pugi::xml_node field = parent.child(name);
-  return !field || parseNumber(field.text().get(), value);
+  return !field || readValue(field, value);
 }
 
 bool readField(const pugi::xml_node& parent, const char* name, bool& value) {
   const pugi::xml_node field = parent.child(name);
-  if (!field) return true;
-  const std::string text = field.text().get();
-  if (text == JournalServiceHelper::TRUETEXT || text == "1") {
+  return !field || readValue(field, value);
+}
+
+bool readValue(const pugi::xml_node& field, long& value) { return parseNumber(field.text().get(), value); }
+
+bool readValue(const pugi::xml_node& field, bool& value) {
+  const char* text = field.text().get();
+  if (std::strcmp(text, JournalServiceHelper::TRUETEXT) == 0 || std::strcmp(text, "1") == 0) {
     value = true;
-  } else if (text == JournalServiceHelper::FALSETEXT || text == "0") {
+  } else if (std::strcmp(text, JournalServiceHelper::FALSETEXT) == 0 || std::strcmp(text, "0") == 0) {
     value = false;
   } else {
     return false;
@@ -126,9 +132,16 @@ std::string readMessage(const char* table) {
 }  // namespace
 
 std::string JournalServiceHelper::createXMLField(const char* name, const std::string& value) {
-  pugi::xml_document doc;
-  journalxml::addField(doc, name, value);
-  return journalxml::print(doc);
+  std::string field;
+  field.reserve(value.size() + 2 * std::strlen(name) + 5);
+  field += '<';
+  field += name;
+  field += '>';
+  journalxml::appendEscaped(field, value);
+  field += "</";
+  field += name;
+  field += '>';
+  return field;
 }
 
 std::string JournalServiceHelper::createXMLField(const char* name, const char* value) {

@@ -17,6 +17,11 @@ bool parse(pugi::xml_document& doc, const std::string& text, bool keepDeclaratio
 // The same for `size` bytes at `text`, without a copy into a std::string first.
 bool parse(pugi::xml_document& doc, const char* text, size_t size);
 
+// Appends `size` bytes of `text` as character data: markup characters and control characters
+// (but tab and line feed) become references, everything else is copied unchanged.
+void appendEscaped(std::string& out, const char* text, size_t size);
+inline void appendEscaped(std::string& out, const std::string& text) { appendEscaped(out, text.data(), text.size()); }
+
 // Writes a node (or a whole document) without indentation and without declaration.
 std::string print(const pugi::xml_node& node);
 
@@ -40,9 +45,13 @@ bool readEnum(const pugi::xml_node& parent, const char* name, Enum& value) {
   return true;
 }
 
-// The item codec: the element of one item's body (appended to `parent`) and its reverse.
+// The value of a field element: a decimal integer, or a flag "true"/"false" ("1"/"0").
+bool readValue(const pugi::xml_node& field, long& value);
+bool readValue(const pugi::xml_node& field, bool& value);
+
+// The item codec: the element of one item's body (appended to `out` as XML) and its reverse.
 template <class Item>
-void writeItem(pugi::xml_node parent, const Item& item, bool isDelete);
+void writeItem(std::string& out, const Item& item, bool isDelete);
 template <class Item>
 bool readItem(const pugi::xml_node& root, Item& item);
 // Parses the text of an ENTRY element (an item body) into `item`.
@@ -52,9 +61,9 @@ bool readEntry(const pugi::xml_node& entry, Item& item);
 // Appends an ENTRY element holding the body of `item` as text.
 template <class Item>
 void addEntry(pugi::xml_node parent, const Item& item, bool isDelete) {
-  pugi::xml_document body;
+  std::string body;
   writeItem(body, item, isDelete);
-  addField(parent, JournalServiceHelper::ENTRY, print(body));
+  addField(parent, JournalServiceHelper::ENTRY, body);
 }
 
 // A document whose root element is `rootName`.

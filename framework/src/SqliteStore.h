@@ -12,6 +12,7 @@
 #include <pugixml.hpp>
 #include <string>
 
+#include "JournalServiceHelperXml.h"
 #include "framework/SqliteDataAccessService.h"
 
 namespace sqlitestore {
@@ -50,7 +51,7 @@ int64_t countOccurrences(const pugi::xml_node& bodyRoot);
 
 // Appends `size` bytes of `text` as XML character data: & < > escaped, carriage returns and
 // the other control characters but tab and line feed as character references.
-void appendEscaped(std::string& out, const char* text, size_t size);
+using journalxml::appendEscaped;
 
 // Resets a statement when leaving a scope, so that it holds no lock on the file.
 class StatementUse {

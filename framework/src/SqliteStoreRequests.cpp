@@ -7,6 +7,7 @@
 #include <array>
 #include <charconv>
 #include <cstring>
+#include <string_view>
 #include <string>
 #include <vector>
 
@@ -122,6 +123,16 @@ bool parseBody(const char* body, Table table, pugi::xml_document& doc, std::stri
   return true;
 }
 
+// A body as stored, without an XML declaration in front (one cannot stand inside an element).
+std::string_view withoutDeclaration(const char* body) {
+  std::string_view text(body);
+  if (text.compare(0, 5, "<?xml") == 0) {
+    const size_t end = text.find("?>");
+    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 2);
+  }
+  return text;
+}
+
 // Runs a statement that returns no rows.
 bool stepDone(sqlite3_stmt* statement) { return statement && sqlite3_step(statement) == SQLITE_DONE; }
 
@@ -166,9 +177,18 @@ bool writeEntries(Store& store, const Request& request, int64_t& lastId, std::st
     if (!entryBody(entry, body, why) || !parseBody(body, table, doc, why)) return false;
     const pugi::xml_node root = doc.document_element();
     const Columns columns = readColumns(root, table);
+    // Reads hand bodies out as they are stored; a raw carriage return, which a reader would fold
+    // into a line feed, is stored as a reference instead.
+    std::string normalized;
+    if (std::strchr(body, '\r')) {
+      normalized = journalxml::print(doc);
+      body = normalized.c_str();
+    }
 
     int64_t id = 0;
-    if (request.reason == kUpdate && parseRowId(fieldText(root, H::UNIQUEID), id)) {
+    // An entry that names its row replaces it, for a write as for an update: an entry marked
+    // viewed is written again, and a new entry may take over the row of one it pushed out.
+    if (parseRowId(fieldText(root, H::UNIQUEID), id)) {
       sqlite3_stmt* update = store.statement(table, kUpdateById);
       StatementUse use(update);
       if (update) {
@@ -234,8 +254,10 @@ bool readEntries(Store& store, Table table, std::string& reply) {
     reply += "<entry uniqueId=\"";
     reply.append(id, idEnd);
     reply += "\">";
+    // Stored bodies were checked to be well-formed items when written: they go out as the
+    // entry's element, copied without escaping.
     const auto* body = reinterpret_cast<const char*>(sqlite3_column_text(select, 1));
-    appendEscaped(reply, body ? body : "", static_cast<size_t>(sqlite3_column_bytes(select, 1)));
+    reply.append(withoutDeclaration(body ? body : ""));
     reply += "</entry>";
   }
   if (rc != SQLITE_DONE) return false;
@@ -301,71 +323,26 @@ bool readSettings(Store& store, std::string& reply) {
   return true;
 }
 
-// ---- Escaping --------------------------------------------------------------------------------
-
-// What each byte becomes in character data: itself, or a reference of up to 5 bytes. Entries are
-// 8 bytes so that the escaper copies one whole entry per byte without a branch.
-struct Replacement {
-  char text[8];
-  uint8_t length;
-};
-constexpr size_t kMaxReplacement = 5;  // "&amp;", "&#13;"
-
-constexpr std::array<Replacement, 256> makeReplacements() {
-  std::array<Replacement, 256> table{};
-  for (int c = 0; c < 256; ++c) {
-    table[c].text[0] = static_cast<char>(c);
-    table[c].length = 1;
-  }
-  const auto set = [&table](int c, const char* text) {
-    uint8_t n = 0;
-    for (; text[n]; ++n) table[c].text[n] = text[n];
-    table[c].length = n;
-  };
-  // Control characters but tab and line feed as references, so that no reader folds a carriage
-  // return into a line feed.
-  const char* const controls[] = {"&#0;",  "&#1;",  "&#2;",  "&#3;",  "&#4;",  "&#5;",  "&#6;",  "&#7;",
-                                  "&#8;",  "",      "",      "&#11;", "&#12;", "&#13;", "&#14;", "&#15;",
-                                  "&#16;", "&#17;", "&#18;", "&#19;", "&#20;", "&#21;", "&#22;", "&#23;",
-                                  "&#24;", "&#25;", "&#26;", "&#27;", "&#28;", "&#29;", "&#30;", "&#31;"};
-  for (int c = 0; c < 0x20; ++c)
-    if (c != '\t' && c != '\n') set(c, controls[c]);
-  set('<', "&lt;");
-  set('>', "&gt;");
-  set('&', "&amp;");
-  return table;
-}
-constexpr std::array<Replacement, 256> kReplacements = makeReplacements();
-
 }  // namespace
 
-void appendEscaped(std::string& out, const char* text, size_t size) {
-  // Room for the longest outcome plus the tail of the last 8-byte copy; trimmed afterwards.
-  const size_t start = out.size();
-  out.resize(start + size * kMaxReplacement + sizeof(Replacement::text));
-  char* const begin = &out[start];
-  char* p = begin;
-  const auto* in = reinterpret_cast<const unsigned char*>(text);
-  for (size_t i = 0; i < size; ++i) {
-    const Replacement& replacement = kReplacements[in[i]];
-    std::memcpy(p, replacement.text, sizeof replacement.text);
-    p += replacement.length;
-  }
-  out.resize(start + static_cast<size_t>(p - begin));
-}
-
+// Fields left out of a body are at their default: an empty text, a flag that is false.
 Columns readColumns(const pugi::xml_node& bodyRoot, Table table) {
+  const auto text = [](const pugi::xml_node& parent, const char* name) {
+    const char* value = fieldText(parent, name);
+    return value ? value : "";
+  };
   Columns columns;
-  columns.entryId = fieldText(bodyRoot, H::ENTRYID);
-  columns.surname = fieldText(bodyRoot, H::SURNAME);
-  columns.firstname = fieldText(bodyRoot, H::FIRSTNAME);
+  columns.entryId = text(bodyRoot, H::ENTRYID);
+  columns.surname = text(bodyRoot, H::SURNAME);
+  columns.firstname = text(bodyRoot, H::FIRSTNAME);
   const pugi::xml_node newest = bodyRoot.child(H::CALLINFOS).child(H::CALLINFO);
   if (newest) {
-    columns.number = fieldText(newest, H::NUMBER);
-    columns.timeDate = fieldText(newest, H::TIMEDATE);
+    columns.number = text(newest, H::NUMBER);
+    columns.timeDate = text(newest, H::TIMEDATE);
   }
   columns.occurrences = countOccurrences(bodyRoot);
   if (table == kMissed) {
+    columns.viewed = 0;
     const char* viewed = fieldText(bodyRoot, H::VIEWED);
     if (viewed && (std::strcmp(viewed, H::TRUETEXT) == 0 || std::strcmp(viewed, "1") == 0)) columns.viewed = 1;
     if (viewed && (std::strcmp(viewed, H::FALSETEXT) == 0 || std::strcmp(viewed, "0") == 0)) columns.viewed = 0;

@@ -36,12 +36,18 @@ void addCallInfoToList(std::list<Info>& infos, const Info& info) {
   while (infos.size() > kMaxCallInfos) infos.pop_back();
 }
 
+// The entry classes have virtual destructors, so their copy and move operations are declared
+// explicitly: without them every move (sorting, inserting into a list) would be a deep copy.
 class CallItem {
  public:
   CallItem() = default;
   CallItem(std::string entryId, std::string surname, std::string firstname)
       : m_entryId(std::move(entryId)), m_surname(std::move(surname)), m_firstname(std::move(firstname)) {}
   virtual ~CallItem();
+  CallItem(const CallItem&) = default;
+  CallItem(CallItem&&) noexcept = default;
+  CallItem& operator=(const CallItem&) = default;
+  CallItem& operator=(CallItem&&) noexcept = default;
 
   const std::string& getEntryId() const { return m_entryId; }
   const std::string& getSurname() const { return m_surname; }
@@ -65,6 +71,11 @@ class CallItemWithPicture : public CallItem {
  public:
   using CallItem::CallItem;
   ~CallItemWithPicture() override;
+  CallItemWithPicture() = default;
+  CallItemWithPicture(const CallItemWithPicture&) = default;
+  CallItemWithPicture(CallItemWithPicture&&) noexcept = default;
+  CallItemWithPicture& operator=(const CallItemWithPicture&) = default;
+  CallItemWithPicture& operator=(CallItemWithPicture&&) noexcept = default;
 
   const std::string& getUniqueId() const { return m_uniqueId; }
   void setUniqueId(const std::string& id) { m_uniqueId = id; }
@@ -85,6 +96,11 @@ class CallItemWithPicture : public CallItem {
 class CallInfo {
  public:
   virtual ~CallInfo();
+  CallInfo() = default;
+  CallInfo(const CallInfo&) = default;
+  CallInfo(CallInfo&&) noexcept = default;
+  CallInfo& operator=(const CallInfo&) = default;
+  CallInfo& operator=(CallInfo&&) noexcept = default;
   std::string entryId;
   std::string number;
   std::string connectedNumber;
@@ -103,6 +119,11 @@ class CallInfo {
 class TimeFormat {
  public:
   virtual ~TimeFormat();
+  TimeFormat() = default;
+  TimeFormat(const TimeFormat&) = default;
+  TimeFormat(TimeFormat&&) noexcept = default;
+  TimeFormat& operator=(const TimeFormat&) = default;
+  TimeFormat& operator=(TimeFormat&&) noexcept = default;
   CallLogEntryEvent::_TFormat timeFormat = CallLogEntryEvent::TF_LOCAL;
   bool operator==(const TimeFormat& o) const { return timeFormat == o.timeFormat; }
 };
@@ -110,6 +131,11 @@ class TimeFormat {
 class Duration {
  public:
   virtual ~Duration();
+  Duration() = default;
+  Duration(const Duration&) = default;
+  Duration(Duration&&) noexcept = default;
+  Duration& operator=(const Duration&) = default;
+  Duration& operator=(Duration&&) noexcept = default;
   std::string duration;  // "mm:ss", minutes not folded into hours
   bool operator==(const Duration& o) const { return duration == o.duration; }
 };
@@ -119,6 +145,11 @@ class Duration {
 class Deflect {
  public:
   virtual ~Deflect();
+  Deflect() = default;
+  Deflect(const Deflect&) = default;
+  Deflect(Deflect&&) noexcept = default;
+  Deflect& operator=(const Deflect&) = default;
+  Deflect& operator=(Deflect&&) noexcept = default;
   std::string deflectNumber;
   std::string deflectName;
   NumberType::NT deflectNumberType = NumberType::NT_NONE;
@@ -183,6 +214,10 @@ class MissedCallItem : public CallItemWithInfos<MissedCallInfoRecord> {
       : CallItemWithInfos(std::move(entryId), std::move(surname), std::move(firstname), std::move(infos)),
         m_viewed(viewed) {}
   ~MissedCallItem() override;
+  MissedCallItem(const MissedCallItem&) = default;
+  MissedCallItem(MissedCallItem&&) noexcept = default;
+  MissedCallItem& operator=(const MissedCallItem&) = default;
+  MissedCallItem& operator=(MissedCallItem&&) noexcept = default;
 
   const InfoList& getMissedCallInfoList() const { return infos(); }
   InfoList& getMissedCallInfoList() { return infos(); }
@@ -201,6 +236,11 @@ class ReceivedCallItem : public CallItemWithInfos<ReceivedCallInfoRecord> {
   using ReceivedCallInfo = ReceivedCallInfoRecord;
   using CallItemWithInfos::CallItemWithInfos;
   ~ReceivedCallItem() override;
+  ReceivedCallItem() = default;
+  ReceivedCallItem(const ReceivedCallItem&) = default;
+  ReceivedCallItem(ReceivedCallItem&&) noexcept = default;
+  ReceivedCallItem& operator=(const ReceivedCallItem&) = default;
+  ReceivedCallItem& operator=(ReceivedCallItem&&) noexcept = default;
 
   const InfoList& getReceivedCallInfoList() const { return infos(); }
   InfoList& getReceivedCallInfoList() { return infos(); }
@@ -214,6 +254,11 @@ class DialledCallItem : public CallItemWithInfos<DialledCallInfoRecord> {
   using DialledCallInfo = DialledCallInfoRecord;
   using CallItemWithInfos::CallItemWithInfos;
   ~DialledCallItem() override;
+  DialledCallItem() = default;
+  DialledCallItem(const DialledCallItem&) = default;
+  DialledCallItem(DialledCallItem&&) noexcept = default;
+  DialledCallItem& operator=(const DialledCallItem&) = default;
+  DialledCallItem& operator=(DialledCallItem&&) noexcept = default;
 
   // The text dialled entries are grouped by (spelt so on purpose).
   const std::string& getJournalSeviceGroupBy() const { return m_groupBy; }
@@ -233,6 +278,11 @@ class ForwardedCallItem : public CallItemWithInfos<ForwardedCallInfoRecord> {
   using ForwardedCallInfo = ForwardedCallInfoRecord;
   using CallItemWithInfos::CallItemWithInfos;
   ~ForwardedCallItem() override;
+  ForwardedCallItem() = default;
+  ForwardedCallItem(const ForwardedCallItem&) = default;
+  ForwardedCallItem(ForwardedCallItem&&) noexcept = default;
+  ForwardedCallItem& operator=(const ForwardedCallItem&) = default;
+  ForwardedCallItem& operator=(ForwardedCallItem&&) noexcept = default;
 
   const InfoList& getForwardedCallInfoList() const { return infos(); }
   InfoList& getForwardedCallInfoList() { return infos(); }
@@ -254,6 +304,10 @@ class CallBackItem : public CallItem {
         m_number(std::move(number)), m_numberType(numberType), m_timeDate(std::move(timeDate)),
         m_type(type), m_state(state), m_deviceId(std::move(deviceId)) {}
   ~CallBackItem() override;
+  CallBackItem(const CallBackItem&) = default;
+  CallBackItem(CallBackItem&&) noexcept = default;
+  CallBackItem& operator=(const CallBackItem&) = default;
+  CallBackItem& operator=(CallBackItem&&) noexcept = default;
 
   const std::string& getNumber() const { return m_number; }
   NumberType::NT getNumberType() const { return m_numberType; }

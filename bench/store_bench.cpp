@@ -1,0 +1,279 @@
+// The journal's store path on the real SQLite store, on temporary files:
+//   - a raw single-row SQLite commit with the store's durability settings: the physical bound;
+//   - one journal entry write through updateMissedEntry (XML body, store message, parse, commit);
+//   - loading four full lists (1000 entries of ten occurrences each) through loadCallListsFromDb;
+//   - a client's read of a full list as reply XML.
+// Each is run with full durability (the default: answered means on disk) and the two writes also
+// with the faster synchronous=NORMAL setting. A summary of the targets follows the table.
+#include <benchmark/benchmark.h>
+#include <sqlite3.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <memory>
+#include <string>
+#include <type_traits>
+
+#include "JournalService.h"
+#include "framework/ClockService.h"
+#include "framework/CstaRequests.h"
+#include "framework/FrameworkContext.h"
+#include "framework/JournalServiceHelper.h"
+#include "framework/LocalMgmt.h"
+#include "framework/Logging.h"
+#include "framework/SqliteDataAccessService.h"
+#include "framework/TimeSource.h"
+
+using Helper = JournalServiceHelper;
+
+namespace {
+
+constexpr int kEntries = 1000;
+constexpr int kOccurrences = 10;
+
+// A directory of its own under TMPDIR (or /tmp), removed with everything in it.
+class TempDir {
+ public:
+  TempDir() {
+    const char* base = std::getenv("TMPDIR");
+    std::string pattern = std::string(base ? base : "/tmp") + "/journal-bench-XXXXXX";
+    char* made = mkdtemp(pattern.data());
+    if (!made) std::abort();
+    m_path = made;
+  }
+  ~TempDir() { std::system(("rm -rf '" + m_path + "'").c_str()); }
+  std::string file(const std::string& name) const { return m_path + "/" + name; }
+
+ private:
+  std::string m_path;
+};
+
+const char* durabilityName(int normal) { return normal ? "NORMAL" : "FULL"; }
+
+template <class Item>
+Item makeEntry(int n, int occurrences) {
+  Item item;
+  char id[48];
+  std::snprintf(id, sizeof id, "2024-03-05T10:%02d:%02dZ%08X", n / 60 % 60, n % 60, n);
+  item.setEntryId(id);
+  item.setSurname("Surname of party " + std::to_string(n));
+  item.setFirstname("Firstname");
+  for (int i = 0; i < occurrences; ++i) {
+    typename Item::InfoList::value_type info;
+    info.entryId = id;
+    info.number = "+4930" + std::to_string(1000000 + n);
+    info.connectedNumber = "3301";
+    char time[32];
+    std::snprintf(time, sizeof time, "2024-03-%02dT%02d:%02d:00", 1 + n % 28, i, n % 60);
+    info.timeDate = time;
+    info.logTarget = CallLogEntryEvent::LT_MISSED;
+    info.CallInfo::numberPresentation = CallLogEntryEvent::PV_SHOWN;
+    info.CallInfo::namePresentation = CallLogEntryEvent::PV_SHOWN;
+    info.numberType = NumberType::NT_BUSINESS;
+    if constexpr (std::is_base_of_v<Duration, typename Item::InfoList::value_type>) info.duration = "03:25";
+    item.infos().push_back(info);
+  }
+  return item;
+}
+
+// The switch: answers every request at once (the journal starts its monitor at start-up).
+class AnsweringCsta : public Service, public CSTAServiceIfc {
+ public:
+  void sendRequest(CSTARequest& request) override { request.setResponse(0, new CSTAGenericResponse(false)); }
+};
+
+// A SIP journal service (it keeps all four lists) on a store file, in a real framework context.
+struct Phone {
+  explicit Phone(const std::string& path, SqliteDataAccessService::Durability durability = SqliteDataAccessService::Full)
+      : store(durability), clock(time, "2024-03-05T10:00:00"), service(nullptr) {
+    std::string error;
+    if (!store.open(path, error)) {
+      std::fprintf(stderr, "%s\n", error.c_str());
+      std::abort();
+    }
+    mgmt.setValue("software-type", "Velmora SIP");
+    context.registerService("CSTAServiceIfc", &csta);
+    context.registerService("DataAccessServiceIfc", &store);
+    context.registerService("LocalMgmtIfc", &mgmt);
+    context.registerService("ClockServiceIfc", &clock);
+    service.init(context);
+  }
+  ~Phone() {
+    context.cancelTimers(&service);
+    mgmt.forget(&service);
+  }
+
+  SqliteDataAccessService store;
+  AnsweringCsta csta;
+  fw::ManualTimeSource time;
+  FrameworkContext context{time};
+  FileLocalMgmt mgmt;
+  SettableClockService clock;
+  JournalService service;
+};
+
+std::string bodyOf(const MissedCallItem& i) { return Helper::createXMLMissedCallItemBody(i, false); }
+std::string bodyOf(const DialledCallItem& i) { return Helper::createXMLDialledCallItemBody(i, false); }
+std::string bodyOf(const ReceivedCallItem& i) { return Helper::createXMLReceivedCallItemBody(i, false); }
+std::string bodyOf(const ForwardedCallItem& i) { return Helper::createXMLForwardedCallItemBody(i, false); }
+
+// Fills one stored table with a full list in one transaction.
+template <class Item>
+void fill(JournalService& service, const char* table) {
+  std::string body;
+  for (int n = 0; n < kEntries; ++n) body += Helper::createXMLField(Helper::ENTRY, bodyOf(makeEntry<Item>(n, kOccurrences)));
+  service.updateEntries(body, Helper::WRITEREQUEST, table);
+}
+
+void fillAllTables(JournalService& service) {
+  fill<MissedCallItem>(service, Helper::DAS_CALLLOGMISSEDCALLS);
+  fill<DialledCallItem>(service, Helper::DAS_CALLLOGDIALLEDCALLS);
+  fill<ReceivedCallItem>(service, Helper::DAS_CALLLOGRECEIVEDCALLS);
+  fill<ForwardedCallItem>(service, Helper::DAS_CALLLOGFORWARDEDCALLS);
+}
+
+void exec(sqlite3* db, const char* sql) {
+  char* error = nullptr;
+  if (sqlite3_exec(db, sql, nullptr, nullptr, &error) != SQLITE_OK) {
+    std::fprintf(stderr, "%s: %s\n", sql, error ? error : "?");
+    std::abort();
+  }
+}
+
+// One INSERT of a row as large as a one-occurrence entry, committed on its own.
+void BM_RawSqliteCommit(benchmark::State& state) {
+  TempDir dir;
+  sqlite3* db = nullptr;
+  if (sqlite3_open(dir.file("raw.db").c_str(), &db) != SQLITE_OK) std::abort();
+  exec(db, "PRAGMA journal_mode=WAL");
+  exec(db, state.range(0) ? "PRAGMA synchronous=NORMAL" : "PRAGMA synchronous=FULL");
+  exec(db, "CREATE TABLE t(id INTEGER PRIMARY KEY AUTOINCREMENT, body TEXT)");
+  sqlite3_stmt* insert = nullptr;
+  sqlite3_prepare_v2(db, "INSERT INTO t(body) VALUES(?)", -1, &insert, nullptr);
+  const std::string body = bodyOf(makeEntry<MissedCallItem>(1, 1));
+  for (auto _ : state) {
+    sqlite3_bind_text(insert, 1, body.data(), static_cast<int>(body.size()), SQLITE_STATIC);
+    if (sqlite3_step(insert) != SQLITE_DONE) std::abort();
+    sqlite3_reset(insert);
+  }
+  sqlite3_finalize(insert);
+  sqlite3_close(db);
+  state.SetLabel(durabilityName(state.range(0)));
+}
+
+// One new missed entry as the journal writes it: item body, store message, store, unique id.
+void BM_EntryWriteUpdateMissedEntry(benchmark::State& state) {
+  TempDir dir;
+  Phone phone(dir.file("journal.db"),
+              state.range(0) ? SqliteDataAccessService::Normal : SqliteDataAccessService::Full);
+  const MissedCallItem item = makeEntry<MissedCallItem>(1, 1);
+  for (auto _ : state) phone.service.updateMissedEntry(item, Helper::WRITEREQUEST);
+  if (phone.service.lastUniqueId().empty()) state.SkipWithError("the store gave no unique id");
+  state.SetLabel(durabilityName(state.range(0)));
+}
+
+// Start-up load of four full lists: read replies, parse, sort, purge scan.
+void BM_LoadFourFullLists(benchmark::State& state) {
+  TempDir dir;
+  Phone phone(dir.file("journal.db"));
+  fillAllTables(phone.service);
+  std::deque<ForwardedCallItem> loaded;
+  for (auto _ : state) phone.service.loadCallListsFromDb();
+  phone.service.getForwardedCallList(loaded);
+  if (loaded.size() != kEntries) state.SkipWithError("the forwarded list did not load whole");
+  state.counters["entries"] = 4 * kEntries;
+}
+
+// The two halves of a load, for one full list: the store's read reply, and parsing it.
+void BM_StoreReadOfAFullList(benchmark::State& state) {
+  TempDir dir;
+  Phone phone(dir.file("journal.db"));
+  fill<MissedCallItem>(phone.service, Helper::DAS_CALLLOGMISSEDCALLS);
+  const std::string read = Helper::readMissedCallList();
+  for (auto _ : state) benchmark::DoNotOptimize(phone.store.processRequest(read).size());
+}
+
+void BM_ParseOfAFullList(benchmark::State& state) {
+  TempDir dir;
+  Phone phone(dir.file("journal.db"));
+  fill<MissedCallItem>(phone.service, Helper::DAS_CALLLOGMISSEDCALLS);
+  const std::string reply = phone.store.processRequest(Helper::readMissedCallList());
+  for (auto _ : state) {
+    std::deque<MissedCallItem> list;
+    Helper::parseXMLMissedCallList(reply, list);
+    benchmark::DoNotOptimize(list.size());
+  }
+  state.counters["replyBytes"] = static_cast<double>(reply.size());
+}
+
+// A client's read of the full missed list, as the reply XML it is sent.
+void BM_FullListReplyXml(benchmark::State& state) {
+  TempDir dir;
+  Phone phone(dir.file("journal.db"));
+  fill<MissedCallItem>(phone.service, Helper::DAS_CALLLOGMISSEDCALLS);
+  phone.service.readMissedCallList();
+  size_t bytes = 0;
+  for (auto _ : state) {
+    std::deque<MissedCallItem> list;
+    phone.service.getMissedCallList(list);
+    std::string reply = Helper::respGetMissedCallList(list);
+    bytes = reply.size();
+    benchmark::DoNotOptimize(reply.data());
+  }
+  state.counters["replyBytes"] = static_cast<double>(bytes);
+}
+
+BENCHMARK(BM_RawSqliteCommit)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond)->MinTime(1.0);
+BENCHMARK(BM_EntryWriteUpdateMissedEntry)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond)->MinTime(1.0);
+BENCHMARK(BM_LoadFourFullLists)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_StoreReadOfAFullList)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ParseOfAFullList)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_FullListReplyXml)->Unit(benchmark::kMillisecond);
+
+// The console table, then the figures checked against the targets.
+class TargetReporter : public benchmark::ConsoleReporter {
+ public:
+  void ReportRuns(const std::vector<Run>& runs) override {
+    ConsoleReporter::ReportRuns(runs);
+    for (const Run& run : runs)
+      if (!run.error_occurred && run.run_type == Run::RT_Iteration)
+        m_ms[run.benchmark_name()] = run.GetAdjustedRealTime() * 1e3 / benchmark::GetTimeUnitMultiplier(run.time_unit);
+  }
+  void summary() {
+    // The time of the first run whose name starts with `name`.
+    auto get = [&](const std::string& name) {
+      for (const auto& [runName, ms] : m_ms)
+        if (runName.compare(0, name.size(), name) == 0) return ms;
+      return -1.0;
+    };
+    for (const char* level : {"0", "1"}) {
+      double raw = get(std::string("BM_RawSqliteCommit/") + level);
+      double entry = get(std::string("BM_EntryWriteUpdateMissedEntry/") + level);
+      if (raw > 0 && entry > 0)
+        std::printf("entry write %.3f ms / raw commit %.3f ms = %.2fx (synchronous=%s; target <= 2x at FULL)\n", entry,
+                    raw, entry / raw, durabilityName(level[0] == '1'));
+    }
+    double load = get("BM_LoadFourFullLists");
+    if (load > 0) std::printf("four full lists loaded in %.1f ms (target < 50 ms)\n", load);
+    double reply = get("BM_FullListReplyXml");
+    if (reply > 0) std::printf("full-list reply XML built in %.2f ms (target < 10 ms)\n", reply);
+  }
+
+ private:
+  std::map<std::string, double> m_ms;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  fw::setLogThresholds("*=1", nullptr);  // the phones here have no phonebook or mobility service, on purpose
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  TargetReporter reporter;
+  benchmark::RunSpecifiedBenchmarks(&reporter);
+  reporter.summary();
+  benchmark::Shutdown();
+  return 0;
+}
