@@ -12,7 +12,8 @@
 //   m_dataLock   ->  notifier lock -> list locks   (a management write may delete the lists)
 //   m_callsLock  ->  list locks                    (entries are created inside the event handlers)
 //   m_dialledLock -> m_missedLock                  (a dialled entry may remove the party's missed entry)
-// The store's own lock is a leaf taken under a list lock (every change is stored at once).
+// The store's own lock and m_uniqueIdLock are leaves taken under a list lock (every change is
+// stored at once, and the unique id of the write is kept).
 // The notifier is never called while a list lock is held: its lock comes before the list locks,
 // since it reads lists while holding it. Work that notifies computes what observers are told
 // under the list lock, gives the lock, then notifies.
@@ -174,7 +175,8 @@ class JournalService : public Service,
   void processForwardedCallDbXml(std::string const& reply);
   // Missed, dialled and received; forwarded too on SIP phones.
   void loadCallListsFromDb();
-  const std::string& lastUniqueId() const { return m_lastUniqueId; }
+  // The unique id the store gave the last entry written, by any thread.
+  std::string lastUniqueId() const;
 
   // ---- Configuration ------------------------------------------------------------------------------
   // Values of the local management store.
@@ -289,7 +291,8 @@ class JournalService : public Service,
   Semaphore m_forwardedLock;
   Semaphore m_callBackLock;
   Semaphore m_dataLock;
-  std::string m_lastUniqueId;
+  std::string m_lastUniqueId;      // guarded by m_uniqueIdLock
+  mutable Semaphore m_uniqueIdLock;  // a leaf: nothing is taken while it is held
   std::string m_softwareType;
   std::map<std::string, Call*> m_calls;  // owning; guarded by m_callsLock
   Semaphore m_callsLock;

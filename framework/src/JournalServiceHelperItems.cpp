@@ -47,11 +47,21 @@ struct ItemTraits<CallBackItem> {
 template <class T>
 constexpr bool hasPicture = std::is_base_of_v<CallItemWithPicture, T>;
 
-// Item -> XML text: appends one element per visited value that is not at its default.
+// Item -> XML text: appends one element per visited value that is not at its default, or, for
+// the occurrences (`attributes`), one attribute.
 struct Writer {
   std::string& out;
+  bool attributes = false;
 
   void field(const char* name, const char* value, size_t size) {
+    if (attributes) {
+      out += ' ';
+      out += name;
+      out += "=\"";
+      appendEscapedAttribute(out, value, size);
+      out += '"';
+      return;
+    }
     out += '<';
     out += name;
     out += '>';
@@ -90,37 +100,75 @@ struct Writer {
   }
 };
 
+// Field names compared without a call: most differ in their first byte.
+inline bool sameName(const char* a, const char* b) {
+  while (*a == *b) {
+    if (*a == '\0') return true;
+    ++a;
+    ++b;
+  }
+  return false;
+}
+
+// A field of an element: a child element, or an attribute for the occurrences. `text` is null for
+// a field that is not there.
+struct Field {
+  const char* text = nullptr;
+  explicit operator bool() const { return text != nullptr; }
+};
+
 // XML -> item: reads every visited value; `ok` turns false at the first malformed field.
 struct Reader {
-  explicit Reader(const pugi::xml_node& n) : node(n), next(n.first_child()) {}
+  explicit Reader(const pugi::xml_node& n, bool fromAttributes = false)
+      : node(n), attributes(fromAttributes), next(n.first_child()), nextAttribute(n.first_attribute()) {}
 
   pugi::xml_node node;
-  pugi::xml_node next;  // where the following field is expected, when fields come in writing order
+  bool attributes;
+  pugi::xml_node next;  // where the following field is expected
+  pugi::xml_attribute nextAttribute;
   bool ok = true;
 
-  // The child `name`, looked for from `next` on: fields come in the order they are written, any
-  // of them may be left out.
-  pugi::xml_node find(const char* name) {
+  // The field `name`, looked for from the expected place on: fields come in the order they are
+  // written, and any of them may be left out.
+  Field find(const char* name) {
+    if (attributes) {
+      for (pugi::xml_attribute a = nextAttribute; a; a = a.next_attribute()) {
+        if (sameName(a.name(), name)) {
+          nextAttribute = a.next_attribute();
+          return Field{a.value()};
+        }
+      }
+      return Field{};
+    }
     for (pugi::xml_node child = next; child; child = child.next_sibling()) {
-      if (std::strcmp(child.name(), name) == 0) {
+      if (sameName(child.name(), name)) {
         next = child.next_sibling();
-        return child;
+        return Field{child.text().get()};
+      }
+    }
+    return Field{};
+  }
+  pugi::xml_node child(const char* name) {
+    for (pugi::xml_node c = next; c; c = c.next_sibling()) {
+      if (std::strcmp(c.name(), name) == 0) {
+        next = c.next_sibling();
+        return c;
       }
     }
     return pugi::xml_node();
   }
   void operator()(const char* name, std::string& value) {
-    if (const pugi::xml_node field = find(name)) value = field.text().get();
+    if (const Field field = find(name)) value = field.text;
   }
   void operator()(const char* name, bool& value) {
-    if (const pugi::xml_node field = find(name)) ok = readValue(field, value) && ok;
+    if (const Field field = find(name)) ok = readValue(field.text, value) && ok;
   }
   template <class E, std::enable_if_t<std::is_enum_v<E>, int> = 0>
   void operator()(const char* name, E& value) {
-    const pugi::xml_node field = find(name);
+    const Field field = find(name);
     if (!field) return;
     long number = 0;
-    if (readValue(field, number)) {
+    if (readValue(field.text, number)) {
       value = static_cast<E>(number);
     } else {
       ok = false;
@@ -202,14 +250,18 @@ void visitFields(V& v, I& item) {
   }
 }
 
+// Each occurrence is one empty element whose fields are attributes: a full list is mostly
+// occurrences, and attributes make it smaller and quicker to read.
 template <class Item>
 void writeInfos(Writer& writer, const Item& item) {
   if (item.infos().empty()) return;
   writer.open(H::CALLINFOS);
   for (const auto& info : item.infos()) {
-    writer.open(H::CALLINFO);
-    visitInfo(writer, info);
-    writer.close(H::CALLINFO);
+    writer.out += '<';
+    writer.out += H::CALLINFO;
+    Writer attributes{writer.out, true};
+    visitInfo(attributes, info);
+    writer.out += "/>";
   }
   writer.close(H::CALLINFOS);
 }
@@ -217,8 +269,8 @@ void writeInfos(Writer& writer, const Item& item) {
 template <class Item>
 bool readInfos(Reader& reader, Item& item) {
   typename Item::InfoList infos;
-  for (const pugi::xml_node& node : reader.find(H::CALLINFOS).children(H::CALLINFO)) {
-    Reader infoReader{node};
+  for (const pugi::xml_node& node : reader.child(H::CALLINFOS).children(H::CALLINFO)) {
+    Reader infoReader{node, true};
     typename Item::InfoList::value_type info;
     visitInfo(infoReader, info);
     if (!infoReader.ok) return false;

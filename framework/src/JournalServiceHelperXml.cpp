@@ -1,6 +1,7 @@
 // JournalServiceHelper: fields, store message frame, value look-up and the pugixml plumbing
 // shared by the other JournalServiceHelper sources.
 #include <cerrno>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 
@@ -24,10 +25,19 @@ constexpr unsigned kPrintFlags = pugi::format_raw | pugi::format_no_declaration 
 
 bool parseNumber(const char* text, long& value) {
   if (*text == '\0') return false;
+  // Plain digits, as the journal writes them, without the locale-aware strtol.
+  long number = 0;
+  const char* end = text + std::strlen(text);
+  const auto parsed = std::from_chars(text, end, number);
+  if (parsed.ec == std::errc() && parsed.ptr == end) {
+    if (number < -2147483648L || number > 2147483647L) return false;
+    value = number;
+    return true;
+  }
   errno = 0;
-  char* end = nullptr;
-  const long number = std::strtol(text, &end, 10);
-  if (errno != 0 || *end != '\0' || number < -2147483648L || number > 2147483647L) return false;
+  char* rest = nullptr;
+  number = std::strtol(text, &rest, 10);
+  if (errno != 0 || *rest != '\0' || number < -2147483648L || number > 2147483647L) return false;
   value = number;
   return true;
 }
@@ -88,18 +98,17 @@ bool readField(const pugi::xml_node& parent, const char* name, std::string& valu
 
 bool readField(const pugi::xml_node& parent, const char* name, long& value) {
   const pugi::xml_node field = parent.child(name);
-  return !field || readValue(field, value);
+  return !field || readValue(field.text().get(), value);
 }
 
 bool readField(const pugi::xml_node& parent, const char* name, bool& value) {
   const pugi::xml_node field = parent.child(name);
-  return !field || readValue(field, value);
+  return !field || readValue(field.text().get(), value);
 }
 
-bool readValue(const pugi::xml_node& field, long& value) { return parseNumber(field.text().get(), value); }
+bool readValue(const char* text, long& value) { return parseNumber(text, value); }
 
-bool readValue(const pugi::xml_node& field, bool& value) {
-  const char* text = field.text().get();
+bool readValue(const char* text, bool& value) {
   if (std::strcmp(text, JournalServiceHelper::TRUETEXT) == 0 || std::strcmp(text, "1") == 0) {
     value = true;
   } else if (std::strcmp(text, JournalServiceHelper::FALSETEXT) == 0 || std::strcmp(text, "0") == 0) {

@@ -21,6 +21,8 @@ bool parse(pugi::xml_document& doc, const char* text, size_t size);
 // (but tab and line feed) become references, everything else is copied unchanged.
 void appendEscaped(std::string& out, const char* text, size_t size);
 inline void appendEscaped(std::string& out, const std::string& text) { appendEscaped(out, text.data(), text.size()); }
+// The same for an attribute value in double quotes: quotes, tabs and line feeds become references too.
+void appendEscapedAttribute(std::string& out, const char* text, size_t size);
 
 // Writes a node (or a whole document) without indentation and without declaration.
 std::string print(const pugi::xml_node& node);
@@ -45,9 +47,9 @@ bool readEnum(const pugi::xml_node& parent, const char* name, Enum& value) {
   return true;
 }
 
-// The value of a field element: a decimal integer, or a flag "true"/"false" ("1"/"0").
-bool readValue(const pugi::xml_node& field, long& value);
-bool readValue(const pugi::xml_node& field, bool& value);
+// The value of a field: a decimal integer, or a flag "true"/"false" ("1"/"0").
+bool readValue(const char* text, long& value);
+bool readValue(const char* text, bool& value);
 
 // The item codec: the element of one item's body (appended to `out` as XML) and its reverse.
 template <class Item>

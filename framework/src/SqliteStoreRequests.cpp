@@ -337,8 +337,8 @@ Columns readColumns(const pugi::xml_node& bodyRoot, Table table) {
   columns.firstname = text(bodyRoot, H::FIRSTNAME);
   const pugi::xml_node newest = bodyRoot.child(H::CALLINFOS).child(H::CALLINFO);
   if (newest) {
-    columns.number = text(newest, H::NUMBER);
-    columns.timeDate = text(newest, H::TIMEDATE);
+    columns.number = newest.attribute(H::NUMBER).value();  // occurrences keep their fields in attributes
+    columns.timeDate = newest.attribute(H::TIMEDATE).value();
   }
   columns.occurrences = countOccurrences(bodyRoot);
   if (table == kMissed) {

@@ -14,9 +14,11 @@ struct Replacement {
   char text[8];
   uint8_t length;
 };
-constexpr size_t kMaxReplacement = 5;  // "&amp;", "&#13;"
+constexpr size_t kMaxReplacement = 6;  // "&quot;"
 
-constexpr std::array<Replacement, 256> makeReplacements() {
+// For attribute values (`attribute`) also the quote, tab and line feed become references: a
+// reader turns raw ones into blanks.
+constexpr std::array<Replacement, 256> makeReplacements(bool attribute) {
   std::array<Replacement, 256> table{};
   for (int c = 0; c < 256; ++c) {
     table[c].text[0] = static_cast<char>(c);
@@ -38,14 +40,17 @@ constexpr std::array<Replacement, 256> makeReplacements() {
   set('<', "&lt;");
   set('>', "&gt;");
   set('&', "&amp;");
+  if (attribute) {
+    set('\t', "&#9;");
+    set('\n', "&#10;");
+    set('"', "&quot;");
+  }
   return table;
 }
-constexpr std::array<Replacement, 256> kReplacements = makeReplacements();
+constexpr std::array<Replacement, 256> kReplacements = makeReplacements(false);
+constexpr std::array<Replacement, 256> kAttributeReplacements = makeReplacements(true);
 
-}  // namespace
-
-
-void appendEscaped(std::string& out, const char* text, size_t size) {
+void appendWith(const std::array<Replacement, 256>& replacements, std::string& out, const char* text, size_t size) {
   // Room for the longest outcome plus the tail of the last 8-byte copy; trimmed afterwards.
   const size_t start = out.size();
   out.resize(start + size * kMaxReplacement + sizeof(Replacement::text));
@@ -53,12 +58,20 @@ void appendEscaped(std::string& out, const char* text, size_t size) {
   char* p = begin;
   const auto* in = reinterpret_cast<const unsigned char*>(text);
   for (size_t i = 0; i < size; ++i) {
-    const Replacement& replacement = kReplacements[in[i]];
+    const Replacement& replacement = replacements[in[i]];
     std::memcpy(p, replacement.text, sizeof replacement.text);
     p += replacement.length;
   }
   out.resize(start + static_cast<size_t>(p - begin));
 }
 
+}  // namespace
+
+
+void appendEscaped(std::string& out, const char* text, size_t size) { appendWith(kReplacements, out, text, size); }
+
+void appendEscapedAttribute(std::string& out, const char* text, size_t size) {
+  appendWith(kAttributeReplacements, out, text, size);
+}
 
 }  // namespace journalxml

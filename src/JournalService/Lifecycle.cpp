@@ -35,6 +35,7 @@ JournalService::JournalService(ObserverNotifierIfc* notifier)
       m_forwardedLock(1, 1, true, "m_forwardedLock"),
       m_callBackLock(1, 1, true, "m_callBackLock"),
       m_dataLock(1, 1, false, "m_dataLock"),
+      m_uniqueIdLock(1, 1, false, "m_uniqueIdLock"),
       m_callsLock(1, 1, true, "m_callsLock"),
       m_pObserverNotifier(notifier ? notifier : new ObserverNotifier) {
   JournalServiceHelper::init();

@@ -19,8 +19,18 @@ void JournalService::updateEntries(std::string const& body, std::string const& r
   std::string reply = processRequest(message);
   JLOG(kCoreLog, 5, "DAS resp %s \n", reply.c_str());
   if (reply == kStoreFailed) return;  // the in-memory list stays the authority
-  Helper::parseLastUniqueId(reply, m_lastUniqueId);
+  std::string id;
+  Helper::parseLastUniqueId(reply, id);
+  {
+    CriticalSection guard(m_uniqueIdLock);
+    m_lastUniqueId = id;
+  }
   m_visitorCallLogChanged = true;
+}
+
+std::string JournalService::lastUniqueId() const {
+  CriticalSection guard(m_uniqueIdLock);
+  return m_lastUniqueId;
 }
 
 void JournalService::updateEntry(std::string const& itemBody, std::string const& reason, std::string const& table) {
