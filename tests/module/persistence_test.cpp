@@ -6,6 +6,7 @@
 #include "JournalHarness.h"
 #include "RecordingObserver.h"
 #include "framework/JournalServiceHelper.h"
+#include "framework/SqliteDataAccessService.h"
 
 using Helper = JournalServiceHelper;
 
@@ -92,6 +93,56 @@ TEST(Persistence, WithoutAStoreListsStillChangeAndObserversAreTold) {
   EXPECT_TRUE(phone.peer().receivedList().empty());
   EXPECT_EQ(observer.calls().back(), "received |R1|2");
   EXPECT_FALSE(phone.peer().visitorCallLogChanged());
+}
+
+// A SIP phone (all four lists are stored) on a store file of a temporary directory.
+struct PhoneOnFile {
+  explicit PhoneOnFile(const std::string& path) {
+    std::string error;
+    EXPECT_TRUE(store.open(path, error)) << error;
+    phone.useStore(&store);
+    phone.start();
+    phone.service->refreshCallLog();
+  }
+  SqliteDataAccessService store;
+  JournalHarness phone{std::map<std::string, std::string>{{"software-type", "Velmora SIP"}}};
+};
+
+template <class Item>
+void write(JournalService& service, std::vector<Item>& items) {
+  for (Item& item : items) {
+    if constexpr (std::is_same_v<Item, MissedCallItem>) service.updateMissedEntry(item, Helper::WRITEREQUEST);
+    if constexpr (std::is_same_v<Item, ForwardedCallItem>) service.updateForwardedEntry(item, Helper::WRITEREQUEST);
+    item.setUniqueId(service.lastUniqueId());
+  }
+}
+
+TEST(Persistence, ListsComeBackFromTheFileNewestFirstAfterARestart) {
+  char dir[] = "/tmp/journal-persistence-XXXXXX";
+  ASSERT_NE(mkdtemp(dir), nullptr);
+  const std::string path = std::string(dir) + "/journal.db";
+  std::vector<MissedCallItem> missed = {makeEntry<MissedCallItem>("M-old", "100", "2024-03-01T10:00:00", 3),
+                                        makeEntry<MissedCallItem>("M-new", "2<&>\"3", "2024-03-05T10:00:00"),
+                                        makeEntry<MissedCallItem>("M-empty", "300", "2024-03-04T10:00:00", 0)};
+  missed[1].setViewed(true);
+  std::vector<ForwardedCallItem> forwarded = {makeEntry<ForwardedCallItem>("F1", "100", "2024-03-02T10:00:00")};
+  {
+    PhoneOnFile before(path);
+    write(*before.phone.service, missed);
+    write(*before.phone.service, forwarded);
+  }
+  PhoneOnFile after(path);
+  std::deque<MissedCallItem> missedList;
+  std::deque<ForwardedCallItem> forwardedList;
+  after.phone.service->getMissedCallList(missedList);
+  after.phone.service->getForwardedCallList(forwardedList);
+  EXPECT_EQ(missedList, (std::deque<MissedCallItem>{missed[1], missed[0]}));  // newest first, empty one purged
+  EXPECT_EQ(forwardedList, std::deque<ForwardedCallItem>(forwarded.begin(), forwarded.end()));
+
+  std::deque<MissedCallItem> stored;  // the purge reached the file
+  Helper::parseXMLMissedCallList(after.store.processRequest(Helper::readMissedCallList()), stored);
+  EXPECT_EQ(stored.size(), 2u);
+  std::system(("rm -rf '" + std::string(dir) + "'").c_str());
 }
 
 }  // namespace
