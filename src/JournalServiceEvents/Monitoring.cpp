@@ -12,48 +12,48 @@ namespace {
 
 constexpr const char* kLocalDevice = "localDeviceID";
 
-// Event categories of the monitor started by startEvents: call control and call information come
-// from the call-associated category; held, retrieved, initiated and transferred calls are not needed.
-CSTAMonitorFilter startFilter() {
-  CSTAMonitorFilter f;
+// Device, vendor and system events are filtered out in both filters; call-log entries and system
+// status are reported.
+void setDeviceAndSystemCategories(CSTAMonitorFilter& f) {
+  f.setCallAssociatedFilter(true);
+  f.setPhysicalDeviceFilter(true);
+  f.setLogicalDeviceFilter(true);
+  f.setVendorSpecificFilter(true);
+  f.setCallLogEntryFilter(false);
+  f.setSystemFilter(true);
+  f.setSystemStatusFilter(false);
+}
+
+// Call control and call information are reported; held, retrieved, initiated and transferred
+// calls are not needed.
+void setCallCategories(CSTAMonitorFilter& f) {
   f.setCallControlFilter(false);
   f.setHeldFilter(true);
   f.setRetrievedFilter(true);
   f.setServiceInitiatedFilter(true);
   f.setTransferredFilter(true);
-  f.setCallAssociatedFilter(true);
   f.setCallInformationFilter(false);
-  f.setPhysicalDeviceFilter(true);
-  f.setLogicalDeviceFilter(true);
-  f.setVendorSpecificFilter(true);
-  f.setCallLogEntryFilter(false);
-  f.setSystemFilter(true);
-  f.setSystemStatusFilter(false);
+}
+
+// The filter of the monitor started by startEvents.
+CSTAMonitorFilter startFilter() {
+  CSTAMonitorFilter f;
+  setCallCategories(f);
+  setDeviceAndSystemCategories(f);
   return f;
 }
 
-// The filter set after the system values were read; a phone that keeps its own call log also
-// needs the call control events and call information.
+// The filter set after the system values were read: call control only where the phone keeps its
+// own call log.
 CSTAMonitorFilter changedFilter(bool localCallLog) {
   CSTAMonitorFilter f;
   f.setCallControlFilter(true);
-  f.setCallAssociatedFilter(true);
-  f.setPhysicalDeviceFilter(true);
-  f.setLogicalDeviceFilter(true);
-  f.setVendorSpecificFilter(true);
-  f.setCallLogEntryFilter(false);
-  f.setSystemFilter(true);
-  f.setSystemStatusFilter(false);
+  setDeviceAndSystemCategories(f);
   f.setFS_DNDFilter(false);
   f.setFS_COCFilter(false);
   if (localCallLog) {
     JLOG(kEventsLog, 5, "%s():m_useCSTACallControlEvents == true => CallControl plus CallInfo", "readLocalMgmtData");
-    f.setCallControlFilter(false);
-    f.setHeldFilter(true);
-    f.setRetrievedFilter(true);
-    f.setServiceInitiatedFilter(true);
-    f.setTransferredFilter(true);
-    f.setCallInformationFilter(false);
+    setCallCategories(f);
   }
   return f;
 }
