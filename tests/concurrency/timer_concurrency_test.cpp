@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <future>
 #include <iterator>
 #include <random>
@@ -20,7 +21,7 @@ using ::testing::IsEmpty;
 
 constexpr int kOneHourMs = 3600000;
 
-// Manual time: advance() moves the clock, settle() waits until the timer thread has delivered
+// Manual time: advanceAndSettle() moves the clock and waits until the timer thread has delivered
 // everything that became due.
 class ManualTimers : public ::testing::Test {
  protected:
@@ -31,38 +32,34 @@ class ManualTimers : public ::testing::Test {
   FrameworkContext context{time};
 };
 
-TEST_F(ManualTimers, FiresOnceAtItsDeadlineOnTheTimerThread) {
+// Runs `onFire` inside each delivery, after recording it.
+struct HookedOwner : RecordingOwner {
+  void timerEvent(int timerId) override {
+    RecordingOwner::timerEvent(timerId);
+    onFire(timerId);
+  }
+  std::function<void(int)> onFire;
+};
+
+TEST_F(ManualTimers, FiresOnceAtItsDeadlineOnTheTimerThreadCountedFromTheLastRestartUnlessDeleted) {
   int id = context.createTimer(&owner, kOneHourMs);
-  advanceAndSettle(kOneHourMs - 1);
+  int restarted = context.createTimer(&owner, 100);
+  int deleted = context.createTimer(&owner, 100);
+  ASSERT_TRUE(context.deleteTimer(deleted));
+  advanceAndSettle(60);
+  ASSERT_TRUE(context.restartTimer(restarted));  // the first deadline no longer counts
+  advanceAndSettle(99);
   EXPECT_THAT(owner.firedIds(), IsEmpty());
   advanceAndSettle(1);
-  EXPECT_THAT(owner.firedIds(), ElementsAre(id));
+  EXPECT_THAT(owner.firedIds(), ElementsAre(restarted));
+  advanceAndSettle(kOneHourMs - 161);
+  EXPECT_THAT(owner.firedIds(), ElementsAre(restarted));
+  advanceAndSettle(1);
+  EXPECT_THAT(owner.firedIds(), ElementsAre(restarted, id));
   EXPECT_FALSE(owner.onCreatorThread);
   advanceAndSettle(10 * kOneHourMs);
-  EXPECT_THAT(owner.firedIds(), ElementsAre(id)) << "a one-shot timer fired again";
-}
-
-TEST_F(ManualTimers, RestartCountsTheDelayFromNowBeforeAndAfterFiring) {
-  int id = context.createTimer(&owner, 100);
-  advanceAndSettle(60);
-  ASSERT_TRUE(context.restartTimer(id));  // before firing: the first deadline no longer counts
-  advanceAndSettle(99);
-  EXPECT_THAT(owner.firedIds(), IsEmpty());
-  advanceAndSettle(51);
-  ASSERT_TRUE(context.restartTimer(id));  // after firing: armed again
-  advanceAndSettle(99);
-  EXPECT_THAT(owner.firedIds(), ElementsAre(id));
-  advanceAndSettle(1);
-  EXPECT_THAT(owner.firedIds(), ElementsAre(id, id));
-}
-
-TEST_F(ManualTimers, DeletedTimerNeverFiresAndItsIdIsForgotten) {
-  int id = context.createTimer(&owner, 100);
-  ASSERT_TRUE(context.deleteTimer(id));
-  advanceAndSettle(1000);
-  EXPECT_THAT(owner.firedIds(), IsEmpty());
-  EXPECT_FALSE(context.deleteTimer(id));
-  EXPECT_FALSE(context.restartTimer(id));
+  EXPECT_THAT(owner.firedIds(), ElementsAre(restarted, id)) << "a one-shot timer fired again";
+  EXPECT_FALSE(context.deleteTimer(deleted) || context.restartTimer(deleted));  // its id is forgotten
 }
 
 TEST_F(ManualTimers, DueTimersFireInDeadlineOrderTiesInArmingOrder) {
@@ -77,21 +74,16 @@ TEST_F(ManualTimers, DueTimersFireInDeadlineOrderTiesInArmingOrder) {
   EXPECT_THAT(owner.firedIds(), ElementsAre(first, second, b, a, late));
 }
 
-// Restarts its timer from its first timerEvent and cancels its timers from the second, where
-// cancelTimers must return rather than wait for the delivery it is called from.
-class RearmingOwner : public RecordingOwner {
- public:
-  explicit RearmingOwner(FrameworkContext& context) : m_context(context) {}
-  void timerEvent(int timerId) override {
-    RecordingOwner::timerEvent(timerId);
-    if (firedIds().size() == 1) m_context.restartTimer(timerId);
-    else m_context.cancelTimers(this);
-  }
-  FrameworkContext& m_context;
-};
-
 TEST_F(ManualTimers, TimerEventMayRestartAndCancelItsOwnTimers) {
-  RearmingOwner rearming(context);
+  // Restarts its fired timer from the first delivery (armed again, for the full delay from now) and
+  // cancels its timers from the second, where cancelTimers must not wait for its own delivery.
+  HookedOwner rearming;
+  rearming.onFire = [&](int id) {
+    if (rearming.firedIds().size() == 1)
+      context.restartTimer(id);
+    else
+      context.cancelTimers(&rearming);
+  };
   int id = context.createTimer(&rearming, kOneHourMs);
   int other = context.createTimer(&rearming, 3 * kOneHourMs);
   advanceAndSettle(kOneHourMs);
@@ -102,29 +94,24 @@ TEST_F(ManualTimers, TimerEventMayRestartAndCancelItsOwnTimers) {
   EXPECT_FALSE(context.restartTimer(other));
 }
 
-// Blocks inside its timerEvent until the test releases it.
-class BlockingOwner : public Executable {
- public:
-  void timerEvent(int) override {
+TEST_F(ManualTimers, CancelTimersWaitsForTheOwnersRunningDelivery) {
+  std::promise<void> entered, release;
+  std::atomic<bool> returned{false};
+  HookedOwner blocking;
+  blocking.onFire = [&](int) {
     entered.set_value();
     release.get_future().wait();
     returned = true;
-  }
-  std::promise<void> entered, release;
-  std::atomic<bool> returned{false};
-};
-
-TEST_F(ManualTimers, CancelTimersWaitsForTheOwnersRunningDelivery) {
-  BlockingOwner blocking;
+  };
   context.createTimer(&blocking, 10);
   time.advance(10);
-  blocking.entered.get_future().wait();
+  entered.get_future().wait();
   auto cancelled = std::async(std::launch::async, [&] {
     context.cancelTimers(&blocking);
-    return blocking.returned.load();
+    return returned.load();
   });
   EXPECT_EQ(cancelled.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
-  blocking.release.set_value();
+  release.set_value();
   EXPECT_TRUE(cancelled.get()) << "cancelTimers returned while the owner's timerEvent ran";
 }
 
@@ -153,8 +140,7 @@ TEST(TimerStress, ThreadsCreateRestartAndDeleteWhileTimeAdvances) {
         if (step % 4 == 0) time.advance(7);  // time moves while the others work
         const auto choice = random() % 4;
         if (choice < 2) {
-          int id = context.createTimer(&owners[w], static_cast<int>(random() % 50));
-          kept[w].insert(id);
+          kept[w].insert(context.createTimer(&owners[w], static_cast<int>(random() % 50)));
         } else if (!kept[w].empty()) {
           const int id = *std::next(kept[w].begin(), static_cast<long>(random() % kept[w].size()));
           EXPECT_TRUE(choice == 2 ? context.restartTimer(id) : context.deleteTimer(id));

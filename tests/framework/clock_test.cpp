@@ -18,7 +18,7 @@ std::string gmtimeText(int64_t seconds) {
   return text;
 }
 
-TEST(CivilTime, FormatAndParseRoundTripOverFourCenturies) {
+TEST(CivilTime, FormatAndParseRoundTripOverFourCenturiesAndMalformedTextsAreRefused) {
   // The epoch and its eve, year ends, leap days (1600 and 2024 are leap years, 1900 and 2100 are
   // not), past the signed 32-bit range; then 1801..2199 in steps visiting every hour, minute, second.
   std::vector<int64_t> instants = {0,           -1,          -86401,       946684799,  951782400, 1709210096,
@@ -28,32 +28,23 @@ TEST(CivilTime, FormatAndParseRoundTripOverFourCenturies) {
     const std::string text = fw::formatCivil(fw::civilFromSeconds(seconds));
     ASSERT_EQ(text, gmtimeText(seconds)) << seconds;
     fw::CivilTime parsed;
-    ASSERT_TRUE(fw::parseCivil(text, parsed)) << text;
-    ASSERT_EQ(fw::secondsFromCivil(parsed), seconds) << text;
+    ASSERT_TRUE(fw::parseCivil(text, parsed) && fw::secondsFromCivil(parsed) == seconds) << text;
   }
-}
-
-TEST(CivilTime, ParseRefusesMalformedTextsAndLeavesTheResultAlone) {
   for (const char* text :
        {"2024-02-30T00:00:00", "2023-02-29T00:00:00", "1900-02-29T00:00:00", "2023-04-31T00:00:00",
         "2024-03-05T07:08:09Z", " 2024-03-05T07:08:0", "2024-03-05 07:08:09", "2024-0a-05T07:08:09",
         "2024-+3-05T07:08:09", "2024-13-05T07:08:09", "2024-03-05T23:59:60"}) {
     fw::CivilTime civil{1111, 2, 3, 4, 5, 6};
     EXPECT_FALSE(fw::parseCivil(text, civil)) << text;
-    EXPECT_EQ(fw::formatCivil(civil), "1111-02-03T04:05:06") << text;
+    EXPECT_EQ(fw::formatCivil(civil), "1111-02-03T04:05:06") << text;  // left alone
   }
 }
 
 // The fields `clock` reads from `text` (or of the current time, for none), written as a text.
 std::string fieldsOf(ClockServiceIfc& clock, const char* text = nullptr) {
   int hour = -1, minute = -1, second = -1, day = -1, month = -1, year = -1;
-  if (text) {
-    clock.getTimeFromString(text, hour, minute, second);
-    clock.getDateFromString(text, day, month, year);
-  } else {
-    clock.getCurrentTime(hour, minute, second);
-    clock.getCurrentDate(day, month, year);
-  }
+  text ? clock.getTimeFromString(text, hour, minute, second) : clock.getCurrentTime(hour, minute, second);
+  text ? clock.getDateFromString(text, day, month, year) : clock.getCurrentDate(day, month, year);
   return fw::formatCivil({year, month, day, hour, minute, second});
 }
 
@@ -67,10 +58,8 @@ TEST(SettableClock, FollowsTheTimeSourceAndReadsItsOwnTexts) {
   ASSERT_TRUE(clock.setLocalTime("2024-01-31T23:30:00"));
   source.advance(kHourMs);
   EXPECT_EQ(now(), "2024-02-01T00:30:00");
-  source.advance(28 * 24 * kHourMs);
-  EXPECT_EQ(now(), "2024-02-29T00:30:00");
   EXPECT_FALSE(clock.setLocalTime("2024-03-05T07:08"));
-  source.advance(24 * kHourMs + 1000);
+  source.advance(29 * 24 * kHourMs + 1000);
   EXPECT_EQ(now(), "2024-03-01T00:30:01");
   EXPECT_EQ(fieldsOf(clock), "2024-03-01T00:30:01");
   // Fields read back from a formatted time are those of the instant, and all zero for garbage.

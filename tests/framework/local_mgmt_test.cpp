@@ -7,7 +7,6 @@
 #include <cstring>
 #include <fstream>
 #include <map>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,29 +20,21 @@ using Values = std::map<std::string, std::string>;
 using Changes = std::vector<std::string>;
 
 // Records each notification as "key=value", or "key" alone for a vanished key, marking any that
-// arrives on the thread that made the change instead of the store's own.
-class RecordingAgent : public MgmtAgentIfc {
- public:
+// arrives on the thread that made the change instead of the store's own. `changes` is read only
+// after draining the notifications, which orders the read after every delivery.
+struct RecordingAgent : MgmtAgentIfc {
   void manageableDataChanged(ManageableData& data) override {
     const std::vector<std::string> ids = data.getRootIds();
     std::string value, change = ids.size() == 1 ? ids[0] : "root ids: " + std::to_string(ids.size());
     if (ids.size() == 1 && data.interogate(ids[0], value)) change += "=" + value;
-    if (std::this_thread::get_id() == m_creator) change += " (on the caller's thread)";
-    std::lock_guard<std::mutex> guard(m_mutex);
-    m_changes.push_back(change);
+    if (std::this_thread::get_id() == creator) change += " (on the caller's thread)";
+    changes.push_back(change);
   }
-  Changes changes() const {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_changes;
-  }
-
- private:
-  const std::thread::id m_creator = std::this_thread::get_id();
-  mutable std::mutex m_mutex;
-  Changes m_changes;
+  const std::thread::id creator = std::this_thread::get_id();
+  Changes changes;
 };
 
-TEST(LocalMgmtParse, ReadsCommentsQuotesBlanksAndEmptyValues) {
+TEST(LocalMgmtParse, ReadsCommentsQuotesBlanksAndEmptyValuesAndNamesEachFaultWithFileAndLine) {
   Values values;
   std::string error;
   const std::string text = "# settings\n\n   # indented comment\n\tmax-entries=100  \ndial-prefix =  0 \r\n"
@@ -53,18 +44,14 @@ TEST(LocalMgmtParse, ReadsCommentsQuotesBlanksAndEmptyValues) {
   EXPECT_EQ(values, (Values{{"max-entries", "100"}, {"dial-prefix", "0"}, {"url", "http://host/a=b"},
                             {"greeting", "  hello  world "}, {"empty", ""}, {"bare", ""}, {"hash", "# not a comment"},
                             {"inner", "say \"hi\""}, {"Mode", "a"}, {"mode", "b"}, {"last", "x"}}));
-}
-
-TEST(LocalMgmtParse, EachFaultIsNamedWithFileAndLineAndLeavesTheResultUntouched) {
-  const std::pair<const char*, const char*> faults[] = {
+  const std::pair<const char*, const char*> faults[] = {  // each leaves the result untouched
       {"a = 1\n\njust words\n", "test.conf:3: expected 'key = value'"},
       {"a = 1\nb = \"open\n", "test.conf:2: unterminated quoted value"},
       {"a = 1\nb = 2\n\na = 3\n", "test.conf:4: duplicate key 'a'"},
       {"a = \"x\" y\n", "test.conf:1: unexpected text after quoted value"}};
-  for (const auto& [text, expected] : faults) {
-    Values values = {{"kept", "yes"}};
-    std::string error;
-    EXPECT_FALSE(FileLocalMgmt::parse(text, "test.conf", values, error) || values != Values({{"kept", "yes"}})) << text;
+  for (const auto& [bad, expected] : faults) {
+    values = {{"kept", "yes"}};
+    EXPECT_FALSE(FileLocalMgmt::parse(bad, "test.conf", values, error) || values != Values({{"kept", "yes"}})) << bad;
     EXPECT_EQ(error, expected);
   }
 }
@@ -81,7 +68,7 @@ class LocalMgmt : public ::testing::Test {
   }
   Changes delivered() {
     mgmt.drainNotifications();
-    return agent.changes();
+    return agent.changes;
   }
 
   const std::string path = ::testing::TempDir() + "local_mgmt_" + std::to_string(getpid()) + ".conf";
@@ -89,21 +76,16 @@ class LocalMgmt : public ::testing::Test {
   RecordingAgent agent;
 };
 
-TEST_F(LocalMgmt, AMissingFileOrAFailedLoadKeepsTheEarlierValues) {
+TEST_F(LocalMgmt, ReloadNotifiesChangedNewAndRemovedKeysUntilForgottenAndAFailedLoadChangesNothing) {
   std::string error;
   EXPECT_FALSE(mgmt.loadFile(path + ".absent", error));
   EXPECT_EQ(error, path + ".absent: cannot open: " + std::strerror(ENOENT));
-  ASSERT_TRUE(mgmt.loadFile(write("a = 1\nb = \"two words\"\n"), error)) << error;
-  write("a = 2\nb = 3\nbroken line\n");
-  EXPECT_FALSE(mgmt.reload(error));
-  EXPECT_EQ(error, path + ":3: expected 'key = value'");
-  EXPECT_EQ(mgmt.values(), (Values{{"a", "1"}, {"b", "two words"}}));
-}
-
-TEST_F(LocalMgmt, ReloadNotifiesChangedNewAndRemovedKeysUntilForgotten) {
-  std::string error;
   ASSERT_TRUE(mgmt.loadFile(write("same = 1\nchanged = old\nremoved = x\n"), error)) << error;
   for (const char* key : {"same", "changed", "removed", "added"}) ASSERT_TRUE(mgmt.observe(key, &agent));
+  write("same = 2\nchanged = 3\nbroken line\n");
+  EXPECT_FALSE(mgmt.reload(error));
+  EXPECT_EQ(error, path + ":3: expected 'key = value'");
+  EXPECT_EQ(mgmt.values(), (Values{{"same", "1"}, {"changed", "old"}, {"removed", "x"}}));
   write("same = 1\nchanged = new\nadded = \"\"\n");
   ASSERT_TRUE(mgmt.reload(error)) << error;
   Changes changes = delivered();

@@ -13,24 +13,22 @@ std::map<std::string, std::string> phoneWith(const std::string& software, const 
   return {{"software-type", software}, {"mac-addr", mac}};
 }
 
-TEST(AutoSave, KpxUploadsAtTheFirstExpiryAndEveryHourWhileChanged) {
+TEST(AutoSave, KpxUploadsAtTheFirstExpiryThenHourlyWhileChangedAndIgnoresOtherTimers) {
   JournalHarness phone(phoneWith("Velmora KPX", "00:1A:2B:3C:4D:FF"));
   phone.start();
   auto peer = phone.peer();
   peer.setVisitorCallLogChanged(true);
-  phone.mobility.setDefaultAnswer(true);
-
   phone.advance(7170000 - 1);  // 3,600,000 + 14,000 x 255
   EXPECT_EQ(phone.mobility.uploads(), 0);
   phone.advance(1);
   EXPECT_EQ(phone.mobility.uploads(), 1);
   EXPECT_FALSE(peer.visitorCallLogChanged());
-  EXPECT_NE(peer.hourlyTimer(), -1);
   EXPECT_EQ(phone.context.armedTimers(), 1u);  // the first timer is gone, the hourly one runs
 
   phone.advance(kHour);  // nothing changed since the upload
   EXPECT_EQ(phone.mobility.uploads(), 1);
   peer.setVisitorCallLogChanged(true);
+  phone.service->timerEvent(12345);  // not one of its timers
   phone.advance(kHour - 1);
   EXPECT_EQ(phone.mobility.uploads(), 1);
   phone.advance(1);
@@ -38,44 +36,44 @@ TEST(AutoSave, KpxUploadsAtTheFirstExpiryAndEveryHourWhileChanged) {
   EXPECT_EQ(phone.context.armedTimers(), 1u);
 }
 
-TEST(AutoSave, FailedUploadIsTriedAgainNextHour) {
+TEST(AutoSave, FailedUploadIsTriedAgainEveryHourUntilItSucceeds) {
   LogCapture log;
-  JournalHarness phone(phoneWith("Velmora KPX", "00"));
+  JournalHarness phone(phoneWith("Velmora KPX", "00"));  // the first delay is exactly one hour
   phone.start();
   auto peer = phone.peer();
   peer.setVisitorCallLogChanged(true);
   phone.mobility.answerNext(false);
-  phone.mobility.answerNext(false);
-  phone.mobility.answerNext(true);
-
-  phone.advance(kHour);  // MAC ending in 00: the first delay is exactly one hour
-  EXPECT_EQ(phone.mobility.uploads(), 1);
-  EXPECT_TRUE(peer.visitorCallLogChanged());
+  phone.mobility.answerNext(false);  // then the default answer, true
+  for (int upload = 1; upload <= 3; ++upload) {
+    phone.advance(kHour);
+    EXPECT_EQ(phone.mobility.uploads(), upload);
+    EXPECT_EQ(peer.visitorCallLogChanged(), upload < 3) << upload;
+  }
   EXPECT_TRUE(log.contains("mobility svc returned false", 5));
-  phone.advance(kHour);
-  EXPECT_EQ(phone.mobility.uploads(), 2);
-  EXPECT_TRUE(peer.visitorCallLogChanged());
-  phone.advance(kHour);
-  EXPECT_EQ(phone.mobility.uploads(), 3);
-  EXPECT_FALSE(peer.visitorCallLogChanged());
   EXPECT_TRUE(log.contains("mobility svc returned true!", 5));
   phone.advance(5 * kHour);
   EXPECT_EQ(phone.mobility.uploads(), 3);
 }
 
-TEST(AutoSave, SipFirstTimerExpiresOnceAndNothingFollows) {
-  LogCapture log;
-  JournalHarness phone(phoneWith("Velmora SIP", "00:1A:2B:3C:4D:5E"));
-  phone.start();
-  auto peer = phone.peer();
-  peer.setVisitorCallLogChanged(true);
-  phone.advance(3600000 + 14000 * 0x5E);
-  EXPECT_EQ(log.count("timer expired"), 1);
-  EXPECT_EQ(phone.context.armedTimers(), 0u);
-  EXPECT_EQ(peer.hourlyTimer(), -1);
-  phone.advance(24 * kHour);
-  EXPECT_EQ(log.count("timer expired"), 1);
-  EXPECT_EQ(phone.mobility.uploads(), 0);
+TEST(AutoSave, FirstDelayFollowsTheLastByteOfTheMacAndOnSipNothingFollowsIt) {
+  // A character that is not hexadecimal reads as 0; a text shorter than a byte gives 0 and logs an error.
+  const std::pair<const char*, int64_t> cases[] = {
+      {"00:1A:2B:3C:4D:5E", kHour + 14000 * 0x5E}, {"ff", 7170000}, {"00:1A:2B:3C:4D:00", kHour},
+      {"x9:", kHour + 14000 * 0x90}, {"fg", kHour + 14000 * 0xF0}, {"zz", kHour}, {"0", kHour}, {"", kHour}};
+  for (const auto& [mac, delay] : cases) {
+    LogCapture log;
+    JournalHarness phone(phoneWith("Velmora SIP", mac));
+    phone.start();
+    phone.peer().setVisitorCallLogChanged(true);
+    EXPECT_EQ(log.contains("invalid mac address", 2), std::string(mac).size() < 2) << mac;
+    phone.advance(delay - 1);
+    EXPECT_EQ(log.count("timer expired"), 0) << mac;
+    phone.advance(1);
+    EXPECT_EQ(log.count("timer expired"), 1) << mac;
+    EXPECT_EQ(phone.context.armedTimers(), 0u) << mac;  // no hourly timer on SIP software
+    phone.advance(24 * kHour);
+    EXPECT_TRUE(log.count("timer expired") == 1 && phone.mobility.uploads() == 0) << mac;
+  }
 }
 
 TEST(AutoSave, NoMacAddressNoTimer) {
@@ -83,62 +81,27 @@ TEST(AutoSave, NoMacAddressNoTimer) {
   phone.start();
   EXPECT_EQ(phone.peer().initialTimer(), -1);
   EXPECT_EQ(phone.context.armedTimers(), 0u);
-  phone.peer().setVisitorCallLogChanged(true);
-  phone.advance(48 * kHour);
-  EXPECT_EQ(phone.mobility.uploads(), 0);
-}
-
-TEST(AutoSave, FirstDelayFollowsTheLastByte) {
-  struct Case {
-    const char* mac;
-    int64_t delay;
-  };
-  for (Case c : {Case{"00:1A:2B:3C:4D:00", 3600000}, Case{"0", 3600000}, Case{"ff", 7170000},
-                 Case{"00:1A:2B:3C:4D:5E", 3600000 + 14000 * 94}}) {
-    LogCapture log;
-    JournalHarness phone(phoneWith("Velmora SIP", c.mac));
-    phone.start();
-    EXPECT_TRUE(log.contains("inital timeout for auto calllog save:" + std::to_string(c.delay), 6)) << c.mac;
-    phone.advance(c.delay - 1);
-    EXPECT_EQ(log.count("timer expired"), 0) << c.mac;
-    phone.advance(1);
-    EXPECT_EQ(log.count("timer expired"), 1) << c.mac;
-  }
-}
-
-TEST(AutoSave, UnknownTimerOnlyLogs) {
-  LogCapture log;
-  JournalHarness phone(phoneWith("Velmora KPX", "00"));
-  phone.start();
-  phone.peer().setVisitorCallLogChanged(true);
-  phone.service->timerEvent(12345);
-  EXPECT_EQ(log.count("timer expired"), 1);
-  EXPECT_EQ(phone.mobility.uploads(), 0);
-  EXPECT_EQ(phone.context.armedTimers(), 1u);
 }
 
 // A context that finds services but cannot make timers.
-class NoTimerContext : public Context {
- public:
-  explicit NoTimerContext(Context& inner) : m_inner(inner) {}
-  Executable* findService(const std::string& name) override { return m_inner.findService(name); }
+struct NoTimerContext : Context {
+  explicit NoTimerContext(Context& inner) : inner(inner) {}
+  Executable* findService(const std::string& name) override { return inner.findService(name); }
   int createTimer(Executable*, int) override { return -1; }
   bool restartTimer(int) override { return false; }
   bool deleteTimer(int) override { return false; }
-
- private:
-  Context& m_inner;
+  Context& inner;
 };
 
-TEST(AutoSave, TimerFailuresAreLogged) {
+TEST(AutoSave, TimerFailuresAreLoggedAndNothingIsUploaded) {
   LogCapture log;
   JournalHarness phone(phoneWith("Velmora KPX", "00"));
   NoTimerContext noTimers(phone.context);
   phone.service->init(noTimers);
   EXPECT_TRUE(log.contains("could not start autoSaveVisitorCallLogToRvm timer", 2));
   EXPECT_EQ(phone.peer().initialTimer(), -1);
-
-  // The expiry of the (never made) first timer, whose id is -1, finds no hourly timer either.
+  // The expiry of the (never made) first timer, whose id is -1, cannot make the hourly one.
+  phone.peer().setVisitorCallLogChanged(true);
   phone.service->timerEvent(-1);
   EXPECT_TRUE(log.contains("could not create timer", 2));
   EXPECT_EQ(phone.mobility.uploads(), 0);

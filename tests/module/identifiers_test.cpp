@@ -1,105 +1,73 @@
 // Entry identifiers, time and duration texts, ordering of stored entries, the dialled-list cap.
+// The MAC address digits are read in autosave_test, through the delays they give.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <tuple>
 
 #include "JournalHarness.h"
-#include "LogCapture.h"
 
 namespace {
 
-// Makes the clock service the module's clock for the life of the object.
-class WithClock {
- public:
-  explicit WithClock(const std::string& now) : m_clock(m_time, now) { JournalService::m_pClockSvc = &m_clock; }
+// Makes a settable clock the module's clock for the life of the object.
+struct WithClock {
+  explicit WithClock(const std::string& now) : clock(time, now) { JournalService::m_pClockSvc = &clock; }
   ~WithClock() { JournalService::m_pClockSvc = nullptr; }
-  fw::ManualTimeSource m_time;
-  SettableClockService m_clock;
+  fw::ManualTimeSource time;
+  SettableClockService clock;
 };
 
-TEST(EntryId, TimeStampAndCallNumberReadAsDecimalLikeA32BitStrtol) {
+TEST(EntryId, TimeStampThenCallNumberReadLikeA32BitStrtolFollowingTheClock) {
   WithClock clock("2024-03-05T07:08:09");
-  EXPECT_EQ(JournalService::createEntryId("1234"), "2024-03-05T07:08:09Z000004D2");
-  auto suffix = [](const std::string& number) { return JournalService::createEntryId(number).substr(20); };
-  EXPECT_EQ(suffix("4294967296"), "7FFFFFFF");  // beyond the range sticks to the limit
-  EXPECT_EQ(suffix("-1"), "FFFFFFFF");
-  EXPECT_EQ(suffix("AB12CD34"), "00000000");  // a random hexadecimal text starting with a letter
-  EXPECT_EQ(suffix("12AB34CD"), "0000000C");  // only its leading decimal digits count
-  EXPECT_EQ(suffix("  +42"), "0000002A");
-  EXPECT_EQ(suffix(""), "00000000");
+  const std::pair<const char*, const char*> cases[] = {
+      {"1234", "000004D2"},     {"4294967296", "7FFFFFFF"},  // beyond the range sticks to the limit
+      {"-1", "FFFFFFFF"},       {"AB12CD34", "00000000"},    // hexadecimal starting with a letter
+      {"12AB34CD", "0000000C"}, {"  +42", "0000002A"},       // only the leading decimal digits count
+      {"", "00000000"}};
+  for (const auto& [number, suffix] : cases)
+    EXPECT_EQ(JournalService::createEntryId(number), std::string("2024-03-05T07:08:09Z") + suffix) << number;
+  clock.time.advance(45000);
+  EXPECT_EQ(JournalService::formatTimeDate(JournalService::getCurrentTimeSec()), "2024-03-05T07:08:54");
+  EXPECT_EQ(JournalService::createEntryId("1"), "2024-03-05T07:08:54Z00000001");
 }
 
-TEST(EntryId, WithoutClockOnlyTheDigits) {
+TEST(EntryId, WithoutClockOnlyTheDigitsAndNoTimesOrComparisons) {
+  JournalService service(nullptr);
   JournalService::m_pClockSvc = nullptr;
   EXPECT_EQ(JournalService::createEntryId("1234"), "000004D2");
   EXPECT_EQ(JournalService::getCurrentTimeSec(), -1);
   EXPECT_EQ(JournalService::formatTimeDate(0), "");
-}
-
-TEST(TimeTexts, CurrentTimeAndFormatFollowTheClock) {
-  WithClock clock("2024-12-31T23:59:30");
-  long now = JournalService::getCurrentTimeSec();
-  EXPECT_EQ(JournalService::formatTimeDate(now), "2024-12-31T23:59:30");
-  clock.m_time.advance(45000);
-  EXPECT_EQ(JournalService::formatTimeDate(JournalService::getCurrentTimeSec()), "2025-01-01T00:00:15");
-  EXPECT_EQ(JournalService::createEntryId("1").substr(0, 20), "2025-01-01T00:00:15Z");
-}
-
-TEST(Duration, MinutesAndSecondsWithoutHours) {
-  EXPECT_EQ(JournalService::formatDuration(100, 100), "00:00");
-  EXPECT_EQ(JournalService::formatDuration(100, 50), "00:00");
-  EXPECT_EQ(JournalService::formatDuration(0, 59), "00:59");
-  EXPECT_EQ(JournalService::formatDuration(0, 60), "01:00");
-  EXPECT_EQ(JournalService::formatDuration(0, 3725), "62:05");
-  EXPECT_EQ(JournalService::formatDuration(0, 6000), "100:00");
-}
-
-TEST(CompareTimes, FieldByFieldWithClock) {
-  WithClock clock("2024-03-05T07:08:09");
-  JournalService service(nullptr);
-  JournalService::m_pClockSvc = &clock.m_clock;  // the service's destructor resets it
-  int result = 99;
-  ASSERT_TRUE(service.compareTimes("2024-03-05T07:08:09", "2024-03-05T07:08:10", result));
-  EXPECT_EQ(result, -1);
-  ASSERT_TRUE(service.compareTimes("2024-03-05T07:08:11", "2024-03-05T07:08:10", result));
-  EXPECT_EQ(result, 1);
-  ASSERT_TRUE(service.compareTimes("2024-03-05T07:08:09", "2024-03-05T07:08:09", result));
-  EXPECT_EQ(result, 0);
-  ASSERT_TRUE(service.compareTimes("2023-12-31T23:59:59", "2024-01-01T00:00:00", result));
-  EXPECT_EQ(result, -1);  // the year decides before every later field
-}
-
-TEST(CompareTimes, WithoutClockReportsNothing) {
-  JournalService service(nullptr);
-  JournalService::m_pClockSvc = nullptr;
   int result = 42;
   EXPECT_FALSE(service.compareTimes("2024-03-05T07:08:09", "2024-03-05T07:08:10", result));
   EXPECT_EQ(result, 42);
 }
 
-TEST(MacAddress, LastByteAsHexadecimal) {
-  LogCapture log;
-  EXPECT_EQ(getLastByteOfMacAddr("00:1A:2B:3C:4D:5E"), 0x5Eu);
-  EXPECT_EQ(getLastByteOfMacAddr("ff"), 255u);
-  EXPECT_EQ(getLastByteOfMacAddr("zz"), 0u);
-  EXPECT_FALSE(log.contains("invalid mac address"));
-  EXPECT_EQ(getLastByteOfMacAddr(""), 0u);
-  EXPECT_EQ(getLastByteOfMacAddr("A"), 0u);
-  EXPECT_EQ(log.count("invalid mac address"), 2);
-  EXPECT_TRUE(log.contains("invalid mac address", 2));
+TEST(TimeTexts, DurationsInMinutesAndSecondsAndComparisonsFieldByField) {
+  const std::tuple<long, long, const char*> durations[] = {{100, 100, "00:00"}, {100, 50, "00:00"},
+                                                           {0, 59, "00:59"},    {0, 60, "01:00"},
+                                                           {0, 3725, "62:05"},  {0, 6000, "100:00"}};
+  for (const auto& [start, end, text] : durations)
+    EXPECT_EQ(JournalService::formatDuration(start, end), text) << start << ".." << end;
+
+  WithClock clock("2024-03-05T07:08:09");
+  JournalService service(nullptr);  // its destructor resets the module's clock
+  const std::tuple<const char*, const char*, int> comparisons[] = {
+      {"2024-03-05T07:08:09", "2024-03-05T07:08:10", -1},
+      {"2024-03-05T07:08:11", "2024-03-05T07:08:10", 1},
+      {"2024-03-05T07:08:09", "2024-03-05T07:08:09", 0},
+      {"2023-12-31T23:59:59", "2024-01-01T00:00:00", -1}};  // the year decides before every later field
+  for (const auto& [a, b, expected] : comparisons) {
+    int result = 99;
+    EXPECT_TRUE(service.compareTimes(a, b, result) && result == expected) << a << " vs " << b << ": " << result;
+  }
 }
 
-TEST(MacAddress, HexDigitsWithoutTerminator) {
-  const char twoChars[2] = {'7', 'f'};
-  EXPECT_EQ(hexToint(twoChars), 0x7Fu);
-  EXPECT_EQ(hexToint('g') + hexToint(':'), 0u);
-}
-
+// An entry with occurrences at `times`, added in that order.
 template <class Item>
-Item itemAt(const std::string& id, const std::string& time) {
+Item itemAt(const std::string& id, std::initializer_list<const char*> times) {
   Item item;
   item.setEntryId(id);
-  if (!time.empty()) {
+  for (const char* time : times) {
     typename Item::InfoList::value_type info;
     info.timeDate = time;
     item.addCallInfoToList(info);
@@ -117,57 +85,36 @@ bool ordered(const ReceivedCallItem& a, const ReceivedCallItem& b) { return isRe
 bool ordered(const DialledCallItem& a, const DialledCallItem& b) { return isDialledCallOrdered(a, b); }
 bool ordered(const ForwardedCallItem& a, const ForwardedCallItem& b) { return isForwardedCallOrdered(a, b); }
 
-TYPED_TEST(Ordering, SortPutsNewestOccurrenceFirst) {
-  std::deque<TypeParam> list = {
-      itemAt<TypeParam>("a", "2024-03-05T07:08:09"),
-      itemAt<TypeParam>("b", "2024-03-06T00:00:00"),
-      itemAt<TypeParam>("c", "2023-12-31T23:59:59"),
-      itemAt<TypeParam>("2024-03-05T12:00:00Z00000001", ""),  // no occurrence: sorted by its id
-  };
-  std::sort(list.begin(), list.end(), [](const TypeParam& x, const TypeParam& y) { return ordered(x, y); });
-  ASSERT_EQ(list.size(), 4u);
-  EXPECT_EQ(list[0].getEntryId(), "b");
-  EXPECT_EQ(list[1].getEntryId(), "2024-03-05T12:00:00Z00000001");
-  EXPECT_EQ(list[2].getEntryId(), "a");
-  EXPECT_EQ(list[3].getEntryId(), "c");
+TYPED_TEST(Ordering, NewestOccurrenceOrElseTheIdDecidesStrictlyAndLongerKeysWin) {
+  using Item = TypeParam;
+  std::deque<Item> list = {itemAt<Item>("a", {"2024-03-05T07:08:09"}), itemAt<Item>("c", {"2023-12-31T23:59:59"}),
+                           itemAt<Item>("x", {"2024-01-01T00:00:00", "2024-02-01T00:00:00"}),
+                           itemAt<Item>("y", {"2024-01-15T00:00:00"}), itemAt<Item>("b", {"2024-03-06T00:00:00"}),
+                           itemAt<Item>("2024-03-05T12:00:00Z00000001", {})};  // no occurrence: its id counts
+  std::sort(list.begin(), list.end(), [](const Item& l, const Item& r) { return ordered(l, r); });
+  std::string firstLetters;
+  for (const Item& item : list) firstLetters += item.getEntryId()[0];
+  EXPECT_EQ(firstLetters, "b2axyc");
+  EXPECT_TRUE(ordered(itemAt<Item>("abc", {}), itemAt<Item>("ab", {})));
+  EXPECT_FALSE(ordered(itemAt<Item>("ab", {}), itemAt<Item>("abc", {})));
+  EXPECT_FALSE(ordered(list[0], list[0]));  // strict: equal keys are not ordered
 }
 
-TYPED_TEST(Ordering, OnlyTheNewestOccurrenceCountsAndLongerKeysWin) {
-  TypeParam older = itemAt<TypeParam>("x", "2024-01-01T00:00:00");
-  typename TypeParam::InfoList::value_type newer;
-  newer.timeDate = "2024-02-01T00:00:00";
-  older.addCallInfoToList(newer);
-  TypeParam other = itemAt<TypeParam>("y", "2024-01-15T00:00:00");
-  EXPECT_TRUE(ordered(older, other));
-  EXPECT_FALSE(ordered(other, older));
-  EXPECT_TRUE(ordered(itemAt<TypeParam>("abc", ""), itemAt<TypeParam>("ab", "")));
-  EXPECT_FALSE(ordered(itemAt<TypeParam>("ab", ""), itemAt<TypeParam>("abc", "")));
-  EXPECT_FALSE(ordered(other, other));  // strict: equal keys are not ordered
-}
-
-TEST(DialledCap, DropsTheOldestBeyondOneThousand) {
+TEST(DialledCap, TheOldestBeyondOneThousandIsDroppedAndNamed) {
   JournalService service(nullptr);
-  JournalServiceTestPeer peer(service);
-  for (size_t i = 0; i < JournalService::kMaxListEntries; ++i) {
-    DialledCallItem item;
-    item.setUniqueId("u" + std::to_string(i));
-    peer.dialledList().push_back(item);
+  auto& list = JournalServiceTestPeer(service).dialledList();
+  for (int i = 0; i < 1000; ++i) {
+    list.emplace_back();
+    list.back().setUniqueId("u" + std::to_string(i));
   }
   std::string first = "untouched", second = "untouched";
+  service.getUniqueIds(first, second);  // at the cap nothing is dropped
+  EXPECT_EQ(first + " " + second + " " + std::to_string(list.size()), "untouched untouched 1000");
+  list.emplace_front();
+  list.front().setUniqueId("new");
   service.getUniqueIds(first, second);
-  EXPECT_EQ(first, "untouched");
-  EXPECT_EQ(second, "untouched");
-  EXPECT_EQ(peer.dialledList().size(), 1000u);
-
-  DialledCallItem newest;
-  newest.setUniqueId("new");
-  peer.dialledList().push_front(newest);
-  service.getUniqueIds(first, second);
-  EXPECT_EQ(first, "u999");
-  EXPECT_EQ(second, "u999");
-  EXPECT_EQ(peer.dialledList().size(), 1000u);
-  EXPECT_EQ(peer.dialledList().front().getUniqueId(), "new");
-  EXPECT_EQ(peer.dialledList().back().getUniqueId(), "u998");
+  EXPECT_EQ(first + " " + second + " " + std::to_string(list.size()), "u999 u999 1000");
+  EXPECT_EQ(list.front().getUniqueId() + " " + list.back().getUniqueId(), "new u998");
 }
 
 }  // namespace

@@ -31,10 +31,6 @@ class FakeMobilityService : public Service, public MobilityServiceIfc {
     std::lock_guard<std::mutex> guard(m_mutex);
     m_script.push_back(answer);
   }
-  void setDefaultAnswer(bool answer) {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    m_defaultAnswer = answer;
-  }
   int uploads() const {
     std::lock_guard<std::mutex> guard(m_mutex);
     return m_uploads;
