@@ -199,6 +199,24 @@ class JournalService : public Service,
   // A call log that became disabled loses all its lists.
   void handleEnabledStateChange();
 
+  // ---- Contact matching: does an entry stand for the party a phonebook contact describes? -----
+  // Only an entry's newest occurrence is looked at; texts compare byte for byte. Arguments are
+  // copies, as the list searches bind them into their predicates.
+  bool contactMatchesMissedCall(MissedCallItem item, Contact contact) const;
+  bool contactMatchesReceivedCall(ReceivedCallItem item, Contact contact) const;
+  bool contactMatchesForwardedCall(ForwardedCallItem item, Contact contact) const;
+  // Dialled entries match by their group-by text (the number the party was filed under).
+  bool contactMatchesDialledCall(DialledCallItem item, Contact contact) const;
+  bool contactMatchesCallBack(CallBackItem item, Contact contact) const;
+  bool contactMatchesCallInfo(const CallItem& item, const CallInfo& info, const Contact& contact) const;
+  static bool namesMatch(const CallItem& item, const Contact& contact);
+  // True when `a` is known and differs from `b`.
+  static bool partiesAreNotTheSame(const std::string& a, const std::string& b);
+  // Phonebook look-up of contact.getNumber(); a found contact is filled in.
+  bool contactIsInPhonebook(Contact& contact);
+  bool contactNotInPhonebook(Contact& contact);
+  bool isaFeatureAccessCode(const std::string& digits);
+
   // ---- CSTA monitor of the local device -------------------------------------------------------
   void startEvents();
   void stopEvents();

@@ -340,6 +340,10 @@ class Contact {
  public:
   Contact() = default;
   virtual ~Contact();
+  Contact(const Contact&) = default;
+  Contact(Contact&&) noexcept = default;
+  Contact& operator=(const Contact&) = default;
+  Contact& operator=(Contact&&) noexcept = default;
 
   const std::string& getFirstname() const { return m_firstname; }
   const std::string& getSurname() const { return m_surname; }
