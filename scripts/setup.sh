@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   g++ cmake ninja-build pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
-  libsqlite3-dev sqlite3 libpugixml-dev
+  libsqlite3-dev sqlite3 libpugixml-dev libcsv-dev
 )
 
 missing=()
