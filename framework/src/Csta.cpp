@@ -75,3 +75,12 @@ bool CallLogEntryRequest::operator==(const CallLogEntryRequest& o) const {
     if (!(fields[i] == o.fields[i])) return false;
   return true;
 }
+
+bool CallLogEntryEvent::operator==(const CallLogEntryEvent& o) const {
+  if (action != o.action || logTarget != o.logTarget || timeFormat != o.timeFormat ||
+      subscriberNumber != o.subscriberNumber)
+    return false;
+  for (int i = 0; i < kFieldCount; ++i)
+    if (!(fields[i] == o.fields[i])) return false;
+  return true;
+}

@@ -3,7 +3,7 @@
 // (double dispatch), whose handlers do nothing unless overridden. Requests go out through
 // CSTAServiceIfc::sendRequest and carry their response back.
 //
-// The event classes and the requests the journal sends are defined with the CSTA service.
+// The event classes are in CstaEvents.h, the requests the journal sends in CstaRequests.h.
 #pragma once
 
 #include <memory>

@@ -44,14 +44,11 @@ class CSTAMonitorFilter {
 
 // One entry of the switch's call log, as the phone reports it (delete) in an escape request.
 // Fields: action, log target, time format, subscriber number, then five pairs of presentation
-// value and text; a null text pointer gives an empty text.
+// value and text, in the order of CallLogEntryEvent's first five fields; a null text pointer gives
+// an empty text.
 class CallLogEntryRequest {
  public:
-  struct Field {
-    CallLogEntryEvent::_PresentationValue presentation = CallLogEntryEvent::PV_NONE;
-    std::string text;
-    bool operator==(const Field& o) const { return presentation == o.presentation && text == o.text; }
-  };
+  using Field = CallLogEntryEvent::Field;
   static constexpr int kFieldCount = 5;
 
   CallLogEntryRequest() = default;
