@@ -1,5 +1,4 @@
-// SqliteDataAccessService on a real file: store requests through the journal's message builders
-// and parsers, the readable columns, failures, reopening, schema migration and refusal.
+// SqliteDataAccessService on a real file, driven by the journal's message builders and parsers.
 #include <gtest/gtest.h>
 #include <sqlite3.h>
 #include <stdlib.h>
@@ -12,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "Items.h"
 #include "LogCapture.h"
 #include "framework/JournalServiceHelper.h"
 #include "framework/SqliteDataAccessService.h"
@@ -30,15 +30,10 @@ std::string request(const char* table, const char* reason, const std::string& it
 
 // A missed call with `occurrences` occurrences, newest first, whose texts carry `text`.
 MissedCallItem missed(const std::string& entryId, const std::string& text, int occurrences) {
-  MissedCallItem item(entryId, text, "F" + text, {}, false);
-  for (int i = 0; i < occurrences; ++i) {
-    MissedCallItem::MissedCallInfo info;
-    info.entryId = entryId;
-    info.number = std::to_string(4710 + i) + text;
-    info.timeDate = "2024-03-0" + std::to_string(9 - i) + "T10:11:12";
-    info.deflectName = text;
-    item.infos().push_back(info);
-  }
+  auto item = makeEntry<MissedCallItem>(entryId, "4710" + text, "2024-03-09T10:11:12", occurrences);
+  item.setSurname(text);
+  item.setFirstname("F" + text);
+  for (auto& info : item.infos()) info.deflectName = text;
   return item;
 }
 
@@ -46,25 +41,19 @@ std::string entry(const MissedCallItem& item, bool isDelete = false) {
   return H::createXMLField(H::ENTRY, H::createXMLMissedCallItemBody(item, isDelete));
 }
 
-// Runs `sql` with text parameters on the file at `path` through the sqlite3 C API (NULL: "<null>").
-Rows query(const std::string& path, const std::string& sql, const std::vector<std::string>& params = {}) {
+// Runs `sql` (one or more statements) on the file at `path` through the sqlite3 C API; NULL reads "<null>".
+Rows query(const std::string& path, const std::string& sql) {
   sqlite3* db = nullptr;
-  sqlite3_stmt* statement = nullptr;
+  char* error = nullptr;
   Rows rows;
   EXPECT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-  EXPECT_EQ(sqlite3_prepare_v2(db, sql.c_str(), -1, &statement, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
-  for (size_t i = 0; i < params.size(); ++i)
-    sqlite3_bind_text(statement, static_cast<int>(i + 1), params[i].c_str(), -1, SQLITE_TRANSIENT);
-  int rc;
-  while ((rc = sqlite3_step(statement)) == SQLITE_ROW) {
-    rows.emplace_back();
-    for (int c = 0; c < sqlite3_column_count(statement); ++c) {
-      const unsigned char* text = sqlite3_column_text(statement, c);
-      rows.back().push_back(text ? reinterpret_cast<const char*>(text) : "<null>");
-    }
-  }
-  EXPECT_EQ(rc, SQLITE_DONE) << sqlite3_errmsg(db);
-  sqlite3_finalize(statement);
+  const auto collect = [](void* out, int columns, char** values, char**) {
+    auto& row = static_cast<Rows*>(out)->emplace_back();
+    for (int c = 0; c < columns; ++c) row.push_back(values[c] ? values[c] : "<null>");
+    return 0;
+  };
+  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), collect, &rows, &error), SQLITE_OK) << (error ? error : "");
+  sqlite3_free(error);
   sqlite3_close(db);
   return rows;
 }
@@ -72,11 +61,9 @@ Rows query(const std::string& path, const std::string& sql, const std::vector<st
 class SqliteStoreTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    std::string pattern = ::testing::TempDir() + "/sqlite_store_XXXXXX";
-    ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-    dir = pattern;
+    dir = ::testing::TempDir() + "/sqlite_store_XXXXXX";
+    ASSERT_NE(mkdtemp(dir.data()), nullptr);
     path = dir + "/journal.db";
-    std::string error;
     ASSERT_TRUE(store.open(path, error)) << error;
   }
   void TearDown() override {
@@ -88,9 +75,8 @@ class SqliteStoreTest : public ::testing::Test {
   std::deque<MissedCallItem> readMissed(SqliteDataAccessService& from) {
     std::deque<MissedCallItem> list;
     EXPECT_TRUE(H::parseXMLMissedCallList(from.processRequest(H::readMissedCallList()), list));
-    std::sort(list.begin(), list.end(), [](const auto& a, const auto& b) {
-      return std::stoll(a.getUniqueId()) < std::stoll(b.getUniqueId());
-    });
+    std::sort(list.begin(), list.end(),
+              [](const auto& a, const auto& b) { return std::stoll(a.getUniqueId()) < std::stoll(b.getUniqueId()); });
     return list;
   }
   // Writes (or updates) `items` in one request; answers the reply's last unique id.
@@ -100,15 +86,14 @@ class SqliteStoreTest : public ::testing::Test {
     return id;
   }
 
-  std::string dir;
-  std::string path;
+  std::string dir, path, error;
   SqliteDataAccessService store;
 };
 
 TEST_F(SqliteStoreTest, RoundTripKeepsAwkwardTextsAndFillsReadableColumns) {
   const std::vector<std::string> texts = {"<a href=\"x\">&amp; 'q'</a>", "Müller ñ 日本\r\nzwei\r", "", " \t ",
                                           std::string(100000, 'x') + "]]><&"};
-  std::vector<MissedCallItem> written;
+  std::deque<MissedCallItem> written;
   std::string batch;
   for (size_t i = 0; i < texts.size(); ++i) {
     written.push_back(missed("E" + std::to_string(i) + texts[i], texts[i], static_cast<int>(i)));
@@ -116,25 +101,18 @@ TEST_F(SqliteStoreTest, RoundTripKeepsAwkwardTextsAndFillsReadableColumns) {
     batch += entry(written.back());
   }
   const std::string lastId = put(batch);
-
-  const auto list = readMissed(store);
-  ASSERT_EQ(list.size(), written.size());
-  EXPECT_EQ(list.back().getUniqueId(), lastId);
   const Rows rows = query(path,
                           "SELECT unique_id, entry_id, surname, number, time_date, occurrences, viewed"
                           " FROM callLogMissedCalls ORDER BY unique_id");
   ASSERT_EQ(rows.size(), written.size());
+  EXPECT_EQ(rows.back()[0], lastId);
   for (size_t i = 0; i < written.size(); ++i) {
-    MissedCallItem expected = written[i];
-    expected.setUniqueId(rows[i][0]);
-    EXPECT_EQ(list[i], expected) << i;
-    const bool any = !expected.infos().empty();
-    const std::vector<std::string> columns = {expected.getEntryId(), expected.getSurname(),
-                                              any ? expected.infos().front().number : "<null>",
-                                              any ? expected.infos().front().timeDate : "<null>",
-                                              std::to_string(i), i % 2 ? "1" : "0"};
-    EXPECT_EQ(std::vector<std::string>(rows[i].begin() + 1, rows[i].end()), columns) << i;
+    written[i].setUniqueId(rows[i][0]);
+    EXPECT_EQ(rows[i],
+              (std::vector<std::string>{rows[i][0], written[i].getEntryId(), texts[i], i ? "4710" + texts[i] : "<null>",
+                                        i ? "2024-03-09T10:11:12" : "<null>", std::to_string(i), i % 2 ? "1" : "0"}));
   }
+  EXPECT_EQ(readMissed(store), written);
 
   // A body holding a raw carriage return: the reply gives it as a reference, which no reader folds.
   put("<entry>&lt;missedCall&gt;&lt;surname&gt;a&#13;b&lt;/surname&gt;&lt;/missedCall&gt;</entry>");
@@ -142,7 +120,7 @@ TEST_F(SqliteStoreTest, RoundTripKeepsAwkwardTextsAndFillsReadableColumns) {
   EXPECT_EQ(readMissed(store).back().getSurname(), "a\rb");
 }
 
-TEST_F(SqliteStoreTest, UpdateReplacesTheRowOfItsUniqueIdAndInsertsOtherwise) {
+TEST_F(SqliteStoreTest, UpdateReplacesTheRowOfItsUniqueIdAndDataSurvivesReopening) {
   const std::string id = put(entry(missed("E1", "a", 1)));
   MissedCallItem changed = missed("E1", "b", 2);
   changed.setUniqueId(id);
@@ -156,7 +134,15 @@ TEST_F(SqliteStoreTest, UpdateReplacesTheRowOfItsUniqueIdAndInsertsOtherwise) {
   other.setUniqueId("999");
   const std::string third = put(entry(other), H::UPDATEREQUEST);
   EXPECT_EQ((std::set<std::string>{id, second, third, "999"}.size()), 4u);
-  EXPECT_EQ(readMissed(store).size(), 3u);
+  const auto all = readMissed(store);
+  EXPECT_EQ(all.size(), 3u);
+
+  store.close();
+  EXPECT_EQ(store.processRequest(H::readMissedCallList()), "failed");
+  SqliteDataAccessService reopened(SqliteDataAccessService::Normal);
+  ASSERT_TRUE(reopened.open(path, error)) << error;
+  EXPECT_EQ(readMissed(reopened), all);
+  EXPECT_EQ(query(path, "PRAGMA journal_mode"), (Rows{{"wal"}}));
 }
 
 TEST_F(SqliteStoreTest, DeletesByUniqueIdByEntryIdAndWholeTable) {
@@ -185,33 +171,18 @@ TEST_F(SqliteStoreTest, SettingsAreStoredReadAndReplaced) {
   const auto send = [&](const char* reason, const std::string& items = "") {
     return store.processRequest(request(H::SETTINGS_SCHEMA, reason, items));
   };
+  const auto field = [](const char* name, const char* value) { return H::createXMLField(name, value); };
   EXPECT_EQ(send(H::READREQUEST), "<storeReply table=\"journalSettings\"><result>ok</result></storeReply>");
-  EXPECT_NE(send(H::UPDATEREQUEST, H::createXMLField(H::MISSED_LOGGING, "false") +
-                                       H::createXMLField(H::CALL_LOG_ENABLED, "true")),
-            "failed");
-  EXPECT_NE(send(H::WRITEREQUEST, H::createXMLField(H::MISSED_LOGGING, "true")), "failed");
+  EXPECT_NE(send(H::UPDATEREQUEST, field(H::MISSED_LOGGING, "false") + field(H::CALL_LOG_ENABLED, "true")), "failed");
+  EXPECT_NE(send(H::WRITEREQUEST, field(H::MISSED_LOGGING, "true")), "failed");
   // An unknown setting spoils the whole request.
-  EXPECT_EQ(send(H::UPDATEREQUEST, H::createXMLField(H::CALL_LOG_ENABLED, "false") + H::createXMLField("volume", "3")),
-            "failed");
+  EXPECT_EQ(send(H::UPDATEREQUEST, field(H::CALL_LOG_ENABLED, "false") + field("volume", "3")), "failed");
 
   const std::string reply = send(H::READREQUEST);
   std::string value;
   EXPECT_TRUE(H::getXMLValue(reply, H::MISSED_LOGGING, value) && value == "true") << reply;
   EXPECT_TRUE(H::getXMLValue(reply, H::CALL_LOG_ENABLED, value) && value == "true") << reply;
   EXPECT_FALSE(H::getXMLValue(reply, H::DELETE_MISSED_WHEN_CALLED, value)) << reply;
-}
-
-TEST_F(SqliteStoreTest, DataSurvivesClosingAndReopening) {
-  MissedCallItem item = missed("E1", "kept", 3);
-  item.setUniqueId(put(entry(item)));
-  store.close();
-  EXPECT_EQ(store.processRequest(H::readMissedCallList()), "failed");
-
-  SqliteDataAccessService reopened(SqliteDataAccessService::Normal);
-  std::string error;
-  ASSERT_TRUE(reopened.open(path, error)) << error;
-  EXPECT_EQ(readMissed(reopened), std::deque<MissedCallItem>{item});
-  EXPECT_EQ(query(path, "PRAGMA journal_mode"), (Rows{{"wal"}}));
 }
 
 TEST_F(SqliteStoreTest, FailuresAnswerFailedLogAndChangeNothing) {
@@ -237,32 +208,27 @@ TEST_F(SqliteStoreTest, FailuresAnswerFailedLogAndChangeNothing) {
   EXPECT_TRUE(log.contains("unknown table 'callLogMissing'", fw::kLogError));
 }
 
-TEST_F(SqliteStoreTest, MigratesAVersion1FileAndFillsOccurrences) {
+TEST_F(SqliteStoreTest, MigratesAVersion1FileAndRefusesNewerVersionsAndFilesItCannotUse) {
   const std::string old = dir + "/old.db";
+  std::string schema = "CREATE TABLE journalSettings (name TEXT PRIMARY KEY, value TEXT); PRAGMA user_version = 1;";
   for (const char* table : {H::DAS_CALLLOGMISSEDCALLS, H::DAS_CALLLOGDIALLEDCALLS, H::DAS_CALLLOGRECEIVEDCALLS,
-                            H::DAS_CALLLOGFORWARDEDCALLS}) {
-    query(old, std::string("CREATE TABLE ") + table +
-                   " (unique_id INTEGER PRIMARY KEY AUTOINCREMENT, entry_id TEXT, surname TEXT, firstname TEXT,"
-                   " number TEXT, time_date TEXT, viewed INTEGER, body TEXT NOT NULL)");
-  }
-  query(old, "CREATE TABLE journalSettings (name TEXT PRIMARY KEY, value TEXT)");
-  query(old, "PRAGMA user_version = 1");
+                            H::DAS_CALLLOGFORWARDEDCALLS})
+    schema += std::string("CREATE TABLE ") + table +
+              " (unique_id INTEGER PRIMARY KEY AUTOINCREMENT, entry_id TEXT, surname TEXT, firstname TEXT,"
+              " number TEXT, time_date TEXT, viewed INTEGER, body TEXT NOT NULL);";
   MissedCallItem item = missed("E1", "old <&>", 3);
-  query(old, "INSERT INTO callLogMissedCalls (entry_id, body) VALUES ('E1', ?1)",
-        {H::createXMLMissedCallItemBody(item, false)});
-
-  std::string error;
+  char* insert = sqlite3_mprintf("INSERT INTO callLogMissedCalls (entry_id, body) VALUES ('E1', %Q)",
+                                 H::createXMLMissedCallItemBody(item, false).c_str());
+  query(old, schema + insert);
+  sqlite3_free(insert);
   ASSERT_TRUE(store.open(old, error)) << error;
   EXPECT_EQ(query(old, "PRAGMA user_version"), (Rows{{"2"}}));
   EXPECT_EQ(query(old, "SELECT unique_id, occurrences FROM callLogMissedCalls"), (Rows{{"1", "3"}}));
   item.setUniqueId("1");
   EXPECT_EQ(readMissed(store), std::deque<MissedCallItem>{item});
-}
 
-TEST_F(SqliteStoreTest, RefusesNewerSchemaVersionsAndFilesItCannotUse) {
   const std::string newer = dir + "/newer.db";
   query(newer, "PRAGMA user_version = 3");
-  std::string error;
   EXPECT_FALSE(store.open(newer, error));
   EXPECT_NE(error.find("'" + newer + "'"), std::string::npos) << error;
   EXPECT_NE(error.find("schema version 3"), std::string::npos) << error;

@@ -1,5 +1,4 @@
-// Client operations on the lists: what they change, what they send to the store and the switch,
-// and exactly what every subscribed observer is told.
+// Client operations on the lists: what they change, send to the store and the switch, and tell each observer.
 #include <gtest/gtest.h>
 
 #include "Items.h"
@@ -12,13 +11,11 @@ using Helper = JournalServiceHelper;
 
 namespace {
 
-const char* kOkReply = "<storeReply><result>ok</result><lastUniqueId>7</lastUniqueId></storeReply>";
-
 // A started KPX phone whose store accepts everything, with one subscribed observer.
 class ListOperations : public ::testing::Test {
  protected:
   void SetUp() override {
-    phone.store.setReply(kOkReply);
+    phone.store.setReply("<storeReply><result>ok</result><lastUniqueId>7</lastUniqueId></storeReply>");
     phone.start();
     phone.service->refreshCallLog();  // loads the (empty) stored lists once
     ASSERT_TRUE(phone.service->subscribe(&observer));
@@ -35,15 +32,14 @@ class ListOperations : public ::testing::Test {
     observer.take();
     phone.store.clear();
   }
-  // Reason and number of entries of each store request since the last call.
+  // "<reason> <table> <number of entries>" of each store request since the last call.
   Calls storeRequests() {
     Calls out;
     for (const std::string& request : phone.store.requests()) {
-      std::string reason, table;
+      std::string reason, table = request.substr(request.find("table=\"") + 7);
       Helper::getXMLValue(request, Helper::REASONFORMESSAGE, reason);
       size_t entries = 0;
       for (size_t at = request.find("<entry>"); at != std::string::npos; at = request.find("<entry>", at + 1)) ++entries;
-      table = request.substr(request.find("table=\"") + 7);
       out.push_back(reason + " " + table.substr(0, table.find('"')) + " " + std::to_string(entries));
     }
     phone.store.clear();
@@ -54,23 +50,18 @@ class ListOperations : public ::testing::Test {
   RecordingObserver observer;
 };
 
-TEST_F(ListOperations, SingleDeletionsStoreTheDeleteAndTellObserversAfterwards) {
+TEST_F(ListOperations, SingleDeletionsStoreTheDeleteAndTellObservers) {
   EXPECT_TRUE(phone.service->deleteMissedCall("M1"));
-  EXPECT_EQ(storeRequests(), Calls{"delete callLogMissedCalls 1"});
   EXPECT_EQ(observer.take(), (Calls{"missedCount 1", "missed |M1|2"}));  // M2 was viewed already
-
   EXPECT_TRUE(phone.service->deleteDialledCall("D1"));
   EXPECT_EQ(observer.take(), Calls{"dialled D2|D1|2"});  // the new first entry comes along
   EXPECT_TRUE(phone.service->deleteReceivedCall("R1"));
   EXPECT_TRUE(phone.service->deleteForwardedCall("F1"));
   EXPECT_EQ(observer.take(), (Calls{"received |R1|2", "forwarded |F1|2"}));
-  EXPECT_EQ(storeRequests(), (Calls{"delete callLogDialledCalls 1", "delete callLogReceivedCalls 1",
-                                    "delete callLogForwardedCalls 1"}));
+  EXPECT_EQ(storeRequests(), (Calls{"delete callLogMissedCalls 1", "delete callLogDialledCalls 1",
+                                    "delete callLogReceivedCalls 1", "delete callLogForwardedCalls 1"}));
 
-  EXPECT_FALSE(phone.service->deleteMissedCall("M1"));
-  EXPECT_TRUE(storeRequests().empty());
-  EXPECT_TRUE(observer.take().empty());
-
+  EXPECT_FALSE(phone.service->deleteMissedCall("M1"));  // unknown now: nothing stored, nobody told
   phone.peer().callBackList() = {makeCallBack("C1", "100")};
   EXPECT_TRUE(phone.service->deleteCallBack("C1"));
   EXPECT_TRUE(storeRequests().empty());  // callbacks are never stored
@@ -90,56 +81,32 @@ TEST_F(ListOperations, SetDeletionsSendOneMessageAndSkipUnknownIds) {
   phone.service->deleteDialledCallList(std::set<std::string>{"D1"});
   EXPECT_EQ(storeRequests(), Calls{"delete callLogDialledCalls 1"});
   EXPECT_EQ(observer.take(), (Calls{"dialled D1||3", "dialled D2||3"}));
-}
 
-TEST_F(ListOperations, DeleteCallsTriesReceivedThenDialledThenMissedThenForwarded) {
+  // deleteCalls tries the received, dialled, missed and forwarded lists in turn.
   EXPECT_FALSE(phone.service->deleteCalls({}));
   EXPECT_TRUE(phone.service->deleteCalls({"D2", "F1", "unknown"}));
-  auto peer = phone.peer();
-  EXPECT_EQ(peer.receivedList().size(), 1u);  // D2 went from the received list only
-  EXPECT_EQ(peer.dialledList().size(), 2u);
-  EXPECT_TRUE(peer.forwardedList().empty());
+  EXPECT_EQ(phone.peer().receivedList().size(), 1u);  // D2 went from the received list only
+  EXPECT_EQ(phone.peer().dialledList().size(), 1u);
+  EXPECT_TRUE(phone.peer().forwardedList().empty());
   EXPECT_FALSE(phone.service->deleteCalls({"unknown"}));
 }
 
-TEST_F(ListOperations, DeleteCallListsEmptiesStoredTablesButKeepsCallbacks) {
-  auto peer = phone.peer();
-  peer.callBackList() = {makeCallBack("C1", "100")};
-  EXPECT_TRUE(phone.service->deleteCallLists());
-  EXPECT_EQ(storeRequests(), (Calls{"delete callLogMissedCalls 0", "delete callLogDialledCalls 0",
-                                    "delete callLogReceivedCalls 0"}));
-  EXPECT_EQ(observer.take(), (Calls{"missedCount 0", "missed ||3", "dialled ||3", "received ||3"}));
-  EXPECT_TRUE(peer.missedList().empty() && peer.dialledList().empty() && peer.receivedList().empty());
-  EXPECT_EQ(peer.forwardedList().size(), 1u);  // only SIP phones show and clear forwarded calls
-  EXPECT_EQ(peer.callBackList().size(), 1u);
-
-  peer.setSoftwareType("Velmora SIP");
-  phone.service->deleteCallLists();
-  EXPECT_TRUE(peer.forwardedList().empty());
-  EXPECT_EQ(storeRequests().back(), "delete callLogForwardedCalls 0");
-}
-
-TEST_F(ListOperations, ViewedMarkingWritesTheChangedEntries) {
-  phone.service->setMissedCallListAsViewed({});
-  EXPECT_TRUE(storeRequests().empty());
-  EXPECT_TRUE(observer.take().empty());
-
-  phone.service->setMissedCallListAsViewed({"M1", "M3"});
-  EXPECT_EQ(storeRequests(), Calls{"write callLogMissedCalls 2"});
-  EXPECT_EQ(observer.take(), (Calls{"missedCount 0", "missed ||3"}));
-  EXPECT_EQ(phone.service->countUnviewedMissedCalls(), 0u);
-
-  phone.service->setMissedCallListAsViewed({"nobody"});  // still one (empty) write and a notification
-  EXPECT_EQ(storeRequests(), Calls{"write callLogMissedCalls 0"});
-  EXPECT_EQ(observer.take().size(), 2u);
-}
-
-TEST_F(ListOperations, AgeingOneMissedCallTellsTheRemainingCount) {
+TEST_F(ListOperations, AgeingAndViewedMarkingWriteTheNamedEntries) {
   EXPECT_TRUE(phone.service->ageMissedCall("M3"));
   EXPECT_EQ(storeRequests(), Calls{"write callLogMissedCalls 1"});
   EXPECT_EQ(observer.take(), (Calls{"missedCount 1", "missed M3||1"}));
   EXPECT_FALSE(phone.service->ageMissedCall("nobody"));
+
+  phone.service->setMissedCallListAsViewed({});
+  EXPECT_TRUE(storeRequests().empty());
   EXPECT_TRUE(observer.take().empty());
+  phone.service->setMissedCallListAsViewed({"M1", "M3"});
+  EXPECT_EQ(storeRequests(), Calls{"write callLogMissedCalls 2"});
+  EXPECT_EQ(observer.take(), (Calls{"missedCount 0", "missed ||3"}));
+  EXPECT_EQ(phone.service->countUnviewedMissedCalls(), 0u);
+  phone.service->setMissedCallListAsViewed({"nobody"});  // still one (empty) write and a notification
+  EXPECT_EQ(storeRequests(), Calls{"write callLogMissedCalls 0"});
+  EXPECT_EQ(observer.take(), (Calls{"missedCount 0", "missed ||3"}));
 }
 
 TEST_F(ListOperations, DroppedOccurrencesAreReportedWhereTheSwitchKeepsTheCallLog) {
@@ -173,39 +140,50 @@ TEST_F(ListOperations, DroppedOccurrencesAreReportedWhereTheSwitchKeepsTheCallLo
   EXPECT_EQ(phone.csta.escapes().size(), 5u);
 }
 
-TEST_F(ListOperations, NewSubscriberGetsCountFirstDialledAndCallbackCount) {
-  RecordingObserver late;
+TEST_F(ListOperations, NewSubscribersGetTheirStartUpMessagesAndDoubleSubscriptionsDoubleUpdates) {
+  RecordingObserver late, later;
   ASSERT_TRUE(phone.service->subscribe(&late));
   EXPECT_EQ(late.take(), (Calls{"missedCount 2", "dialled D1||3"}));  // no callbacks, no count
-
   phone.peer().callBackList() = {makeCallBack("C1", "100")};
-  RecordingObserver later;
   phone.service->subscribe(&later);
   EXPECT_EQ(later.take(), (Calls{"missedCount 2", "dialled D1||3", "callbackCount 1"}));
   EXPECT_FALSE(phone.service->subscribe(nullptr));
-}
 
-TEST_F(ListOperations, DoubleSubscriptionDoublesUpdatesUntilUnsubscribed) {
   phone.service->subscribe(&observer);
   observer.take();
   phone.service->deleteReceivedCall("R1");
-  EXPECT_EQ(observer.take().size(), 2u);
+  EXPECT_EQ(observer.take(), (Calls{"received |R1|2", "received |R1|2"}));
   EXPECT_TRUE(phone.service->unsubscribe(&observer));
   phone.service->deleteReceivedCall("D2");
-  EXPECT_EQ(observer.take().size(), 1u);
+  EXPECT_EQ(observer.take(), Calls{"received |D2|2"});
   EXPECT_TRUE(phone.service->unsubscribe(&observer));
   EXPECT_FALSE(phone.service->unsubscribe(&observer));
 }
 
-TEST_F(ListOperations, FullRefreshSendsForwardedCallsOnSipPhonesOnly) {
-  phone.peer().notifier()->updateAll(4);
+TEST_F(ListOperations, FullRefreshesAndClearingAllListsIncludeForwardedCallsOnSipPhonesOnly) {
+  auto peer = phone.peer();
+  peer.notifier()->updateAll(4);
   EXPECT_EQ(observer.take(), (Calls{"missedCount 4", "missed ||3", "dialled D1||3", "received ||3", "callbacks ||3",
                                     "callbackCount 0"}));
-  phone.peer().notifier()->updateAllExceptCallbacks(4);
+  peer.notifier()->updateAllExceptCallbacks(4);
   EXPECT_EQ(observer.take(), (Calls{"missedCount 4", "missed ||3", "dialled ||3", "received ||3", "forwarded ||3"}));
 
-  phone.peer().notifier()->init(phone.service.get(), "Velmora SIP");
-  phone.peer().notifier()->updateAll(0);
+  peer.callBackList() = {makeCallBack("C1", "100")};
+  EXPECT_TRUE(phone.service->deleteCallLists());
+  EXPECT_EQ(storeRequests(),
+            (Calls{"delete callLogMissedCalls 0", "delete callLogDialledCalls 0", "delete callLogReceivedCalls 0"}));
+  EXPECT_EQ(observer.take(), (Calls{"missedCount 0", "missed ||3", "dialled ||3", "received ||3"}));
+  EXPECT_TRUE(peer.missedList().empty() && peer.dialledList().empty() && peer.receivedList().empty());
+  EXPECT_EQ(peer.forwardedList().size(), 1u);
+  EXPECT_EQ(peer.callBackList().size(), 1u);  // callbacks are kept
+
+  peer.setSoftwareType("Velmora SIP");
+  peer.notifier()->init(phone.service.get(), "Velmora SIP");
+  phone.service->deleteCallLists();
+  EXPECT_TRUE(peer.forwardedList().empty());
+  EXPECT_EQ(storeRequests().back(), "delete callLogForwardedCalls 0");
+  EXPECT_EQ(observer.take().back(), "forwarded ||3");
+  peer.notifier()->updateAll(0);
   EXPECT_EQ(observer.take().at(4), "forwarded ||3");
 }
 

@@ -1,5 +1,4 @@
-// The journal's management agent and settings: key coding, reject reasons, the settings kept in
-// the store, and what a change of an observed value does.
+// The journal's management agent and settings: key coding, reject reasons, stored and observed values.
 #include <gtest/gtest.h>
 
 #include "Items.h"
@@ -9,23 +8,20 @@
 
 namespace {
 
-const char* kOk = "<storeReply><result>ok</result></storeReply>";
-
 class ManagementData : public ::testing::Test {
  protected:
-  void start(const std::string& softwareType = "Velmora KPX") {
-    phone.mgmt.setValue("software-type", softwareType);
-    phone.store.setReply(kOk);
+  void start() {
+    phone.mgmt.setValue("software-type", "Velmora KPX");
+    phone.store.setReply("<storeReply><result>ok</result></storeReply>");
     phone.start();
   }
-  // The value read for the first key, or "<none>" when it was not populated.
-  std::string get(const std::vector<std::string>& keys) {
+  // The value read for keys[at] when all `keys` are read at once, or "<none>" when it was not populated.
+  std::string get(const std::vector<std::string>& keys, size_t at = 0) {
     ManageableData data;
     for (const auto& key : keys) data.setRootId(key);
     phone.service->getData(data);
     std::string value;
-    data.interogate(keys.front(), value);
-    return data.hasValue(keys.front()) ? value : "<none>";
+    return data.interogate(keys[at], value) ? value : "<none>";
   }
   // Writes one key; returns the result and the reject reason given for it (empty when none).
   std::pair<bool, std::string> set(const std::string& key, const std::string& value) {
@@ -34,11 +30,15 @@ class ManagementData : public ::testing::Test {
     bool result = phone.service->setData(data);
     return {result, data.getRejectReasons().empty() ? "" : data.getRejectReasons().front().reason};
   }
+  void notify(const std::string& key, const std::string& value) {
+    phone.mgmt.setValue(key, value);
+    phone.mgmt.drainNotifications();
+  }
 
   JournalHarness phone;
 };
 
-TEST_F(ManagementData, MissedLoggingIsCodedTheOtherWayRound) {
+TEST_F(ManagementData, MissedLoggingIsCodedTheOtherWayRoundAndAnUnknownKeyStopsARead) {
   start();
   EXPECT_EQ(get({"missed-logging"}), "0");  // logging on
   EXPECT_EQ(set("missed-logging", "1"), std::make_pair(true, std::string()));
@@ -52,33 +52,13 @@ TEST_F(ManagementData, MissedLoggingIsCodedTheOtherWayRound) {
   EXPECT_TRUE(set("delete-missed-when-called", "yes").first);  // anything but "1" is off
   EXPECT_FALSE(phone.peer().deleteMissedWhenCalled());
   EXPECT_EQ(get({"clear-calllog"}), "false");
-}
 
-TEST_F(ManagementData, RefusedWritesCarryTheirReason) {
-  start();
-  EXPECT_EQ(set("clear-calllog", "false"), std::make_pair(false, std::string("4: Data invalid (clear-calllog) for JournalService")));
-  EXPECT_EQ(set("volume", "3").second, "4: Data invalid (volume) for JournalService");
-
-  phone.store.clear();
-  EXPECT_EQ(set("call-log-enabled", "true"), std::make_pair(false, std::string("10: callLogEnabled value is not changed")));
-  EXPECT_EQ(phone.store.requestCount(), 1u);  // the unchanged value is written all the same
-
-  phone.store.setReply("failed");
-  EXPECT_EQ(set("call-log-enabled", "false"), std::make_pair(false, std::string()));
-  EXPECT_TRUE(phone.peer().callLogEnabled());  // the store refused it
-}
-
-TEST_F(ManagementData, AnUnknownKeyStopsTheRestOfARead) {
-  start();
-  EXPECT_EQ(get({"unknown", "call-log-enabled"}), "<none>");
+  EXPECT_EQ(get({"unknown", "call-log-enabled"}, 1), "<none>");
   EXPECT_EQ(get({"call-log-enabled", "unknown", "missed-logging"}), "true");
-  ManageableData data;
-  for (const char* key : {"call-log-enabled", "unknown", "missed-logging"}) data.setRootId(key);
-  phone.service->getData(data);
-  EXPECT_FALSE(data.hasValue("missed-logging"));
+  EXPECT_EQ(get({"call-log-enabled", "unknown", "missed-logging"}, 2), "<none>");
 }
 
-TEST_F(ManagementData, DisablingTheCallLogOrClearingItEmptiesTheLists) {
+TEST_F(ManagementData, ClearingOrDisablingTheCallLogEmptiesTheListsAndRefusedWritesCarryTheirReason) {
   start();
   phone.service->refreshCallLog();
   phone.peer().missedList() = {makeEntry<MissedCallItem>("M1", "100", "2024-03-05T10:00:00")};
@@ -86,48 +66,59 @@ TEST_F(ManagementData, DisablingTheCallLogOrClearingItEmptiesTheLists) {
   EXPECT_TRUE(set("clear-calllog", "true").first);
   EXPECT_TRUE(phone.peer().missedList().empty());
   EXPECT_EQ(phone.peer().callBackList().size(), 1u);
-
   phone.peer().receivedList() = {makeEntry<ReceivedCallItem>("R1", "100", "2024-03-05T10:00:00")};
   EXPECT_TRUE(set("call-log-enabled", "false").first);
   EXPECT_TRUE(phone.peer().receivedList().empty());
+
+  EXPECT_EQ(set("clear-calllog", "false"), std::make_pair(false, std::string("4: Data invalid (clear-calllog) for JournalService")));
+  EXPECT_EQ(set("volume", "3").second, "4: Data invalid (volume) for JournalService");
+  phone.store.clear();
+  EXPECT_EQ(set("call-log-enabled", "false"), std::make_pair(false, std::string("10: callLogEnabled value is not changed")));
+  EXPECT_EQ(phone.store.requestCount(), 1u);  // the unchanged value is written all the same
+  phone.store.setReply("failed");
+  EXPECT_EQ(set("call-log-enabled", "true"), std::make_pair(false, std::string()));
+  EXPECT_FALSE(phone.peer().callLogEnabled());  // the store refused it
 }
 
-TEST_F(ManagementData, SettingsComeFromTheStoreAtStartUp) {
+TEST_F(ManagementData, CallLogAccessStartsAndStopsTheMonitorAndObservedValuesAreReadAgain) {
+  LogCapture log;
+  start();
+  EXPECT_TRUE(phone.service->eventsStarted());
+  EXPECT_EQ(phone.peer().monitorCrossRefId(), "monitor-1");
+  EXPECT_TRUE(phone.csta.lastStartHadFilter());
+  notify("disable-access-calllog", "1");
+  EXPECT_FALSE(phone.service->eventsStarted());
+  notify("disable-access-calllog", "2");
+  EXPECT_TRUE(log.contains("Events already stopped"));
+  notify("disable-access-calllog", "0");
+  EXPECT_TRUE(phone.service->eventsStarted());
+  EXPECT_TRUE(phone.peer().listsLoaded());  // the refresh that follows
+  notify("disable-access-calllog", "7");
+  EXPECT_TRUE(log.contains("Invalid Call log data state", 2));
+  auto sent = phone.csta.sent();
+  EXPECT_EQ(std::count(sent.begin(), sent.end(), "MonitorStart"), 2);
+  EXPECT_EQ(std::count(sent.begin(), sent.end(), "MonitorStop"), 1);
+  EXPECT_EQ(std::count(sent.begin(), sent.end(), "ChangeMonitorFilter"), 1);
+
+  phone.peer().setVisitorCallLogChanged(true);
+  phone.mgmt.setValue("sntp-tz-offset", "120");
+  phone.mgmt.setValue("server-based-features", "true");
+  phone.mgmt.setValue("mobility-current-user", "alice");
+  notify("system-identifier", "2");
+  EXPECT_EQ(phone.peer().tzOffset(), 120);
+  EXPECT_TRUE(phone.peer().serverBasedFeatures());
+  EXPECT_FALSE(phone.peer().visitorCallLogChanged());
+  EXPECT_TRUE(phone.peer().serverCallLog());
+}
+
+TEST_F(ManagementData, SettingsComeFromTheStoreAndSipPhonesMonitorWithoutFilterAndPublishThemOnAUserChange) {
+  phone.mgmt.setValue("software-type", "Velmora SIP");
   phone.store.setReply("<storeReply><result>ok</result><missedLogging>false</missedLogging>"
                        "<deleteMissedWhenCalled>true</deleteMissedWhenCalled></storeReply>");
   phone.start();
   EXPECT_FALSE(phone.peer().missedLogging());
   EXPECT_TRUE(phone.peer().deleteMissedWhenCalled());
   EXPECT_TRUE(phone.peer().callLogEnabled());  // not in the reply: default kept
-}
-
-TEST_F(ManagementData, CallLogAccessStartsAndStopsTheMonitor) {
-  LogCapture log;
-  start();
-  EXPECT_TRUE(phone.service->eventsStarted());
-  EXPECT_EQ(phone.peer().monitorCrossRefId(), "monitor-1");
-  EXPECT_TRUE(phone.csta.lastStartHadFilter());
-  phone.mgmt.setValue("disable-access-calllog", "1");
-  phone.mgmt.drainNotifications();
-  EXPECT_FALSE(phone.service->eventsStarted());
-  phone.mgmt.setValue("disable-access-calllog", "2");
-  phone.mgmt.drainNotifications();
-  EXPECT_TRUE(log.contains("Events already stopped"));
-  phone.mgmt.setValue("disable-access-calllog", "0");
-  phone.mgmt.drainNotifications();
-  EXPECT_TRUE(phone.service->eventsStarted());
-  EXPECT_TRUE(phone.peer().listsLoaded());  // the refresh that follows
-  phone.mgmt.setValue("disable-access-calllog", "7");
-  phone.mgmt.drainNotifications();
-  EXPECT_TRUE(log.contains("Invalid Call log data state", 2));
-  auto sent = phone.csta.sent();
-  EXPECT_EQ(std::count(sent.begin(), sent.end(), "MonitorStart"), 2);
-  EXPECT_EQ(std::count(sent.begin(), sent.end(), "MonitorStop"), 1);
-  EXPECT_EQ(std::count(sent.begin(), sent.end(), "ChangeMonitorFilter"), 1);
-}
-
-TEST_F(ManagementData, SipPhonesMonitorWithoutFilterAndPublishSettingsOnAUserChange) {
-  start("Velmora SIP");
   EXPECT_FALSE(phone.csta.lastStartHadFilter());
   auto sent = phone.csta.sent();
   EXPECT_EQ(std::count(sent.begin(), sent.end(), "ChangeMonitorFilter"), 0);
@@ -135,27 +126,12 @@ TEST_F(ManagementData, SipPhonesMonitorWithoutFilterAndPublishSettingsOnAUserCha
   RecordingObserver observer;
   phone.service->subscribe(&observer);
   observer.take();
-  phone.mgmt.setValue("mobility-user-data-update", "1");
-  phone.mgmt.drainNotifications();
+  notify("mobility-user-data-update", "1");
   auto calls = observer.take();
   EXPECT_NE(std::find(calls.begin(), calls.end(), "forwarded ||3"), calls.end());  // a full refresh
   std::string published;
   EXPECT_TRUE(phone.mgmt.value("missed-logging", published));
-  EXPECT_EQ(published, "0");
-}
-
-TEST_F(ManagementData, ObservedValuesAreReadAgainWhenTheyChange) {
-  start();
-  phone.peer().setVisitorCallLogChanged(true);
-  phone.mgmt.setValue("sntp-tz-offset", "120");
-  phone.mgmt.setValue("server-based-features", "true");
-  phone.mgmt.setValue("mobility-current-user", "alice");
-  phone.mgmt.setValue("system-identifier", "2");
-  phone.mgmt.drainNotifications();
-  EXPECT_EQ(phone.peer().tzOffset(), 120);
-  EXPECT_TRUE(phone.peer().serverBasedFeatures());
-  EXPECT_FALSE(phone.peer().visitorCallLogChanged());
-  EXPECT_TRUE(phone.peer().serverCallLog());
+  EXPECT_EQ(published, "1");  // logging off
 }
 
 }  // namespace
