@@ -119,43 +119,47 @@ struct Field {
 
 // XML -> item: reads every visited value; `ok` turns false at the first malformed field.
 struct Reader {
-  explicit Reader(const pugi::xml_node& n, bool fromAttributes = false)
-      : node(n), attributes(fromAttributes), next(n.first_child()), nextAttribute(n.first_attribute()) {}
+  // The fields of `n` (its child elements, or its attributes), gathered once: every field is then
+  // looked for in this small array rather than through the document.
+  explicit Reader(const pugi::xml_node& n, bool fromAttributes = false) {
+    if (fromAttributes) {
+      for (pugi::xml_attribute a = n.first_attribute(); a && count < kMaxFields; a = a.next_attribute())
+        fields[count++] = {a.name(), a.value(), nullptr};
+    } else {
+      for (pugi::xml_node c = n.first_child(); c && count < kMaxFields; c = c.next_sibling())
+        fields[count++] = {c.name(), c.text().get(), c.internal_object()};
+    }
+  }
 
-  pugi::xml_node node;
-  bool attributes;
-  pugi::xml_node next;  // where the following field is expected
-  pugi::xml_attribute nextAttribute;
+  struct Entry {  // plain data: the array is not initialised, only the first `count` are set
+    const char* name;
+    const char* text;
+    pugi::xml_node_struct* node;
+  };
+  static constexpr size_t kMaxFields = 32;  // more than any item or occurrence has
+  Entry fields[kMaxFields];
+  size_t count = 0;
+  size_t next = 0;  // where the following field is expected
   bool ok = true;
 
   // The field `name`, looked for from the expected place on: fields come in the order they are
   // written, and any of them may be left out.
+  const Entry* entry(const char* name) {
+    for (size_t i = next; i < count; ++i) {
+      if (sameName(fields[i].name, name)) {
+        next = i + 1;
+        return &fields[i];
+      }
+    }
+    return nullptr;
+  }
   Field find(const char* name) {
-    if (attributes) {
-      for (pugi::xml_attribute a = nextAttribute; a; a = a.next_attribute()) {
-        if (sameName(a.name(), name)) {
-          nextAttribute = a.next_attribute();
-          return Field{a.value()};
-        }
-      }
-      return Field{};
-    }
-    for (pugi::xml_node child = next; child; child = child.next_sibling()) {
-      if (sameName(child.name(), name)) {
-        next = child.next_sibling();
-        return Field{child.text().get()};
-      }
-    }
-    return Field{};
+    const Entry* found = entry(name);
+    return found ? Field{found->text} : Field{};
   }
   pugi::xml_node child(const char* name) {
-    for (pugi::xml_node c = next; c; c = c.next_sibling()) {
-      if (std::strcmp(c.name(), name) == 0) {
-        next = c.next_sibling();
-        return c;
-      }
-    }
-    return pugi::xml_node();
+    const Entry* found = entry(name);
+    return found ? pugi::xml_node(found->node) : pugi::xml_node();
   }
   void operator()(const char* name, std::string& value) {
     if (const Field field = find(name)) value = field.text;

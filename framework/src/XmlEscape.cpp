@@ -51,6 +51,14 @@ constexpr std::array<Replacement, 256> kReplacements = makeReplacements(false);
 constexpr std::array<Replacement, 256> kAttributeReplacements = makeReplacements(true);
 
 void appendWith(const std::array<Replacement, 256>& replacements, std::string& out, const char* text, size_t size) {
+  // Most values (numbers, times, names) need no reference at all: copy them as they are.
+  const auto* bytes = reinterpret_cast<const unsigned char*>(text);
+  size_t plain = 0;
+  while (plain < size && replacements[bytes[plain]].length == 1) ++plain;
+  if (plain == size) {
+    out.append(text, size);
+    return;
+  }
   // Room for the longest outcome plus the tail of the last 8-byte copy; trimmed afterwards.
   const size_t start = out.size();
   out.resize(start + size * kMaxReplacement + sizeof(Replacement::text));
