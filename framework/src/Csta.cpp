@@ -67,20 +67,18 @@ CallLogEntryRequest::CallLogEntryRequest(CallLogEntryEvent::_Action a, CallLogEn
   for (int i = 0; i < 4; ++i) fields[i + 1] = {presentations[i], texts[i] ? *texts[i] : std::string()};
 }
 
-bool CallLogEntryRequest::operator==(const CallLogEntryRequest& o) const {
-  if (action != o.action || logTarget != o.logTarget || timeFormat != o.timeFormat ||
-      subscriberNumber != o.subscriberNumber)
+namespace {
+// A call-log entry as the switch sends it and as the phone reports it: the same fields.
+template <class Entry>
+bool sameEntry(const Entry& a, const Entry& b) {
+  if (a.action != b.action || a.logTarget != b.logTarget || a.timeFormat != b.timeFormat ||
+      a.subscriberNumber != b.subscriberNumber)
     return false;
-  for (int i = 0; i < kFieldCount; ++i)
-    if (!(fields[i] == o.fields[i])) return false;
+  for (int i = 0; i < Entry::kFieldCount; ++i)
+    if (!(a.fields[i] == b.fields[i])) return false;
   return true;
 }
+}  // namespace
 
-bool CallLogEntryEvent::operator==(const CallLogEntryEvent& o) const {
-  if (action != o.action || logTarget != o.logTarget || timeFormat != o.timeFormat ||
-      subscriberNumber != o.subscriberNumber)
-    return false;
-  for (int i = 0; i < kFieldCount; ++i)
-    if (!(fields[i] == o.fields[i])) return false;
-  return true;
-}
+bool CallLogEntryRequest::operator==(const CallLogEntryRequest& o) const { return sameEntry(*this, o); }
+bool CallLogEntryEvent::operator==(const CallLogEntryEvent& o) const { return sameEntry(*this, o); }
