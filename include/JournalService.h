@@ -217,6 +217,25 @@ class JournalService : public Service,
   bool contactNotInPhonebook(Contact& contact);
   bool isaFeatureAccessCode(const std::string& digits);
 
+  // ---- Missed call entries ------------------------------------------------------------------------
+  // Files a call that rang and was not answered under its party; false only for an occurrence
+  // that is already there (KPX phones).
+  bool newMissedCallEntry(const std::string& entryId, const std::string& remoteParty,
+                          const std::string& remotePartyName, long timeSec, CallLogEntryEvent::_LogTarget logTarget,
+                          CallLogEntryEvent::_PresentationValue numberPresentation,
+                          CallLogEntryEvent::_PresentationValue namePresentation,
+                          CallLogEntryEvent::_PresentationValue deflectNumberPresentation,
+                          const std::string& deflectNumber,
+                          CallLogEntryEvent::_PresentationValue deflectNamePresentation,
+                          const std::string& deflectName, const std::string& timeDate,
+                          CallLogEntryEvent::_TFormat timeFormat, bool completedElsewhere);
+  // False when the missed call is the echo of a call forwarded less than 5 s ago.
+  bool sscfw_canAddMissedCall(const Contact& contact);
+  // Removes the entry holding an occurrence of `subscriberNumber` (the party was reached).
+  bool searchRemoveMissedCallEntry(const std::string& subscriberNumber);
+  // The party's phonebook contact, or one named `name` (number type 0) when not in the phonebook.
+  Contact lookUpParty(const std::string& number, const std::string& name);
+
   // ---- CSTA monitor of the local device -------------------------------------------------------
   void startEvents();
   void stopEvents();
@@ -282,6 +301,12 @@ class JournalService : public Service,
   void replaceWithStoredLocked(const std::string& reply);  // the caller holds the list's lock
   template <class Info>
   void sendCallLogEntryRequests(const std::list<Info>& infos);
+  // Writes the list's front entry after a new call was filed, under `trimmedId` when the limit
+  // dropped an entry; a new entry takes the unique id the store gave it. The caller holds the lock.
+  template <class Item>
+  void storeFrontEntry(std::deque<Item>& list, const std::string& trimmedId, bool isNew);
+  // One store exchange; the unique id the store gave, or nothing when it failed.
+  bool storeEntries(std::string const& body, std::string const& reason, std::string const& table, std::string& id);
 
   bool applyManageableValue(const std::string& key, const std::string& value, std::string& reason);
   std::string manageableValue(const std::string& key) const;

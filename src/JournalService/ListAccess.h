@@ -203,3 +203,17 @@ void JournalService::replaceWithStoredLocked(const std::string& reply) {
     list.erase(it);
   }
 }
+
+// A new entry is stamped with the id its own write produced; when the store failed it gets the
+// last id any write produced, as an entry always carries one once the store has answered.
+template <class Item>
+void JournalService::storeFrontEntry(std::deque<Item>& list, const std::string& trimmedId, bool isNew) {
+  using T = JournalListTraits<Item>;
+  if (list.empty()) return;
+  Item& front = list.front();
+  if (!trimmedId.empty()) front.setUniqueId(trimmedId);  // the new entry reuses the dropped row
+  std::string id;
+  const bool stored = storeEntries(Helper::createXMLField(Helper::ENTRY, T::body(front, false)), Helper::WRITEREQUEST,
+                                   T::table, id);
+  if (isNew) front.setUniqueId(stored ? id : lastUniqueId());
+}

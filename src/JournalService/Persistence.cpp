@@ -16,19 +16,25 @@ std::string JournalService::processRequest(std::string const& message) {
 bool JournalService::isDeleteRequest(std::string const& reason) { return reason == Helper::DELETEREQUEST; }
 
 void JournalService::updateEntries(std::string const& body, std::string const& reason, std::string const& table) {
+  std::string id;
+  storeEntries(body, reason, table, id);
+}
+
+bool JournalService::storeEntries(std::string const& body, std::string const& reason, std::string const& table,
+                                  std::string& id) {
   std::string message = Helper::createXMLField(Helper::REASONFORMESSAGE, reason) + body;
   Helper::addXMLHeaderFooter(message, table);
   JLOG(kCoreLog, 5, "JournalService::updateEntries msg: \n %s\n", message.c_str());
   std::string reply = processRequest(message);
   JLOG(kCoreLog, 5, "DAS resp %s \n", reply.c_str());
-  if (reply == kStoreFailed) return;  // the in-memory list stays the authority
-  std::string id;
+  if (reply == kStoreFailed) return false;  // the in-memory list stays the authority
   Helper::parseLastUniqueId(reply, id);
   {
     CriticalSection guard(m_uniqueIdLock);
     m_lastUniqueId = id;
   }
   m_visitorCallLogChanged = true;
+  return true;
 }
 
 std::string JournalService::lastUniqueId() const {

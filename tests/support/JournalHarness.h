@@ -49,6 +49,10 @@ class JournalServiceTestPeer {
   std::deque<ForwardedCallItem>& forwardedList() { return m_s.m_forwardedCallList; }
   std::deque<CallBackItem>& callBackList() { return m_s.m_callBackList; }
   void setServerCallLog(bool on) { m_s.m_serverCallLog = on; }
+  void setServerBasedFeatures(bool on) { m_s.m_serverBasedFeatures = on; }
+  void setMissedLogging(bool on) { m_s.m_missedLogging = on; }
+  void setLastForwardedTimeSec(long t) { m_s.m_lastForwardedTimeSec = t; }
+  long lastMissedTimeSec() const { return m_s.m_lastMissedTimeSec; }
   void setSoftwareType(const std::string& type) { m_s.m_softwareType = type; }
   bool listsLoaded() const { return m_s.m_listsLoaded; }
   std::string monitorCrossRefId() const { return m_s.m_monitorCrossRefId; }
