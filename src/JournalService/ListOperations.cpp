@@ -222,8 +222,7 @@ bool JournalService::ageMissedCall(const std::string& entryId) {
     it->setViewed(true);
     aged = *it;
     unviewed = getUnviewedMissedCallsCount();
-    updateEntry(JournalListTraits<MissedCallItem>::body(aged, false), Helper::WRITEREQUEST,
-                Helper::DAS_CALLLOGMISSEDCALLS);
+    updateMissedEntry(aged, Helper::WRITEREQUEST);
   }
   m_pObserverNotifier->updateMissedCallCountAndCalls(aged, unviewed, kNoId, JournalServiceObserverIfc::MERGED_ENTRY);
   return true;
