@@ -12,8 +12,7 @@ namespace {
 
 using H = JournalServiceHelper;
 
-// A text for field `k` carrying `text` at both ends and differing between fields, so that edge
-// blanks and markup are exercised and swapped fields are seen.
+// A text for field `k`: `text` at both ends exercises edge blanks and markup, `k` shows swapped fields.
 std::string field(const std::string& text, int k) { return text + "#" + std::to_string(k) + text; }
 
 // Every field set, to a value other than its default.
@@ -49,18 +48,14 @@ Info makeInfo(const std::string& t, int n) {
 
 template <class Item>
 Item makeItem(const std::string& t, int n = 0) {
-  Item item;
-  item.setEntryId(field(t, 1 + n));
-  item.setSurname(field(t, 2 + n));
-  item.setFirstname(field(t, 3 + n));
   if constexpr (std::is_same_v<Item, CallBackItem>) {
-    item.setNumber(field(t, 4 + n));
-    item.setNumberType(NumberType::NT_BUSINESS);
-    item.setTimeDate(field(t, 5 + n));
-    item.setCallBackType(CallBackItem::CBT_ON_NO_REPLY);
-    item.setCallBackState(CallBackItem::CBS_READY);
-    item.setDeviceId(field(t, 6 + n));
+    return CallBackItem(field(t, 1 + n), field(t, 2 + n), field(t, 3 + n), field(t, 4 + n), NumberType::NT_BUSINESS,
+                        field(t, 5 + n), CallBackItem::CBT_ON_NO_REPLY, CallBackItem::CBS_READY, field(t, 6 + n));
   } else {
+    Item item;
+    item.setEntryId(field(t, 1 + n));
+    item.setSurname(field(t, 2 + n));
+    item.setFirstname(field(t, 3 + n));
     item.setUniqueId(field(t, 7 + n));
     item.setPictureClip(field(t, 8 + n));
     // Two occurrences in a definite order: the order must survive too.
@@ -68,8 +63,8 @@ Item makeItem(const std::string& t, int n = 0) {
     item.infos().push_back(makeInfo<typename Item::InfoList::value_type>(t, n));
     if constexpr (std::is_same_v<Item, MissedCallItem>) item.setViewed(true);
     if constexpr (std::is_same_v<Item, DialledCallItem>) item.setJournalSeviceGroupBy(field(t, 9 + n));
+    return item;
   }
-  return item;
 }
 
 // The helper's operations for one entry type, so typed tests run over all five.
@@ -109,84 +104,72 @@ class JournalHelperItems : public ::testing::Test {};
 using ItemTypes = ::testing::Types<MissedCallItem, ReceivedCallItem, DialledCallItem, ForwardedCallItem, CallBackItem>;
 TYPED_TEST_SUITE(JournalHelperItems, ItemTypes);
 
-TYPED_TEST(JournalHelperItems, EveryFieldRoundTripsThroughBodiesListsAndObserverUpdates) {
+TYPED_TEST(JournalHelperItems, EveryFieldRoundTripsAndMalformedEntriesAreSkipped) {
   using Item = TypeParam;
+  using Op = Ops<Item>;
   std::deque<Item> written;
   std::string entries, id;
   int action = -1;
   for (size_t k = 0; k <= kNastyTexts.size(); ++k) {  // the observer update carries the text as its id
     const std::string text = k < kNastyTexts.size() ? kNastyTexts[k] : "";
-    written.push_back(k < kNastyTexts.size() ? makeItem<Item>(text, 20 * k) : Item());
+    const Item& item = written.emplace_back(k < kNastyTexts.size() ? makeItem<Item>(text, 20 * k) : Item());
     Item parsed, observed;
-    ASSERT_TRUE(H::parseXMLItemBody(Ops<Item>::body(written.back(), false), parsed) &&
-                Ops<Item>::parseObs(Ops<Item>::obs(written.back(), text, k % 4), observed, id, action))
+    ASSERT_TRUE(H::parseXMLItemBody(Op::body(item, false), parsed) &&
+                Op::parseObs(Op::obs(item, text, k % 4), observed, id, action))
         << "text " << k;
-    EXPECT_TRUE(parsed == written.back() && observed == written.back()) << "text " << k;
-    EXPECT_TRUE(id == text && action == static_cast<int>(k % 4)) << "text " << k;
-    Ops<Item>::append(written.back(), entries, false);
+    EXPECT_TRUE(parsed == item && observed == item && id == text && action == static_cast<int>(k % 4)) << k;
+    Op::append(item, entries, false);
   }
   std::deque<Item> read = {Item()}, replied;
-  ASSERT_TRUE(Ops<Item>::parseList(readReply(entries), read));
-  read.pop_front();  // entries are appended behind what the list held
-  EXPECT_TRUE(read == written);
-  ASSERT_TRUE(Ops<Item>::parseList(Ops<Item>::resp(written), replied));  // the client's list reply
-  EXPECT_TRUE(replied == written);
+  ASSERT_TRUE(Op::parseList(readReply(entries), read) && Op::parseList(Op::resp(written), replied));
+  read.pop_front();                                    // entries are appended behind what the list held
+  EXPECT_TRUE(read == written && replied == written);  // a store read reply and the client's list reply
 
   Item deleted, expected;  // a delete body names the entry and nothing else
-  ASSERT_TRUE(H::parseXMLItemBody(Ops<Item>::body(written[3], true), deleted));
+  ASSERT_TRUE(H::parseXMLItemBody(Op::body(written[3], true), deleted));
   expected.setEntryId(written[3].getEntryId());
   if constexpr (!std::is_same_v<Item, CallBackItem>) expected.setUniqueId(written[3].getUniqueId());
   EXPECT_EQ(deleted, expected);
-  EXPECT_FALSE(Ops<Item>::parseObs(H::obsReqMissedCallsCountUpdate(3), deleted, id, action));
-}
+  EXPECT_FALSE(Op::parseObs(H::obsReqMissedCallsCountUpdate(3), deleted, id, action));
 
-TYPED_TEST(JournalHelperItems, MalformedEntriesAreSkippedAndMalformedDocumentsRefused) {
-  using Item = TypeParam;
-  const Item good = makeItem<Item>("good");
-  std::string entries = H::createXMLField(H::ENTRY, "<notAnItem/>") + H::createXMLField(H::ENTRY, "<missedCall><x>");
-  Ops<Item>::append(good, entries, false);
+  // A malformed entry is skipped (and told); a malformed document gives nothing.
+  entries = H::createXMLField(H::ENTRY, "<notAnItem/>") + H::createXMLField(H::ENTRY, "<missedCall><x>");
+  Op::append(written[1], entries, false);
   std::deque<Item> list;
-  EXPECT_FALSE(Ops<Item>::parseList(readReply(entries), list));
-  EXPECT_EQ(list, std::deque<Item>{good});
+  EXPECT_FALSE(Op::parseList(readReply(entries), list));
+  EXPECT_EQ(list, std::deque<Item>{written[1]});
   const std::string whole = readReply(entries);
-  for (const std::string& bad : {std::string("<a></b>"), whole.substr(0, whole.size() / 2), std::string("\0<a/>", 5),
-                                 H::FAILURE})
-    EXPECT_FALSE(Ops<Item>::parseList(bad, list) || list.size() != 1u) << bad.substr(0, 30);
+  for (const std::string& bad :
+       {std::string("<a></b>"), whole.substr(0, whole.size() / 2), std::string("\0<a/>", 5), H::FAILURE})
+    EXPECT_FALSE(Op::parseList(bad, list) || list.size() != 1u) << bad.substr(0, 30);
 }
 
-TEST(JournalHelperXML, GetXMLValueFindsTheFirstElementAtAnyDepth) {
+TEST(JournalHelperMessages, XmlValuesStoreMessagesMethodCodesRepliesAndCountsParseBackAndGarbageIsRefused) {
   const std::string xml = "<settings><group><callLogEnabled>  true </callLogEnabled></group>"
                           "<callLogEnabled>false</callLogEnabled><missedLogging/></settings>";
   std::string value = "unchanged", empty = "x";
-  EXPECT_TRUE(H::getXMLValue(xml, H::CALL_LOG_ENABLED, value) && value == "  true ");
+  EXPECT_TRUE(H::getXMLValue(xml, H::CALL_LOG_ENABLED, value) && value == "  true ");  // the first one
   EXPECT_TRUE(H::getXMLValue(xml, H::MISSED_LOGGING, empty) && empty.empty());
   for (const std::string& bad : {xml, std::string("<settings><deleteMissedWhenCalled>1</settings>"),
                                  H::createXMLField(H::SURNAME, "<deleteMissedWhenCalled>1</deleteMissedWhenCalled>")})
     EXPECT_FALSE(H::getXMLValue(bad, H::DELETE_MISSED_WHEN_CALLED, value)) << bad;
   EXPECT_EQ(value, "  true ");
-}
 
-TEST(JournalHelperXML, StoreMessageFramedForItsTableGivesUpItsEntriesInOrder) {
   const DialledCallItem first = makeItem<DialledCallItem>("1"), second = makeItem<DialledCallItem>("2", 30);
-  std::string message = H::createXMLField(H::REASONFORMESSAGE, H::DELETEREQUEST);
-  H::createXMLDialledCallItemBody(first, message, true);
-  H::createXMLDialledCallItemBody(second, message, true);
+  std::string message = H::createXMLField(H::REASONFORMESSAGE, H::DELETEREQUEST), body, id;
+  for (const DialledCallItem& item : {first, second}) H::createXMLDialledCallItemBody(item, message, true);
   H::addXMLHeaderFooter(message, "a\"b<c&d");
   EXPECT_NE(message.find("table=\"a&quot;b&lt;c&amp;d\""), std::string::npos) << message;
   std::vector<std::string> uniqueIds;
-  std::string body, id;
   while (H::getAndRemoveXMLValue(message, H::ENTRY, body) && H::getXMLValue(body, H::UNIQUEID, id))
     uniqueIds.push_back(id);
   EXPECT_EQ(uniqueIds, (std::vector<std::string>{first.getUniqueId(), second.getUniqueId()}));
   EXPECT_TRUE(H::getXMLValue(message, H::REASONFORMESSAGE, id) && id == H::DELETEREQUEST);  // the rest is intact
-}
 
-TEST(JournalHelperMethods, EveryCodeAndItsEntryIdsRoundTripAndGarbageGivesZero) {
   const std::vector<std::string> ids = {"2024-01-01T00:00:00Z0000000A", "<&>", "", "2024-01-01T00:00:00Z0000000A"};
   for (int code = 1; code <= 32; ++code) {
-    EXPECT_EQ(H::methodCode(H::methodName(code)), code);
-    std::string request = H::createMethodRequest(code, ids), id;
-    EXPECT_EQ(H::getMethodFromXMLMsg(request), code);
+    std::string request = H::createMethodRequest(code, ids);
+    EXPECT_TRUE(H::methodCode(H::methodName(code)) == code && H::getMethodFromXMLMsg(request) == code) << code;
     std::vector<std::string> read;
     while (H::getAndRemoveXMLValue(request, H::ENTRYID, id)) read.push_back(id);
     EXPECT_EQ(read, ids);
@@ -194,21 +177,14 @@ TEST(JournalHelperMethods, EveryCodeAndItsEntryIdsRoundTripAndGarbageGivesZero) 
   for (const std::string& bad : {std::string(), std::string("<journalRequest><method>1</method></journalRequest>"),
                                  std::string("<journalRequest><method> getMissedCallList</method></journalRequest>")})
     EXPECT_EQ(H::getMethodFromXMLMsg(bad), 0) << bad;
-}
 
-TEST(JournalHelperReplies, RepliesAndCountsParseBackAndFailureIsTold) {
-  for (const bool sent : {true, false}) {
-    bool value = !sent;
-    EXPECT_TRUE(H::parseRespBool(H::respBool(sent), value) && value == sent) << sent;
-  }
-  bool value = false;
-  EXPECT_FALSE(H::parseRespBool(H::FAILURE, value) || H::parseRespBool("<other><result>true</result></other>", value));
-  for (const unsigned int count : {0u, 7u, static_cast<unsigned int>(-1)}) {
-    unsigned int missed = 1, callBacks = 1;
-    EXPECT_TRUE(H::parseObsReqMissedCallsCountUpdate(H::obsReqMissedCallsCountUpdate(count), missed) &&
-                H::parseObsReqCallBacksCountUpdate(H::obsReqCallBacksCountUpdate(count), callBacks) &&
-                missed == count && callBacks == count)
-        << count;
+  bool yes = false, no = true, flag = false;
+  EXPECT_TRUE(H::parseRespBool(H::respBool(true), yes) && yes && H::parseRespBool(H::respBool(false), no) && !no);
+  EXPECT_FALSE(H::parseRespBool(H::FAILURE, flag) || H::parseRespBool("<other><result>true</result></other>", flag));
+  for (const unsigned int count : {0u, 7u, ~0u}) {
+    unsigned int m = 1, c = 1;
+    EXPECT_TRUE(H::parseObsReqMissedCallsCountUpdate(H::obsReqMissedCallsCountUpdate(count), m) && m == count);
+    EXPECT_TRUE(H::parseObsReqCallBacksCountUpdate(H::obsReqCallBacksCountUpdate(count), c) && c == count) << count;
   }
   const std::string op = "<journalEvent><operation>missedCallsCountUpdate</operation>";
   unsigned int n = 5;

@@ -44,7 +44,6 @@ std::string entry(const MissedCallItem& item, bool isDelete = false) {
 // Runs `sql` (one or more statements) on the file at `path` through the sqlite3 C API; NULL reads "<null>".
 Rows query(const std::string& path, const std::string& sql) {
   sqlite3* db = nullptr;
-  char* error = nullptr;
   Rows rows;
   EXPECT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
   const auto collect = [](void* out, int columns, char** values, char**) {
@@ -52,8 +51,7 @@ Rows query(const std::string& path, const std::string& sql) {
     for (int c = 0; c < columns; ++c) row.push_back(values[c] ? values[c] : "<null>");
     return 0;
   };
-  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), collect, &rows, &error), SQLITE_OK) << (error ? error : "");
-  sqlite3_free(error);
+  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), collect, &rows, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
   sqlite3_close(db);
   return rows;
 }
@@ -120,20 +118,21 @@ TEST_F(SqliteStoreTest, RoundTripKeepsAwkwardTextsAndFillsReadableColumns) {
   EXPECT_EQ(readMissed(store).back().getSurname(), "a\rb");
 }
 
-TEST_F(SqliteStoreTest, UpdateReplacesTheRowOfItsUniqueIdAndDataSurvivesReopening) {
+TEST_F(SqliteStoreTest, UpdateOrWriteReplacesTheRowOfItsUniqueIdAndDataSurvivesReopening) {
   const std::string id = put(entry(missed("E1", "a", 1)));
   MissedCallItem changed = missed("E1", "b", 2);
   changed.setUniqueId(id);
-  EXPECT_EQ(put(entry(changed), H::UPDATEREQUEST), id);
-  EXPECT_EQ(readMissed(store), std::deque<MissedCallItem>{changed});
-  EXPECT_EQ(query(path, "SELECT occurrences, surname FROM callLogMissedCalls"), (Rows{{"2", "b"}}));
-
+  for (const char* reason : {H::UPDATEREQUEST, H::WRITEREQUEST}) {
+    changed.setSurname(reason);
+    EXPECT_EQ(put(entry(changed), reason), id);
+    EXPECT_EQ(readMissed(store), std::deque<MissedCallItem>{changed});
+    EXPECT_EQ(query(path, "SELECT occurrences, surname FROM callLogMissedCalls"), (Rows{{"2", reason}}));
+  }
   // Without a unique id, or with one no row has: a new row.
   MissedCallItem other = missed("E2", "c", 1);
   const std::string second = put(entry(other), H::UPDATEREQUEST);
   other.setUniqueId("999");
-  const std::string third = put(entry(other), H::UPDATEREQUEST);
-  EXPECT_EQ((std::set<std::string>{id, second, third, "999"}.size()), 4u);
+  EXPECT_EQ((std::set<std::string>{id, second, put(entry(other), H::UPDATEREQUEST), "999"}.size()), 4u);
   const auto all = readMissed(store);
   EXPECT_EQ(all.size(), 3u);
 
@@ -148,9 +147,9 @@ TEST_F(SqliteStoreTest, UpdateReplacesTheRowOfItsUniqueIdAndDataSurvivesReopenin
 TEST_F(SqliteStoreTest, DeletesByUniqueIdByEntryIdAndWholeTable) {
   std::vector<std::string> ids;
   for (int i = 0; i < 4; ++i) ids.push_back(put(entry(missed("E" + std::to_string(i), "t", 1))));
-  const std::string dialledEntry =
+  const std::string dialled =
       H::createXMLField(H::ENTRY, H::createXMLDialledCallItemBody(DialledCallItem("D1", "", "", {}), false));
-  ASSERT_NE(store.processRequest(request(H::DAS_CALLLOGDIALLEDCALLS, H::WRITEREQUEST, dialledEntry)), "failed");
+  ASSERT_NE(store.processRequest(request(H::DAS_CALLLOGDIALLEDCALLS, H::WRITEREQUEST, dialled)), "failed");
 
   MissedCallItem byId("E2", "", "", {}, false);  // the unique id decides, not the entry id
   byId.setUniqueId(ids[0]);
@@ -167,32 +166,22 @@ TEST_F(SqliteStoreTest, DeletesByUniqueIdByEntryIdAndWholeTable) {
   EXPECT_GT(std::stoll(put(entry(missed("E4", "t", 1)))), std::stoll(ids[3]));
 }
 
-TEST_F(SqliteStoreTest, SettingsAreStoredReadAndReplaced) {
+TEST_F(SqliteStoreTest, SettingsAreReplacedAndFailuresAnswerFailedLogAndChangeNothing) {
+  LogCapture log;
   const auto send = [&](const char* reason, const std::string& items = "") {
     return store.processRequest(request(H::SETTINGS_SCHEMA, reason, items));
   };
   const auto field = [](const char* name, const char* value) { return H::createXMLField(name, value); };
   EXPECT_EQ(send(H::READREQUEST), "<storeReply table=\"journalSettings\"><result>ok</result></storeReply>");
-  EXPECT_NE(send(H::UPDATEREQUEST, field(H::MISSED_LOGGING, "false") + field(H::CALL_LOG_ENABLED, "true")), "failed");
+  EXPECT_NE(send(H::UPDATEREQUEST, field(H::MISSED_LOGGING, "false") + field(H::CALL_LOG_ENABLED, "true")),
+            "failed");
   EXPECT_NE(send(H::WRITEREQUEST, field(H::MISSED_LOGGING, "true")), "failed");
-  // An unknown setting spoils the whole request.
-  EXPECT_EQ(send(H::UPDATEREQUEST, field(H::CALL_LOG_ENABLED, "false") + field("volume", "3")), "failed");
 
-  const std::string reply = send(H::READREQUEST);
-  std::string value;
-  EXPECT_TRUE(H::getXMLValue(reply, H::MISSED_LOGGING, value) && value == "true") << reply;
-  EXPECT_TRUE(H::getXMLValue(reply, H::CALL_LOG_ENABLED, value) && value == "true") << reply;
-  EXPECT_FALSE(H::getXMLValue(reply, H::DELETE_MISSED_WHEN_CALLED, value)) << reply;
-}
-
-TEST_F(SqliteStoreTest, FailuresAnswerFailedLogAndChangeNothing) {
-  LogCapture log;
   MissedCallItem kept = missed("E1", "kept", 2);
   kept.setUniqueId(put(entry(kept)));
   const std::string before = store.processRequest(H::readMissedCallList());
   const std::string wrongType = H::createXMLField(H::ENTRY, H::createXMLDialledCallItemBody(DialledCallItem(), false));
   const std::string good = entry(missed("E2", "new", 1));
-
   const std::vector<std::string> bad = {
       "<storeRequest table=\"callLogMissedCalls\"><reason>write</reason>",
       request("callLogMissing", H::WRITEREQUEST, good),
@@ -201,15 +190,22 @@ TEST_F(SqliteStoreTest, FailuresAnswerFailedLogAndChangeNothing) {
       request(kMissed, H::WRITEREQUEST, good + "<entry>&lt;missedCall&gt;</entry>"),
       request(kMissed, H::UPDATEREQUEST, "<entry><missedCall/></entry>"),
       request(kMissed, H::DELETEREQUEST, entry(kept, true) + wrongType),
+      // An unknown setting spoils the whole request.
+      request(H::SETTINGS_SCHEMA, H::UPDATEREQUEST, field(H::CALL_LOG_ENABLED, "false") + field("volume", "3")),
   };
   for (const std::string& message : bad) EXPECT_EQ(store.processRequest(message), "failed") << message;
   EXPECT_EQ(store.processRequest(H::readMissedCallList()), before);
   EXPECT_EQ(log.count("Store request failed"), static_cast<int>(bad.size()));
   EXPECT_TRUE(log.contains("unknown table 'callLogMissing'", fw::kLogError));
+
+  std::string reply = send(H::READREQUEST), on, enabled, absent;
+  EXPECT_TRUE(H::getXMLValue(reply, H::MISSED_LOGGING, on) && H::getXMLValue(reply, H::CALL_LOG_ENABLED, enabled) &&
+              on + enabled == "truetrue" && !H::getXMLValue(reply, H::DELETE_MISSED_WHEN_CALLED, absent))
+      << reply;
 }
 
 TEST_F(SqliteStoreTest, MigratesAVersion1FileAndRefusesNewerVersionsAndFilesItCannotUse) {
-  const std::string old = dir + "/old.db";
+  const std::string old = dir + "/old.db", newer = dir + "/newer.db", garbage = dir + "/garbage.db";
   std::string schema = "CREATE TABLE journalSettings (name TEXT PRIMARY KEY, value TEXT); PRAGMA user_version = 1;";
   for (const char* table : {H::DAS_CALLLOGMISSEDCALLS, H::DAS_CALLLOGDIALLEDCALLS, H::DAS_CALLLOGRECEIVEDCALLS,
                             H::DAS_CALLLOGFORWARDEDCALLS})
@@ -227,21 +223,16 @@ TEST_F(SqliteStoreTest, MigratesAVersion1FileAndRefusesNewerVersionsAndFilesItCa
   item.setUniqueId("1");
   EXPECT_EQ(readMissed(store), std::deque<MissedCallItem>{item});
 
-  const std::string newer = dir + "/newer.db";
   query(newer, "PRAGMA user_version = 3");
-  EXPECT_FALSE(store.open(newer, error));
-  EXPECT_NE(error.find("'" + newer + "'"), std::string::npos) << error;
+  std::ofstream(garbage) << std::string(4096, 'g');
+  for (const std::string& bad : {garbage, dir + "/missing/journal.db", newer}) {
+    EXPECT_FALSE(store.open(bad, error));
+    EXPECT_NE(error.find("'" + bad + "'"), std::string::npos) << error;
+    EXPECT_FALSE(store.isOpen());
+  }
   EXPECT_NE(error.find("schema version 3"), std::string::npos) << error;
-  EXPECT_FALSE(store.isOpen());
   EXPECT_EQ(store.processRequest(H::readMissedCallList()), "failed");
   EXPECT_EQ(query(newer, "PRAGMA journal_mode"), (Rows{{"delete"}}));  // left as it was
-
-  const std::string garbage = dir + "/garbage.db";
-  std::ofstream(garbage) << std::string(4096, 'g');
-  EXPECT_FALSE(store.open(garbage, error));
-  EXPECT_NE(error.find(garbage), std::string::npos) << error;
-  EXPECT_FALSE(store.open(dir + "/missing/journal.db", error));
-  EXPECT_NE(error.find("/missing/journal.db"), std::string::npos) << error;
 }
 
 }  // namespace
