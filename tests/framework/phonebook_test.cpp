@@ -35,7 +35,11 @@ class Phonebook : public ::testing::Test {
   }
 
   char pattern[27] = "/tmp/phonebook-test-XXXXXX";
-  const std::string dir = mkdtemp(pattern);
+  const std::string dir = [this] {
+    const char* made = mkdtemp(pattern);
+    return made ? std::string(made) : std::string();
+  }();
+  void SetUp() override { ASSERT_FALSE(dir.empty()) << "no temporary directory under /tmp"; }
   std::string error;
   FilePhonebook book;
   LogCapture log;
