@@ -1,5 +1,4 @@
-// Start-up of the journal service: services found by name, configuration read, logging mode,
-// management agent; and the plug-in path the framework takes to load and run it.
+// Start-up of the journal service (services, configuration, logging mode, agent) and its plug-in path.
 #include <gtest/gtest.h>
 
 #include <tuple>
@@ -24,15 +23,13 @@ TEST(Startup, FindsEveryServiceAndReadsTheConfiguration) {
   phone.start();
   auto peer = phone.peer();
   EXPECT_TRUE(peer.csta() == &phone.csta && peer.store() == &phone.store && peer.directory() == &phone.directory &&
-              peer.localMgmt() == &phone.mgmt && peer.mobility() == &phone.mobility);
-  EXPECT_EQ(JournalService::m_pClockSvc, &phone.clock);
-  EXPECT_EQ(phone.service->getDigitAnalysisService(), &phone.digits);
+              peer.localMgmt() == &phone.mgmt && peer.mobility() == &phone.mobility &&
+              JournalService::m_pClockSvc == &phone.clock && phone.service->getDigitAnalysisService() == &phone.digits);
   EXPECT_EQ(peer.softwareType() + "|" + peer.callLogControl() + "|" + peer.regNumber(), "Velmora KPX|local|3301");
   EXPECT_EQ(std::make_tuple(peer.tzOffset(), peer.daylightSaveMinutes(), peer.serverBasedFeatures()),
             std::make_tuple(-60, 60, true));
   auto* notifier = dynamic_cast<ObserverNotifier*>(peer.notifier());
-  ASSERT_NE(notifier, nullptr);
-  EXPECT_TRUE(notifier->getService() == phone.service.get() && !notifier->isSip());
+  EXPECT_TRUE(notifier && notifier->getService() == phone.service.get() && !notifier->isSip());
   EXPECT_EQ(phone.mgmt.agent("JournalMgmtId"), phone.service.get());
 }
 
@@ -46,8 +43,7 @@ TEST(Startup, SettingsDefaultWhenAbsentOrOffAndSipSoftwareTellsTheNotifier) {
                             peer.systemIdentifier()),
             std::make_tuple(0, 0, false, 0));
   auto* notifier = dynamic_cast<ObserverNotifier*>(peer.notifier());
-  ASSERT_NE(notifier, nullptr);
-  EXPECT_TRUE(notifier->isSip() && notifier->getService() == phone.service.get());
+  EXPECT_TRUE(notifier && notifier->isSip() && notifier->getService() == phone.service.get());
 }
 
 TEST(Startup, LoggingModeFollowsTheSystemIdentifier) {
@@ -80,8 +76,7 @@ TEST(Startup, NullContextSkipsLookUpsAndTimers) {
   service.initWithContext(nullptr);
   EXPECT_TRUE(log.contains("NULL Context", 2));
   EXPECT_FALSE(log.contains("Cannot find"));
-  EXPECT_EQ(JournalServiceTestPeer(service).initialTimer(), -1);
-  EXPECT_TRUE(JournalServiceTestPeer(service).localCallLog());
+  EXPECT_TRUE(JournalServiceTestPeer(service).initialTimer() == -1 && JournalServiceTestPeer(service).localCallLog());
   EXPECT_EQ(service.findService("ClockServiceIfc"), nullptr);
 }
 
@@ -94,8 +89,7 @@ TEST(CallTable, FindRemoveAndDestructionFreeTheCallsAndResetTheClock) {
             std::make_tuple(JournalService::Call::NoState, phone.clock.getCurrentTimeSec(), -1L, -1L));
   peer.calls()["77"] = call;
   EXPECT_TRUE(phone.service->findCallFromId("77") == call && phone.service->findCallFromId("78") == nullptr);
-  EXPECT_FALSE(phone.service->removeCall("78"));
-  EXPECT_TRUE(phone.service->removeCall("77"));
+  EXPECT_TRUE(!phone.service->removeCall("78") && phone.service->removeCall("77"));
   EXPECT_EQ(phone.service->getNumberOfCalls(), 0);
 
   LogCapture log;
@@ -104,7 +98,6 @@ TEST(CallTable, FindRemoveAndDestructionFreeTheCallsAndResetTheClock) {
   EXPECT_EQ(phone.service->getNumberOfCalls(), 0);
   EXPECT_EQ(log.count("removeAllCalls():removeAllCalls - Call removed"), 2);
   for (const char* id : {"c", "d"}) peer.calls()[id] = new JournalService::Call(JournalService::Call::Outgoing, id);
-  EXPECT_EQ(phone.service->getNumberOfCalls(), 2);
   phone.context.cancelTimers(phone.service.get());
   phone.mgmt.forget(phone.service.get());
   phone.service.reset();
@@ -123,9 +116,8 @@ TEST(LumaUX, OnlyVariantsThreeAndFour) {
 }
 
 #ifdef JOURNAL_PLUGIN_PATH
-// The framework's road: load the module, make the service through its factory, initialise it
-// with all services and with none, destroy it. Without services every look-up is logged, and
-// start-up carries on without local management: no MAC address, no timer, no agent.
+// Load the module, create the service, initialise it with all services and with none, destroy it.
+// Without services each look-up is logged and start-up goes on with no timer and no agent.
 TEST(Plugin, LoadCreateInitialiseDestroy) {
   std::string error;
   auto plugin = fw::Plugin::load(JOURNAL_PLUGIN_PATH, error);

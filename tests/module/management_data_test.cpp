@@ -8,11 +8,13 @@
 
 namespace {
 
+using Result = std::pair<bool, std::string>;
+
 class ManagementData : public ::testing::Test {
  protected:
-  void start() {
-    phone.mgmt.setValue("software-type", "Velmora KPX");
-    phone.store.setReply("<storeReply><result>ok</result></storeReply>");
+  void start(const std::string& software = "Velmora KPX", const std::string& settings = "") {
+    phone.mgmt.setValue("software-type", software);
+    phone.store.setReply("<storeReply><result>ok</result>" + settings + "</storeReply>");
     phone.start();
   }
   // The value read for keys[at] when all `keys` are read at once, or "<none>" when it was not populated.
@@ -23,8 +25,8 @@ class ManagementData : public ::testing::Test {
     std::string value;
     return data.interogate(keys[at], value) ? value : "<none>";
   }
-  // Writes one key; returns the result and the reject reason given for it (empty when none).
-  std::pair<bool, std::string> set(const std::string& key, const std::string& value) {
+  // Writes one key; returns the result and its reject reason (empty when none).
+  Result set(const std::string& key, const std::string& value) {
     ManageableData data;
     data.populate(key, value);
     bool result = phone.service->setData(data);
@@ -34,6 +36,10 @@ class ManagementData : public ::testing::Test {
     phone.mgmt.setValue(key, value);
     phone.mgmt.drainNotifications();
   }
+  long sent(const std::string& request) {
+    auto sent = phone.csta.sent();
+    return std::count(sent.begin(), sent.end(), request);
+  }
 
   JournalHarness phone;
 };
@@ -41,19 +47,15 @@ class ManagementData : public ::testing::Test {
 TEST_F(ManagementData, MissedLoggingIsCodedTheOtherWayRoundAndAnUnknownKeyStopsARead) {
   start();
   EXPECT_EQ(get({"missed-logging"}), "0");  // logging on
-  EXPECT_EQ(set("missed-logging", "1"), std::make_pair(true, std::string()));
+  EXPECT_EQ(set("missed-logging", "1"), Result(true, ""));
   EXPECT_FALSE(phone.peer().missedLogging());
   EXPECT_EQ(get({"missed-logging"}), "1");
-  EXPECT_TRUE(set("missed-logging", "0").first);
-  EXPECT_TRUE(phone.peer().missedLogging());
-
+  EXPECT_TRUE(set("missed-logging", "0").first && phone.peer().missedLogging());
   EXPECT_TRUE(set("delete-missed-when-called", "1").first);
   EXPECT_EQ(get({"delete-missed-when-called"}), "1");
-  EXPECT_TRUE(set("delete-missed-when-called", "yes").first);  // anything but "1" is off
-  EXPECT_FALSE(phone.peer().deleteMissedWhenCalled());
+  // Anything but "1" is off.
+  EXPECT_TRUE(set("delete-missed-when-called", "yes").first && !phone.peer().deleteMissedWhenCalled());
   EXPECT_EQ(get({"clear-calllog"}), "false");
-
-  EXPECT_EQ(get({"unknown", "call-log-enabled"}, 1), "<none>");
   EXPECT_EQ(get({"call-log-enabled", "unknown", "missed-logging"}), "true");
   EXPECT_EQ(get({"call-log-enabled", "unknown", "missed-logging"}, 2), "<none>");
 }
@@ -63,29 +65,26 @@ TEST_F(ManagementData, ClearingOrDisablingTheCallLogEmptiesTheListsAndRefusedWri
   phone.service->refreshCallLog();
   phone.peer().missedList() = {makeEntry<MissedCallItem>("M1", "100", "2024-03-05T10:00:00")};
   phone.peer().callBackList() = {makeCallBack("C1", "100")};
-  EXPECT_TRUE(set("clear-calllog", "true").first);
-  EXPECT_TRUE(phone.peer().missedList().empty());
+  EXPECT_TRUE(set("clear-calllog", "true").first && phone.peer().missedList().empty());
   EXPECT_EQ(phone.peer().callBackList().size(), 1u);
   phone.peer().receivedList() = {makeEntry<ReceivedCallItem>("R1", "100", "2024-03-05T10:00:00")};
-  EXPECT_TRUE(set("call-log-enabled", "false").first);
-  EXPECT_TRUE(phone.peer().receivedList().empty());
+  EXPECT_TRUE(set("call-log-enabled", "false").first && phone.peer().receivedList().empty());
 
-  EXPECT_EQ(set("clear-calllog", "false"), std::make_pair(false, std::string("4: Data invalid (clear-calllog) for JournalService")));
+  EXPECT_EQ(set("clear-calllog", "false"), Result(false, "4: Data invalid (clear-calllog) for JournalService"));
   EXPECT_EQ(set("volume", "3").second, "4: Data invalid (volume) for JournalService");
   phone.store.clear();
-  EXPECT_EQ(set("call-log-enabled", "false"), std::make_pair(false, std::string("10: callLogEnabled value is not changed")));
-  EXPECT_EQ(phone.store.requestCount(), 1u);  // the unchanged value is written all the same
+  EXPECT_EQ(set("call-log-enabled", "false"), Result(false, "10: callLogEnabled value is not changed"));
+  EXPECT_EQ(phone.store.requests().size(), 1u);  // the unchanged value is written all the same
   phone.store.setReply("failed");
-  EXPECT_EQ(set("call-log-enabled", "true"), std::make_pair(false, std::string()));
+  EXPECT_EQ(set("call-log-enabled", "true"), Result(false, ""));
   EXPECT_FALSE(phone.peer().callLogEnabled());  // the store refused it
 }
 
 TEST_F(ManagementData, CallLogAccessStartsAndStopsTheMonitorAndObservedValuesAreReadAgain) {
   LogCapture log;
   start();
-  EXPECT_TRUE(phone.service->eventsStarted());
+  EXPECT_TRUE(phone.service->eventsStarted() && phone.csta.lastStartHadFilter());
   EXPECT_EQ(phone.peer().monitorCrossRefId(), "monitor-1");
-  EXPECT_TRUE(phone.csta.lastStartHadFilter());
   notify("disable-access-calllog", "1");
   EXPECT_FALSE(phone.service->eventsStarted());
   notify("disable-access-calllog", "2");
@@ -95,33 +94,23 @@ TEST_F(ManagementData, CallLogAccessStartsAndStopsTheMonitorAndObservedValuesAre
   EXPECT_TRUE(phone.peer().listsLoaded());  // the refresh that follows
   notify("disable-access-calllog", "7");
   EXPECT_TRUE(log.contains("Invalid Call log data state", 2));
-  auto sent = phone.csta.sent();
-  EXPECT_EQ(std::count(sent.begin(), sent.end(), "MonitorStart"), 2);
-  EXPECT_EQ(std::count(sent.begin(), sent.end(), "MonitorStop"), 1);
-  EXPECT_EQ(std::count(sent.begin(), sent.end(), "ChangeMonitorFilter"), 1);
+  EXPECT_EQ(std::make_tuple(sent("MonitorStart"), sent("MonitorStop"), sent("ChangeMonitorFilter")),
+            std::make_tuple(2, 1, 1));
 
   phone.peer().setVisitorCallLogChanged(true);
   phone.mgmt.setValue("sntp-tz-offset", "120");
   phone.mgmt.setValue("server-based-features", "true");
   phone.mgmt.setValue("mobility-current-user", "alice");
   notify("system-identifier", "2");
-  EXPECT_EQ(phone.peer().tzOffset(), 120);
-  EXPECT_TRUE(phone.peer().serverBasedFeatures());
+  EXPECT_TRUE(phone.peer().tzOffset() == 120 && phone.peer().serverBasedFeatures() && phone.peer().serverCallLog());
   EXPECT_FALSE(phone.peer().visitorCallLogChanged());
-  EXPECT_TRUE(phone.peer().serverCallLog());
 }
 
 TEST_F(ManagementData, SettingsComeFromTheStoreAndSipPhonesMonitorWithoutFilterAndPublishThemOnAUserChange) {
-  phone.mgmt.setValue("software-type", "Velmora SIP");
-  phone.store.setReply("<storeReply><result>ok</result><missedLogging>false</missedLogging>"
-                       "<deleteMissedWhenCalled>true</deleteMissedWhenCalled></storeReply>");
-  phone.start();
-  EXPECT_FALSE(phone.peer().missedLogging());
-  EXPECT_TRUE(phone.peer().deleteMissedWhenCalled());
+  start("Velmora SIP", "<missedLogging>false</missedLogging><deleteMissedWhenCalled>true</deleteMissedWhenCalled>");
+  EXPECT_TRUE(!phone.peer().missedLogging() && phone.peer().deleteMissedWhenCalled());
   EXPECT_TRUE(phone.peer().callLogEnabled());  // not in the reply: default kept
-  EXPECT_FALSE(phone.csta.lastStartHadFilter());
-  auto sent = phone.csta.sent();
-  EXPECT_EQ(std::count(sent.begin(), sent.end(), "ChangeMonitorFilter"), 0);
+  EXPECT_TRUE(!phone.csta.lastStartHadFilter() && sent("ChangeMonitorFilter") == 0);
 
   RecordingObserver observer;
   phone.service->subscribe(&observer);
@@ -130,8 +119,7 @@ TEST_F(ManagementData, SettingsComeFromTheStoreAndSipPhonesMonitorWithoutFilterA
   auto calls = observer.take();
   EXPECT_NE(std::find(calls.begin(), calls.end(), "forwarded ||3"), calls.end());  // a full refresh
   std::string published;
-  EXPECT_TRUE(phone.mgmt.value("missed-logging", published));
-  EXPECT_EQ(published, "1");  // logging off
+  EXPECT_TRUE(phone.mgmt.value("missed-logging", published) && published == "1");  // logging off
 }
 
 }  // namespace

@@ -19,14 +19,12 @@ TEST(Persistence, WriteRepliesRenewTheUniqueIdAndLoadingSortsPurgesAndSurvivesFa
   auto item = makeEntry<MissedCallItem>("M1", "100", "2024-03-05T10:00:00");
   phone.store.setReply("<storeReply><result>ok</result><lastUniqueId>17</lastUniqueId></storeReply>");
   phone.service->updateMissedEntry(item, Helper::WRITEREQUEST);
-  EXPECT_EQ(phone.service->lastUniqueId(), "17");
-  EXPECT_TRUE(phone.peer().visitorCallLogChanged());
+  EXPECT_TRUE(phone.service->lastUniqueId() == "17" && phone.peer().visitorCallLogChanged());
 
   phone.peer().setVisitorCallLogChanged(false);
   phone.store.setReply("failed");
   phone.service->updateMissedEntry(item, Helper::UPDATEREQUEST);
-  EXPECT_EQ(phone.service->lastUniqueId(), "17");
-  EXPECT_FALSE(phone.peer().visitorCallLogChanged());
+  EXPECT_TRUE(phone.service->lastUniqueId() == "17" && !phone.peer().visitorCallLogChanged());
   std::string body;
   ASSERT_TRUE(Helper::getXMLValue(phone.store.requests().back(), Helper::ENTRY, body));
   EXPECT_NE(body.find("<callInfos>"), std::string::npos);  // update carries the full body
@@ -45,20 +43,18 @@ TEST(Persistence, WriteRepliesRenewTheUniqueIdAndLoadingSortsPurgesAndSurvivesFa
   phone.service->processMissedCallDbXml("<storeReply><result>ok</result>" + reply + "</storeReply>");
   auto& list = phone.peer().missedList();
   ASSERT_EQ(list.size(), 2u);
-  EXPECT_EQ(list[0].getEntryId(), "M-new");
-  EXPECT_EQ(list[1].getEntryId(), "M-old");
+  EXPECT_EQ(list[0].getEntryId() + "," + list[1].getEntryId(), "M-new,M-old");
   const std::string deletion = Helper::createXMLField(Helper::REASONFORMESSAGE, Helper::DELETEREQUEST);
   for (const auto& request : phone.store.requests()) EXPECT_NE(request.find(deletion), std::string::npos) << request;
-  EXPECT_EQ(phone.store.requestCount(), 2u);  // one delete per empty entry
+  EXPECT_EQ(phone.store.requests().size(), 2u);  // one delete per empty entry
 
-  phone.store.clear();
-  phone.service->loadCallListsFromDb();  // the recording store answers "failed"
-  EXPECT_EQ(list.size(), 2u);
-  EXPECT_EQ(phone.store.requestCount(), 3u);  // no forwarded calls off SIP phones
-  phone.peer().setSoftwareType("Velmora SIP");
-  phone.store.clear();
-  phone.service->loadCallListsFromDb();
-  EXPECT_EQ(phone.store.requestCount(), 4u);
+  // A failing store leaves the lists as they are; only SIP phones read forwarded calls.
+  for (auto [software, reads] : {std::make_pair("Velmora KPX", 3u), {"Velmora SIP", 4u}}) {
+    phone.peer().setSoftwareType(software);
+    phone.store.clear();
+    phone.service->loadCallListsFromDb();
+    EXPECT_TRUE(list.size() == 2u && phone.store.requests().size() == reads) << software;
+  }
 }
 
 TEST(Persistence, WithAFailingOrWithoutAStoreListsStillChangeAndObserversAreTold) {
@@ -70,8 +66,7 @@ TEST(Persistence, WithAFailingOrWithoutAStoreListsStillChangeAndObserversAreTold
     phone.service->subscribe(&observer);
     phone.peer().receivedList() = {makeEntry<ReceivedCallItem>("R1", "100", "2024-03-05T10:00:00")};
     EXPECT_EQ(phone.service->processRequest("<anything/>"), "failed");
-    EXPECT_TRUE(phone.service->deleteReceivedCall("R1"));
-    EXPECT_TRUE(phone.peer().receivedList().empty());
+    EXPECT_TRUE(phone.service->deleteReceivedCall("R1") && phone.peer().receivedList().empty());
     EXPECT_EQ(observer.calls().back(), "received |R1|2");
     EXPECT_FALSE(phone.peer().visitorCallLogChanged());
   }
@@ -109,12 +104,9 @@ TEST(Persistence, ListsComeBackFromTheFileNewestFirstAfterARestart) {
     forwarded.setUniqueId(before.phone.service->lastUniqueId());
   }
   PhoneOnFile after(path);
-  std::deque<MissedCallItem> missedList, stored;
-  std::deque<ForwardedCallItem> forwardedList;
-  after.phone.service->getMissedCallList(missedList);
-  after.phone.service->getForwardedCallList(forwardedList);
-  EXPECT_EQ(missedList, (std::deque<MissedCallItem>{missed[1], missed[0]}));  // newest first, empty one purged
-  EXPECT_EQ(forwardedList, std::deque<ForwardedCallItem>{forwarded});
+  EXPECT_EQ(after.phone.peer().missedList(), (std::deque<MissedCallItem>{missed[1], missed[0]}));  // empty one purged
+  EXPECT_EQ(after.phone.peer().forwardedList(), std::deque<ForwardedCallItem>{forwarded});
+  std::deque<MissedCallItem> stored;
   Helper::parseXMLMissedCallList(after.store.processRequest(Helper::readMissedCallList()), stored);
   EXPECT_EQ(stored.size(), 2u);  // the purge reached the file
   std::filesystem::remove_all(dir);

@@ -1,9 +1,8 @@
-// Small fakes of framework services for tests: each records what it was asked and answers what
-// the test told it to. Real pieces (local management over a file, the settable clock, the
-// context with its timer thread) are used as they are.
+// Small fakes of framework services: each records what it was asked and answers what the test
+// told it to. Local management, the clock and the context are the real ones.
 #pragma once
 
-#include <atomic>
+#include <algorithm>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -16,97 +15,81 @@
 #include "framework/Executable.h"
 #include "framework/Services.h"
 
-// Mobility service whose upload answers come from a script (then the default answer).
-class FakeMobilityService : public Service, public MobilityServiceIfc {
+// A fake's records behind one mutex: read and assigned under the lock.
+class Guarded {
+ protected:
+  template <class T>
+  T read(const T& value) const {
+    std::lock_guard<std::mutex> guard(m_mutex);
+    return value;
+  }
+  template <class T>
+  void assign(T& target, T value) {
+    std::lock_guard<std::mutex> guard(m_mutex);
+    target = std::move(value);
+  }
+  mutable std::mutex m_mutex;
+};
+
+// Mobility service whose upload answers come from a script, then true.
+class FakeMobilityService : public Service, public MobilityServiceIfc, Guarded {
  public:
   bool saveVisitorCallLog() override {
     std::lock_guard<std::mutex> guard(m_mutex);
     ++m_uploads;
-    if (m_script.empty()) return m_defaultAnswer;
-    bool answer = m_script.front();
-    m_script.pop_front();
+    bool answer = m_script.empty() || m_script.front();
+    if (!m_script.empty()) m_script.pop_front();
     return answer;
   }
   void answerNext(bool answer) {
     std::lock_guard<std::mutex> guard(m_mutex);
     m_script.push_back(answer);
   }
-  int uploads() const {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_uploads;
-  }
+  int uploads() const { return read(m_uploads); }
 
  private:
-  mutable std::mutex m_mutex;
   std::deque<bool> m_script;
-  bool m_defaultAnswer = true;
   int m_uploads = 0;
 };
 
 // CSTA service that records the names of the requests sent and the call-log entries of escape
-// requests. With `responseCode` 0 each request gets a response without error (a monitor start
-// gets the cross-reference id "monitor-1"); any other code comes back without response.
-class RecordingCstaService : public Service, public CSTAServiceIfc {
+// requests, and answers each without error (a monitor start with cross-reference "monitor-1").
+class RecordingCstaService : public Service, public CSTAServiceIfc, Guarded {
  public:
   void sendRequest(CSTARequest& request) override {
     std::lock_guard<std::mutex> guard(m_mutex);
     m_sent.emplace_back(request.requestName());
     if (auto* escape = dynamic_cast<CSTAEscapeRequest*>(&request)) m_escapes.push_back(escape->getCallLogEntry());
-    if (auto* start = dynamic_cast<CSTAMonitorStartRequest*>(&request)) m_lastStart = start->hasMonitorFilter();
-    if (m_responseCode != 0) {
-      request.setResponse(m_responseCode, nullptr);
-    } else if (dynamic_cast<CSTAMonitorStartRequest*>(&request)) {
+    if (auto* start = dynamic_cast<CSTAMonitorStartRequest*>(&request)) {
+      m_lastStart = start->hasMonitorFilter();
       request.setResponse(0, new CSTAMonitorStartResponse("monitor-1"));
     } else {
       request.setResponse(0, new CSTAGenericResponse(false));
     }
   }
-  std::vector<std::string> sent() const {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_sent;
-  }
-  std::vector<CallLogEntryRequest> escapes() const {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_escapes;
-  }
+  std::vector<std::string> sent() const { return read(m_sent); }
+  std::vector<CallLogEntryRequest> escapes() const { return read(m_escapes); }
   bool lastStartHadFilter() const { return m_lastStart; }
-  void setResponseCode(int code) { m_responseCode = code; }
 
  private:
-  mutable std::mutex m_mutex;
   std::vector<std::string> m_sent;
   std::vector<CallLogEntryRequest> m_escapes;
   bool m_lastStart = false;
-  std::atomic<int> m_responseCode{0};
 };
 
 // Store that records every request and answers with `reply` ("failed" unless told otherwise).
-class RecordingDataAccess : public Service, public DataAccessServiceIfc {
+class RecordingDataAccess : public Service, public DataAccessServiceIfc, Guarded {
  public:
   std::string processRequest(const std::string& request) override {
     std::lock_guard<std::mutex> guard(m_mutex);
     m_requests.push_back(request);
     return m_reply;
   }
-  size_t requestCount() const {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_requests.size();
-  }
-  std::vector<std::string> requests() const {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_requests;
-  }
-  void clear() {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    m_requests.clear();
-  }
-  void setReply(const std::string& reply) {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    m_reply = reply;
-  }
+  std::vector<std::string> requests() const { return read(m_requests); }
+  void clear() { assign(m_requests, {}); }
+  void setReply(const std::string& reply) { assign(m_reply, reply); }
 
  private:
-  mutable std::mutex m_mutex;
   std::vector<std::string> m_requests;
   std::string m_reply = "failed";
 };
@@ -117,9 +100,8 @@ class MapDirectory : public Service, public DirectoryServiceIfc {
   void add(const Contact& contact) { m_contacts[contact.getNumber()] = contact; }
   bool lookupContact(Contact& contact) override {
     auto it = m_contacts.find(contact.getNumber());
-    if (it == m_contacts.end()) return false;
-    contact = it->second;
-    return true;
+    if (it != m_contacts.end()) contact = it->second;
+    return it != m_contacts.end();
   }
 
  private:
@@ -131,9 +113,8 @@ class PrefixDigitAnalysis : public Service, public DigitAnalysisServiceIfc {
  public:
   explicit PrefixDigitAnalysis(std::set<std::string> prefixes) : m_prefixes(std::move(prefixes)) {}
   bool isFeatureAccessCode(const std::string& digits) override {
-    for (const auto& prefix : m_prefixes)
-      if (!prefix.empty() && digits.compare(0, prefix.size(), prefix) == 0) return true;
-    return false;
+    return std::any_of(m_prefixes.begin(), m_prefixes.end(),
+                       [&](const std::string& prefix) { return !prefix.empty() && digits.rfind(prefix, 0) == 0; });
   }
 
  private:
