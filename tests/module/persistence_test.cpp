@@ -104,9 +104,12 @@ TEST(Persistence, ListsComeBackFromTheFileNewestFirstAfterARestart) {
     forwarded.setUniqueId(before.phone.service->lastUniqueId());
   }
   PhoneOnFile after(path);
-  EXPECT_EQ(after.phone.peer().missedList(), (std::deque<MissedCallItem>{missed[1], missed[0]}));  // empty one purged
-  EXPECT_EQ(after.phone.peer().forwardedList(), std::deque<ForwardedCallItem>{forwarded});
-  std::deque<MissedCallItem> stored;
+  std::deque<MissedCallItem> missedList, stored;
+  std::deque<ForwardedCallItem> forwardedList;
+  after.phone.service->getMissedCallList(missedList);
+  after.phone.service->getForwardedCallList(forwardedList);
+  EXPECT_EQ(missedList, (std::deque<MissedCallItem>{missed[1], missed[0]}));  // newest first, empty one purged
+  EXPECT_EQ(forwardedList, std::deque<ForwardedCallItem>{forwarded});
   Helper::parseXMLMissedCallList(after.store.processRequest(Helper::readMissedCallList()), stored);
   EXPECT_EQ(stored.size(), 2u);  // the purge reached the file
   std::filesystem::remove_all(dir);
