@@ -120,6 +120,10 @@ namespace communicationsServiceTexts {
 inline constexpr char content_callstatus_ReminderCall[] = "ReminderCall";
 inline constexpr char content_callstatus_MissedCall[] = "MissedCall";
 
+// The number the CSTA service gives a device that the switch reports as not known (a caller
+// without a number), so that such a party is not confused with one whose number was withheld.
+inline constexpr char noNumberProvided[] = "No number provided";
+
 // System status of the switch: the ECMA-323 SystemStatus values, then the switch's own words for
 // a clean-up of its calls, a reset and a stop.
 inline constexpr char systemState_initializing[] = "initializing";
