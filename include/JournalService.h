@@ -22,6 +22,7 @@
 #include <atomic>
 #include <deque>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 
@@ -30,6 +31,7 @@
 #include "framework/CallItems.h"
 #include "framework/ClockService.h"
 #include "framework/Csta.h"
+#include "framework/CstaEventValues.h"
 #include "framework/Executable.h"
 #include "framework/LocalMgmt.h"
 #include "framework/Semaphore.h"
@@ -40,6 +42,12 @@ class CallLogEntryRequest;
 // Per list type: the list, its lock, its stored table and its XML codec (src/JournalService).
 template <class Item>
 struct JournalListTraits;
+// How a list files an occurrence, and what filing did (src/JournalServiceEvents/EntryFiling.h).
+template <class Item>
+struct FilingRules;
+template <class Item>
+struct FiledOccurrence;
+class CSTADeliveredEvent;
 
 class JournalService : public Service,
                        public JournalServiceIfc,
@@ -254,6 +262,75 @@ class JournalService : public Service,
   void sendCSTACAllLogEntryDeleteRequest(DialledCallItem::InfoList const& previous,
                                          DialledCallItem::DialledCallInfo const& added);
 
+  // ---- Received, dialled and forwarded call entries --------------------------------------------
+  // Each files one occurrence under its party; false only for an occurrence already there (KPX).
+  bool newReceivedCallEntry(const std::string& entryId, const std::string& remoteParty,
+                            const std::string& remotePartyName, const std::string& connectedParty,
+                            const std::string& connectedPartyName, long timeSec, long startSec, long endSec,
+                            CallLogEntryEvent::_LogTarget logTarget,
+                            CallLogEntryEvent::_PresentationValue numberPresentation,
+                            CallLogEntryEvent::_PresentationValue namePresentation,
+                            CallLogEntryEvent::_PresentationValue deflectNumberPresentation,
+                            const std::string& deflectNumber,
+                            CallLogEntryEvent::_PresentationValue deflectNamePresentation,
+                            const std::string& deflectName, const std::string& timeDate,
+                            CallLogEntryEvent::_TFormat timeFormat);
+  bool newDialledCallEntry(const std::string& entryId, const std::string& dialledParty, const std::string& remoteParty,
+                           const std::string& remotePartyName, const std::string& connectedParty,
+                           const std::string& connectedPartyName, long timeSec, long startSec, long endSec,
+                           CallLogEntryEvent::_LogTarget logTarget,
+                           CallLogEntryEvent::_PresentationValue numberPresentation,
+                           CallLogEntryEvent::_PresentationValue namePresentation, const std::string& timeDate,
+                           CallLogEntryEvent::_TFormat timeFormat);
+  bool newForwardedCallEntry(const std::string& entryId, const std::string& remoteParty,
+                             const std::string& remotePartyName, const std::string& divertedParty,
+                             const std::string& divertedPartyName, long startTime, long connectTime, long endTime);
+  // Takes back the missed occurrence that a forwarded call of `contact` left a moment earlier.
+  void sscfw_checkNewForwardedCall(const Contact& contact);
+  // The switch deleted the occurrences of a number up to `entryTime` from its call log.
+  bool removeMissedCallEntry(const std::string& subscriberNumber, const std::string& entryTime);
+  bool removeReceivedCallEntry(const std::string& subscriberNumber, const std::string& entryTime);
+  bool removeDialledCallEntry(const std::string& subscriberNumber, const std::string& entryTime);
+  // The user reached the party of `call`: the party's missed entry goes (when so configured).
+  void findAndDeleteMissedEntryWhenCalled(Call* call);
+  // Dialled entry rules (see DialledEntries.cpp).
+  void populateDialledCallInfoNumber(DialledCallItem::DialledCallInfo& info, const std::string& dialledParty,
+                                     const std::string& remoteParty);
+  void populateInfoConnectedNumber(DialledCallItem::DialledCallInfo& info, const std::string& dialledParty,
+                                   const std::string& connectedParty, const std::string& remoteParty);
+  void populateDialledCallInfoTimeAndDate(DialledCallItem::DialledCallInfo& info, const std::string& timeDate,
+                                          long startSec, long timeSec, long endSec);
+  void populateContactSurname(Contact& contact, const std::string& dialledParty, const std::string& remoteParty);
+  void populateRemoteContactSurname(Contact& contact, const std::string& remotePartyName, bool found);
+  static void populateItemNames(DialledCallItem& item, const Contact& contact);
+  static void populateDialledCallItemWithPicture(const Contact& contact, DialledCallItem& item);
+
+  // ---- Call tracking (CSTA event thread, m_callsLock held) -------------------------------------
+  // Merges one event's parties into the call's record (made for a call not yet tracked) and moves
+  // the call on; false when the event was dropped or refused.
+  bool onCallEvent(Call* pCall, Call::states_t state, Call::directions_t direction, std::string callId,
+                   std::string remoteParty = {}, std::string remotePartyName = {}, std::string divertedParty = {},
+                   std::string divertedPartyName = {}, bool treatAsIncoming = false);
+  bool setCallState(Call* pCall, Call::states_t state, Call::directions_t direction);
+  // Files the finished call by the state it reached, and ends its record (but for a SIP outgoing
+  // call diverted elsewhere, which goes on).
+  bool createCallEntry(Call const* pCall, Call::states_t state);
+  // Destination not obtainable and do not disturb: the call never rang anywhere.
+  static bool ignoreEventByCause(CSTAEventCause cause);
+
+  // CSTA call events of the local device (CSTAEventObserverBase)
+  void handleCSTAOriginatedEvent(CSTAOriginatedEvent* event) override;
+  void handleCSTAOfferedEvent(CSTAOfferedEvent* event) override;
+  void handleCSTAQueuedEvent(CSTAQueuedEvent* event) override;
+  void handleCSTADeliveredEvent(CSTADeliveredEvent* event) override;
+  void handleCSTAEstablishedEvent(CSTAEstablishedEvent* event) override;
+  void handleCSTADivertedEvent(CSTADivertedEvent* event) override;
+  void handleCSTAFailedEvent(CSTAFailedEvent* event) override;
+  void handleCSTAConnectionClearedEvent(CSTAConnectionClearedEvent* event) override;
+  void handleCSTATransferredEvent(CSTATransferredEvent* event) override;
+  void handleCSTACallInformationEvent(CSTACallInformationEvent* event) override;
+  void handleCSTAHookswitchEvent(CSTAHookswitchEvent* event) override;
+
   // Tracked calls. The caller holds m_callsLock.
   Call* findCallFromId(std::string callId);
   bool removeCall(std::string callId);
@@ -277,6 +354,61 @@ class JournalService : public Service,
 
  private:
   friend class JournalServiceTestPeer;
+
+  // The parties an event reports: the remote party, and where the call was diverted.
+  struct CallParties {
+    const std::string& remote;
+    const std::string& remoteName;
+    const std::string& diverted;
+    const std::string& divertedName;
+  };
+  // What observers are told when a missed entry was removed, sent once no list lock is held.
+  struct MissedRemoval {
+    std::string removedId;
+    unsigned unviewed;
+  };
+
+  Call* trackCall(Call* call, Call::states_t state, Call::directions_t direction, const std::string& callId);
+  bool onKpxCallEvent(Call* pCall, Call::states_t state, Call::directions_t direction, const std::string& callId,
+                      const CallParties& event);
+  bool onSipCallEvent(Call* pCall, Call::states_t state, Call::directions_t direction, const std::string& callId,
+                      const CallParties& event, bool treatAsIncoming);
+  static void mergeSipParties(Call& call, Call::states_t state, const CallParties& event);
+  static void mergeSipDiversion(Call& call, Call::states_t state, Call::directions_t direction,
+                                const CallParties& event);
+  bool establishCall(Call& call, Call::directions_t direction);
+  bool createKpxCallEntry(const Call& call, Call::states_t state);
+  bool createSipCallEntry(const Call& call, Call::states_t state);
+  void fileMissedCall(const Call& call, bool sip);
+  void fileReceivedCall(const Call& call);
+  void fileForwardedCall(const Call& call);
+  bool fileDivertedDialledCall(const Call& call);
+  bool fileUnknownState(const Call& call);
+  bool isSipSwitch() const;
+  // SIP switch with the call log on: its calls are reported another way than a KPX switch's.
+  bool sipRoad() const;
+  // One onCallEvent for the call `callId` under m_callsLock.
+  void trackEvent(Call::states_t state, Call::directions_t direction, const std::string& callId,
+                  const std::string& remote = {}, const std::string& remoteName = {},
+                  const std::string& diverted = {}, const std::string& divertedName = {},
+                  bool treatAsIncoming = false);
+  void trackDelivery(const CSTADeliveredEvent& event);
+  void trackSipDelivery(const CSTADeliveredEvent& event);
+  void markCallMissed(const std::string& callId, const std::string& number, const std::string& name);
+  void refreshRemotePartyName(const std::string& callId, const std::string& number, const std::string& name);
+
+  std::optional<MissedRemoval> removeMissedEntryOf(const std::string& subscriberNumber);
+  void notifyMissedRemoval(const MissedRemoval& removal);
+  std::optional<unsigned> withdrawNewestMissedOccurrence(const Contact& contact);
+  template <class Info>
+  void fillConnectedParty(Info& info, const std::string& remoteParty, const std::string& connectedParty,
+                          const std::string& connectedName);
+  // Files `info` by `rules` under the list's lock, then runs underLock() before giving it.
+  template <class Item, class UnderLock>
+  FiledOccurrence<Item> fileOccurrence(const typename Item::InfoList::value_type& info,
+                                       const FilingRules<Item>& rules, UnderLock underLock);
+  template <class Item, class Replace>
+  bool removeOccurrencesUpTo(const std::string& number, const std::string& entryTime, Replace replace);
   template <class Item>
   friend struct JournalListTraits;
 

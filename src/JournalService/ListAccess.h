@@ -28,6 +28,12 @@ struct JournalListTraits<MissedCallItem> {
   static void reportToServer(JournalService& s, const MissedCallItem& i) {
     if (s.m_serverCallLog) s.sendMissedCallLogEntryRequests(i.infos());
   }
+  // The entry made anew around `infos`, as when occurrences were taken away: no picture clip.
+  static MissedCallItem rebuild(const MissedCallItem& i, const MissedCallItem::InfoList& infos) {
+    MissedCallItem item(i.getEntryId(), i.getSurname(), i.getFirstname(), infos, i.getViewed());
+    item.setUniqueId(i.getUniqueId());
+    return item;
+  }
 };
 
 template <>
@@ -45,6 +51,12 @@ struct JournalListTraits<DialledCallItem> {
   static bool ordered(const DialledCallItem& a, const DialledCallItem& b) { return isDialledCallOrdered(a, b); }
   static void reportToServer(JournalService& s, const DialledCallItem& i) {
     if (s.m_serverCallLog) s.sendDialledCallLogEntryRequests(i.infos());
+  }
+  // The entry made anew around `infos`: no picture clip, no group-by text.
+  static DialledCallItem rebuild(const DialledCallItem& i, const DialledCallItem::InfoList& infos) {
+    DialledCallItem item(i.getEntryId(), i.getSurname(), i.getFirstname(), infos);
+    item.setUniqueId(i.getUniqueId());
+    return item;
   }
 };
 
@@ -65,6 +77,12 @@ struct JournalListTraits<ReceivedCallItem> {
   static bool ordered(const ReceivedCallItem& a, const ReceivedCallItem& b) { return isReceivedCallOrdered(a, b); }
   static void reportToServer(JournalService& s, const ReceivedCallItem& i) {
     if (s.m_serverCallLog) s.sendReceivedCallLogEntryRequests(i.infos());
+  }
+  // The entry made anew around `infos`: no picture clip.
+  static ReceivedCallItem rebuild(const ReceivedCallItem& i, const ReceivedCallItem::InfoList& infos) {
+    ReceivedCallItem item(i.getEntryId(), i.getSurname(), i.getFirstname(), infos);
+    item.setUniqueId(i.getUniqueId());
+    return item;
   }
 };
 

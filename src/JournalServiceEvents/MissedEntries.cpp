@@ -1,29 +1,13 @@
 // Missed calls: a call that rang and was not answered is filed under its party, merged with the
 // party's earlier entry, kept within the list's limit, stored and announced; and the party's entry
 // goes when the party is reached.
-#include "JournalService/ListAccess.h"
+#include "JournalServiceEvents/EntryFiling.h"
 
 using journal::kCoreLog;
 
 namespace {
 
 constexpr long kForwardEchoSeconds = 5;
-
-// An occurrence that is already the entry's newest: a KPX switch may report a call twice.
-bool sameOccurrence(const MissedCallItem::MissedCallInfo& a, const MissedCallItem::MissedCallInfo& b) {
-  return a.number == b.number && a.numberType == b.numberType && a.timeDate == b.timeDate;
-}
-
-// An entry full of occurrences drops its oldest when merged; the switch forgets it too, unless the
-// same number stays in the entry or is the new call's.
-template <class Info>
-const Info* droppedOccurrence(const std::list<Info>& infos, const std::string& newNumber) {
-  if (infos.size() < kMaxCallInfos) return nullptr;
-  const Info& oldest = infos.back();
-  bool stays = oldest.number == newNumber ||
-               std::any_of(infos.begin(), std::prev(infos.end()), [&](const Info& i) { return i.number == oldest.number; });
-  return stays ? nullptr : &oldest;
-}
 
 }  // namespace
 
@@ -84,58 +68,33 @@ bool JournalService::newMissedCallEntry(const std::string& entryId, const std::s
     info.timeFormat = timeFormat;
     info.timeDate = timeDate;
   }
-  if (partiesAreNotTheSame(deflectNumber, remoteParty)) {
-    Contact deflecting = lookUpParty(deflectNumber, deflectName);
-    info.connectedNumberType = deflecting.getNumberType();
-    info.connectedSurname = deflecting.getSurname();
-    info.connectedFirstname = deflecting.getFirstname();
-    info.connectedNumber = deflectNumber;
-  }
+  fillConnectedParty(info, remoteParty, deflectNumber, deflectName);
   if (timeSec != -1) info.timeDate = formatTimeDate(timeSec);
 
-  std::string removedId, trimmedId;
-  auto action = JournalServiceObserverIfc::NEW_ENTRY;
+  FilingRules<MissedCallItem> rules;
+  rules.matches = [&](const MissedCallItem& item) { return contactMatchesMissedCall(item, contact); };
+  rules.makeEntry = [&] {
+    if (!sip && contact.getSurname().empty() && contact.getFirstname().empty()) contact.setSurname(remotePartyName);
+    MissedCallItem item(entryId, contact.getSurname(), contact.getFirstname(), {}, false);
+    item.setPictureClip(contact.getPictureClip());
+    return item;
+  };
+  rules.beforeMerge = [&](MissedCallItem& merged) {
+    if (!sip && m_serverCallLog) {
+      if (const auto* dropped = droppedOccurrence(merged.infos(), info.number)) sendMissedCallLogEntryRequest(dropped);
+    }
+    if (sip) m_savedMissedViewed = merged.getViewed();
+    merged.setViewed(false);
+  };
+  if (!sip) rules.onDrop = [this](const MissedCallItem& item) { JournalListTraits<MissedCallItem>::reportToServer(*this, item); };
+  rules.refuseRepeat = !sip;
   unsigned unviewed = 0;
-  MissedCallItem front;
-  {
-    CriticalSection guard(m_missedLock);
-    auto& list = m_missedCallList;
-    auto found = std::find_if(list.begin(), list.end(),
-                              [&](const MissedCallItem& item) { return contactMatchesMissedCall(item, contact); });
-    if (found == list.end()) {
-      if (!sip && contact.getSurname().empty() && contact.getFirstname().empty()) contact.setSurname(remotePartyName);
-      MissedCallItem item(entryId, contact.getSurname(), contact.getFirstname(), {}, false);
-      item.addCallInfoToList(info);
-      if (!contact.getPictureClip().empty()) item.setPictureClip(contact.getPictureClip());
-      list.push_front(std::move(item));
-    } else {
-      if (!sip && !found->infos().empty() && sameOccurrence(found->infos().front(), info)) {
-        JLOG(kCoreLog, 5, "%s():newMissedCallEntry: Entry already exists, ignore", __func__);
-        return false;
-      }
-      MissedCallItem merged = std::move(*found);
-      list.erase(found);
-      removedId = merged.getUniqueId();
-      if (!sip && m_serverCallLog) {
-        if (const auto* dropped = droppedOccurrence(merged.infos(), info.number)) sendMissedCallLogEntryRequest(dropped);
-      }
-      merged.addCallInfoToList(info);
-      if (sip) m_savedMissedViewed = merged.getViewed();
-      merged.setViewed(false);
-      list.push_front(std::move(merged));
-      action = JournalServiceObserverIfc::MERGED_ENTRY;
-    }
-    if (list.size() > kMaxListEntries) {
-      if (!sip && m_serverCallLog) sendMissedCallLogEntryRequests(list.back().infos());
-      trimmedId = list.back().getUniqueId();
-      removedId = trimmedId;
-      list.pop_back();
-    }
-    storeFrontEntry(list, trimmedId, action == JournalServiceObserverIfc::NEW_ENTRY);
-    unviewed = getUnviewedMissedCallsCount();
-    front = list.front();
+  auto filed = fileOccurrence(info, rules, [&] { unviewed = getUnviewedMissedCallsCount(); });
+  if (filed.repeated) {
+    JLOG(kCoreLog, 5, "%s():newMissedCallEntry: Entry already exists, ignore", __func__);
+    return false;
   }
-  m_pObserverNotifier->updateMissedCallCountAndCalls(front, unviewed, removedId, action);
+  m_pObserverNotifier->updateMissedCallCountAndCalls(filed.front, unviewed, filed.removedId, filed.action);
   return true;
 }
 
@@ -159,30 +118,88 @@ bool JournalService::sscfw_canAddMissedCall(const Contact& contact) {
 }
 
 bool JournalService::searchRemoveMissedCallEntry(const std::string& subscriberNumber) {
+  auto removal = removeMissedEntryOf(subscriberNumber);
+  if (removal) notifyMissedRemoval(*removal);
+  return removal.has_value();
+}
+
+// The entry holding an occurrence of the number goes, whichever of its occurrences it is; what the
+// observers are to be told is handed back, for the caller to send once it holds no list lock.
+std::optional<JournalService::MissedRemoval> JournalService::removeMissedEntryOf(const std::string& subscriberNumber) {
   JLOG(kCoreLog, 5, "%s():Subscriber Number: %s", __func__, subscriberNumber.c_str());
-  std::string removedId;
+  CriticalSection guard(m_missedLock);
+  auto& list = m_missedCallList;
+  auto found = std::find_if(list.begin(), list.end(), [&](const MissedCallItem& item) {
+    return std::any_of(item.infos().begin(), item.infos().end(),
+                       [&](const MissedCallItem::MissedCallInfo& info) { return info.number == subscriberNumber; });
+  });
+  if (found == list.end()) {
+    JLOG(kCoreLog, 5, "%s():no entry has been removed", __func__);
+    return std::nullopt;
+  }
+  JLOG(kCoreLog, 5, "%s():entry found", __func__);
+  if (m_serverCallLog) {
+    JLOG(kCoreLog, 5, "%s():send CSTAEscapeRequest", __func__);
+    sendMissedCallLogEntryRequests(found->infos());
+  }
+  updateMissedEntry(*found, Helper::DELETEREQUEST);
+  MissedRemoval removal{found->getUniqueId(), 0};
+  list.erase(found);
+  removal.unviewed = getUnviewedMissedCallsCount();
+  return removal;
+}
+
+void JournalService::notifyMissedRemoval(const MissedRemoval& removal) {
+  m_pObserverNotifier->updateMissedCallCountAndCalls(removal.unviewed, removal.removedId);
+}
+
+// The user reached a party that had called: the party's missed entry has served its purpose.
+void JournalService::findAndDeleteMissedEntryWhenCalled(Call* call) {
+  if (!call) return;
+  const std::string& called = call->divertedParty.empty() ? call->remoteParty : call->divertedParty;
+  const std::string& calledName = call->divertedParty.empty() ? call->remotePartyName : call->divertedPartyName;
+  JLOG(kCoreLog, 5,
+       "%s():Dialled party: '%s', Called party: '%s;, Called party name: '%s', Remote party: '%s' Remote party name: "
+       "'%s'",
+       __func__, call->dialled.c_str(), called.c_str(), calledName.c_str(), call->remoteParty.c_str(),
+       call->remotePartyName.c_str());
+  const Contact contact = lookUpParty(called, calledName);
   unsigned unviewed = 0;
   {
     CriticalSection guard(m_missedLock);
     auto& list = m_missedCallList;
-    auto found = std::find_if(list.begin(), list.end(), [&](const MissedCallItem& item) {
-      return std::any_of(item.infos().begin(), item.infos().end(),
-                         [&](const MissedCallItem::MissedCallInfo& info) { return info.number == subscriberNumber; });
-    });
-    if (found == list.end()) {
-      JLOG(kCoreLog, 5, "%s():no entry has been removed", __func__);
-      return false;
-    }
-    JLOG(kCoreLog, 5, "%s():entry found", __func__);
-    if (m_serverCallLog) {
-      JLOG(kCoreLog, 5, "%s():send CSTAEscapeRequest", __func__);
-      sendMissedCallLogEntryRequests(found->infos());
-    }
+    auto found = std::find_if(list.begin(), list.end(),
+                              [&](const MissedCallItem& item) { return contactMatchesMissedCall(item, contact); });
+    if (found == list.end()) return;
+    JLOG(kCoreLog, 5, "%s():Found entry for '%s' - remove it from missed calls list", __func__, called.c_str());
     updateMissedEntry(*found, Helper::DELETEREQUEST);
-    removedId = found->getUniqueId();
     list.erase(found);
     unviewed = getUnviewedMissedCallsCount();
   }
-  m_pObserverNotifier->updateMissedCallCountAndCalls(unviewed, removedId);
+  m_pObserverNotifier->updateMissedCallCountAndCalls(unviewed);
+}
+
+bool JournalService::removeMissedCallEntry(const std::string& subscriberNumber, const std::string& entryTime) {
+  JLOG(kCoreLog, 5, "%s():Subscriber Number: %s, entryTime: %s", __func__, subscriberNumber.c_str(), entryTime.c_str());
+  // A re-placed entry shows as viewed when it lands below an entry that was viewed.
+  auto replace = [this](std::deque<MissedCallItem>& list, MissedCallItem& rebuilt) {
+    const std::string& newest = rebuilt.infos().front().timeDate;
+    bool viewed = rebuilt.getViewed();
+    for (auto it = list.begin(); it != list.end(); ++it) {
+      int order = 0;
+      if (!it->infos().empty() && compareTimes(newest, it->infos().front().timeDate, order) && order == 1) {
+        rebuilt.setViewed(viewed);
+        list.insert(it, rebuilt);
+        return;
+      }
+      viewed = viewed || it->getViewed();
+    }
+    list.push_back(rebuilt);
+  };
+  if (!removeOccurrencesUpTo<MissedCallItem>(subscriberNumber, entryTime, replace)) {
+    JLOG(kCoreLog, 5, "%s():no entry has been removed", __func__);
+    return false;
+  }
+  m_pObserverNotifier->updateMissedCallCountAndCalls(countUnviewedMissedCalls());
   return true;
 }

@@ -1,0 +1,154 @@
+// The list work every call entry type shares: filing a new occurrence under its party's entry (or
+// a new entry), keeping the list at its limit and storing the front entry; and taking occurrences
+// away again when the switch deletes them from its call log. Private to the module.
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "JournalService/ListAccess.h"
+
+// How one list files an occurrence; what is left empty does nothing.
+template <class Item>
+struct FilingRules {
+  std::function<bool(const Item&)> matches;  // the entry of the occurrence's party
+  std::function<Item()> makeEntry;           // a new entry for the party, without occurrences
+  std::function<void(Item&)> beforeMerge;    // on the party's entry, before the occurrence joins it
+  std::function<void(const Item&)> onDrop;   // on the entry the limit pushes out
+  bool refuseRepeat = false;                 // an occurrence equal to the entry's newest is refused
+};
+
+// What filing did, for the observers.
+template <class Item>
+struct FiledOccurrence {
+  bool repeated = false;  // refused: nothing changed
+  std::string removedId;  // unique id of the entry merged (it moved) or dropped by the limit
+  JournalServiceObserverIfc::ActionType action = JournalServiceObserverIfc::NEW_ENTRY;
+  Item front;
+};
+
+// The same occurrence reported twice: a KPX switch may send a call's log data again.
+template <class Info>
+bool sameOccurrence(const Info& a, const Info& b) {
+  return a.number == b.number && a.numberType == b.numberType && a.timeDate == b.timeDate;
+}
+
+// Files `info`, then runs underLock() before the list's lock is given.
+template <class Item, class UnderLock>
+FiledOccurrence<Item> JournalService::fileOccurrence(const typename Item::InfoList::value_type& info,
+                                                     const FilingRules<Item>& rules, UnderLock underLock) {
+  using T = JournalListTraits<Item>;
+  FiledOccurrence<Item> filed;
+  std::string trimmedId;
+  CriticalSection guard(T::lock(*this));
+  auto& list = T::list(*this);
+  auto found = std::find_if(list.begin(), list.end(), rules.matches);
+  if (found == list.end()) {
+    Item item = rules.makeEntry();
+    item.addCallInfoToList(info);
+    list.push_front(std::move(item));
+  } else {
+    if (rules.refuseRepeat && !found->infos().empty() && sameOccurrence(found->infos().front(), info)) {
+      filed.repeated = true;
+      return filed;
+    }
+    Item merged = std::move(*found);
+    list.erase(found);
+    filed.removedId = merged.getUniqueId();
+    if (rules.beforeMerge) rules.beforeMerge(merged);
+    merged.addCallInfoToList(info);
+    list.push_front(std::move(merged));
+    filed.action = JournalServiceObserverIfc::MERGED_ENTRY;
+  }
+  if (list.size() > kMaxListEntries) {
+    if (rules.onDrop) rules.onDrop(list.back());
+    trimmedId = list.back().getUniqueId();
+    filed.removedId = trimmedId;
+    list.pop_back();
+  }
+  storeFrontEntry(list, trimmedId, filed.action == JournalServiceObserverIfc::NEW_ENTRY);
+  underLock();
+  filed.front = list.front();
+  return filed;
+}
+
+// The connected party of an occurrence, when it is another than the remote party: named from the
+// phonebook, or by the name the call brought.
+template <class Info>
+void JournalService::fillConnectedParty(Info& info, const std::string& remoteParty, const std::string& connectedParty,
+                                        const std::string& connectedName) {
+  if (!partiesAreNotTheSame(connectedParty, remoteParty)) return;
+  const Contact connected = lookUpParty(connectedParty, connectedName);
+  info.connectedNumberType = connected.getNumberType();
+  info.connectedSurname = connected.getSurname();
+  info.connectedFirstname = connected.getFirstname();
+  info.connectedNumber = connectedParty;
+}
+
+// An entry full of occurrences drops its oldest when merged; the switch forgets it too, unless the
+// same number stays in the entry or is the new call's.
+template <class Info>
+const Info* droppedOccurrence(const std::list<Info>& infos, const std::string& newNumber) {
+  if (infos.size() < kMaxCallInfos) return nullptr;
+  const Info& oldest = infos.back();
+  bool stays = oldest.number == newNumber ||
+               std::any_of(infos.begin(), std::prev(infos.end()), [&](const Info& i) { return i.number == oldest.number; });
+  return stays ? nullptr : &oldest;
+}
+
+// The switch deleted the occurrences of `number` up to `entryTime` from its call log: the first
+// entry holding such occurrences loses them. An entry left without occurrences is deleted; one
+// that lost its newest occurrence is re-placed by `replace(list, rebuilt)`, which inserts it where
+// its new newest occurrence belongs. The caller notifies after the lock is given. False when
+// nothing was removed.
+template <class Item, class Replace>
+bool JournalService::removeOccurrencesUpTo(const std::string& number, const std::string& entryTime, Replace replace) {
+  using T = JournalListTraits<Item>;
+  CriticalSection guard(T::lock(*this));
+  auto& list = T::list(*this);
+  for (auto entry = list.begin(); entry != list.end(); ++entry) {
+    auto infos = entry->infos();
+    bool removedNewest = false, removedAny = false;
+    for (auto info = infos.begin(); info != infos.end();) {
+      int order = 0;
+      if (info->number != number) {
+        ++info;
+      } else if (!compareTimes(entryTime, info->timeDate, order)) {
+        JLOG(journal::kCoreLog, 5, "%s():ClockSvc not available", "removeOccurrencesUpTo");
+        ++info;
+      } else if (order == 0 || order == 1) {  // not later than the deleted time
+        removedNewest |= info == infos.begin();
+        info = infos.erase(info);
+        removedAny = true;
+      } else {
+        ++info;
+      }
+    }
+    if (!removedAny) continue;
+    if (infos.empty()) {
+      updateStoredEntry(*entry, Helper::DELETEREQUEST);
+      list.erase(entry);
+    } else if (removedNewest) {
+      Item rebuilt = T::rebuild(*entry, infos);
+      list.erase(entry);
+      replace(list, rebuilt);
+      updateStoredEntry(rebuilt, Helper::WRITEREQUEST);
+    } else {
+      entry->infos() = infos;
+      updateStoredEntry(*entry, Helper::WRITEREQUEST);
+    }
+    return true;
+  }
+  return false;
+}
+
+// Inserts `item` before the first entry whose newest occurrence is older than its own, or last.
+template <class Item>
+void insertByNewestOccurrence(std::deque<Item>& list, const Item& item, const JournalService& service) {
+  const std::string& newest = item.infos().front().timeDate;
+  auto before = std::find_if(list.begin(), list.end(), [&](const Item& other) {
+    int order = 0;
+    return !other.infos().empty() && service.compareTimes(newest, other.infos().front().timeDate, order) && order == 1;
+  });
+  list.insert(before, item);
+}

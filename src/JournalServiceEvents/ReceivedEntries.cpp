@@ -1,0 +1,77 @@
+// Received calls: an answered incoming call is filed under its party, merged with the party's
+// earlier entry, kept within the list's limit, stored and announced; a talked call also clears the
+// party's missed entry (KPX phones).
+#include "JournalServiceEvents/EntryFiling.h"
+
+using journal::kCoreLog;
+
+bool JournalService::newReceivedCallEntry(const std::string& entryId, const std::string& remoteParty,
+                                          const std::string& remotePartyName, const std::string& connectedParty,
+                                          const std::string& connectedPartyName, long timeSec, long startSec,
+                                          long endSec, CallLogEntryEvent::_LogTarget logTarget,
+                                          CallLogEntryEvent::_PresentationValue numberPresentation,
+                                          CallLogEntryEvent::_PresentationValue namePresentation,
+                                          CallLogEntryEvent::_PresentationValue deflectNumberPresentation,
+                                          const std::string& deflectNumber,
+                                          CallLogEntryEvent::_PresentationValue deflectNamePresentation,
+                                          const std::string& deflectName, const std::string& timeDate,
+                                          CallLogEntryEvent::_TFormat timeFormat) {
+  Contact contact = lookUpParty(remoteParty, remotePartyName);
+  JLOG(kCoreLog, 5, "%s():{%s} Remote Party: %s, Remote Party Name: %s, Surname: %s, Firstname: %s", __func__,
+       entryId.c_str(), remoteParty.c_str(), remotePartyName.c_str(), contact.getSurname().c_str(),
+       contact.getFirstname().c_str());
+  const bool sip = m_softwareType == journal::kSipSoftware;
+  ReceivedCallItem::ReceivedCallInfo info;
+  info.entryId = entryId;
+  info.number = remoteParty;
+  info.numberType = contact.getNumberType();
+  info.logTarget = logTarget;
+  info.CallInfo::numberPresentation = numberPresentation;
+  info.CallInfo::namePresentation = namePresentation;
+  info.deflectNumber = deflectNumber;
+  info.deflectName = deflectName;
+  info.Deflect::numberPresentation = deflectNumberPresentation;
+  info.Deflect::namePresentation = deflectNamePresentation;
+  info.deflectNumberType = deflectNumber.empty() ? NumberType::NT_NONE : lookUpParty(deflectNumber, "").getNumberType();
+  info.timeFormat = timeFormat;
+  info.timeDate = timeSec != -1 ? formatTimeDate(timeSec) : timeDate;
+  fillConnectedParty(info, remoteParty, connectedParty, connectedPartyName);
+  const bool talked = startSec != -1 && endSec != -1;
+  if (talked) info.duration = formatDuration(startSec, endSec);
+
+  FilingRules<ReceivedCallItem> rules;
+  rules.matches = [&](const ReceivedCallItem& item) { return contactMatchesReceivedCall(item, contact); };
+  rules.makeEntry = [&] {
+    if (!sip && contact.getSurname().empty() && contact.getFirstname().empty()) contact.setSurname(remotePartyName);
+    ReceivedCallItem item(entryId, contact.getSurname(), contact.getFirstname(), {});
+    item.setPictureClip(contact.getPictureClip());
+    return item;
+  };
+  rules.beforeMerge = [&](ReceivedCallItem& merged) {
+    if (!m_serverCallLog) return;
+    if (const auto* dropped = droppedOccurrence(merged.infos(), info.number)) sendReceivedCallLogEntryRequest(dropped);
+  };
+  rules.onDrop = [this](const ReceivedCallItem& item) { JournalListTraits<ReceivedCallItem>::reportToServer(*this, item); };
+  rules.refuseRepeat = !sip;
+  auto filed = fileOccurrence(info, rules, [] {});
+  if (filed.repeated) {
+    JLOG(kCoreLog, 5, "%s():Entry already exists, ignore", __func__);
+    return false;
+  }
+  if (!sip && talked) searchRemoveMissedCallEntry(remoteParty);  // the party was reached
+  m_pObserverNotifier->updateReceivedCalls(filed.front, filed.removedId, filed.action);
+  return true;
+}
+
+bool JournalService::removeReceivedCallEntry(const std::string& subscriberNumber, const std::string& entryTime) {
+  JLOG(kCoreLog, 5, "%s():Subscriber Number: %s, entryTime: %s", __func__, subscriberNumber.c_str(), entryTime.c_str());
+  auto replace = [this](std::deque<ReceivedCallItem>& list, const ReceivedCallItem& rebuilt) {
+    insertByNewestOccurrence(list, rebuilt, *this);
+  };
+  if (!removeOccurrencesUpTo<ReceivedCallItem>(subscriberNumber, entryTime, replace)) {
+    JLOG(kCoreLog, 5, "%s():no entry has been removed", __func__);
+    return false;
+  }
+  m_pObserverNotifier->updateReceivedCalls();
+  return true;
+}
