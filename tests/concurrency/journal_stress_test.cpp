@@ -8,6 +8,7 @@
 #include <thread>
 #include <tuple>
 
+#include "CstaEventFactory.h"
 #include "Items.h"
 #include "JournalHarness.h"
 #include "RecordingObserver.h"
@@ -50,6 +51,8 @@ TEST(JournalStress, ConcurrentChangesKeepTheLockOrderAndTheStoreInStep) {
   phone.useStore(&store);
   phone.start();
   JournalService& journal = *phone.service;
+  phone.peer().setDeleteMissedWhenCalled(true);
+  phone.peer().setServerBasedFeatures(true);
   seedStore(journal);
   journal.refreshCallLog();
 
@@ -80,6 +83,22 @@ TEST(JournalStress, ConcurrentChangesKeepTheLockOrderAndTheStoreInStep) {
     journal.subscribe(&remote);
     journal.refreshCallLog();
     journal.unsubscribe(&remote);
+  }));
+  threads.push_back(rounds([&](int round) {  // the phone's calls, on the CSTA event thread
+    using namespace csta;
+    auto deliver = [&](std::unique_ptr<CSTAEvent> e) { journal.deliverEvent(e.get()); };
+    const std::string n = std::to_string(round), party = std::to_string(100 + round % kEntriesPerList);
+    // Calling back a party that had called: its missed entry goes, a dialled entry comes.
+    deliver(originated("out" + n, dev(party)));
+    deliver(delivered("out" + n, CSTA_LCS_Connected, dev(kOwnLine), dev(party), dev(party)));
+    deliver(established("out" + n, dev(kOwnLine), dev(party), dev(party)));
+    deliver(cleared("out" + n));
+    // A caller missed, then the same caller forwarded: the missed occurrence is taken back.
+    const std::string caller = std::to_string(900 + round);
+    deliver(delivered("in" + n, CSTA_LCS_Alerting, dev(caller), dev(kOwnLine)));
+    deliver(cleared("in" + n));
+    deliver(delivered("fw" + n, CSTA_LCS_Alerting, dev(caller), dev(kOwnLine)));
+    deliver(diverted("fw" + n, EC_CALL_FORWARD_NO_ANSWER, dev(caller), dev(kOwnLine), dev("700")));
   }));
   go = true;
   for (auto& thread : threads) thread.join();

@@ -51,6 +51,7 @@ class JournalServiceTestPeer {
   void setServerCallLog(bool on) { m_s.m_serverCallLog = on; }
   void setServerBasedFeatures(bool on) { m_s.m_serverBasedFeatures = on; }
   void setMissedLogging(bool on) { m_s.m_missedLogging = on; }
+  void setDeleteMissedWhenCalled(bool on) { m_s.m_deleteMissedWhenCalled = on; }
   void setLastForwardedTimeSec(long t) { m_s.m_lastForwardedTimeSec = t; }
   long lastMissedTimeSec() const { return m_s.m_lastMissedTimeSec; }
   void setSoftwareType(const std::string& type) { m_s.m_softwareType = type; }
