@@ -24,6 +24,11 @@ void JournalHarness::useStore(Executable* other) {
   context.registerService("DataAccessServiceIfc", other);
 }
 
+void JournalHarness::useDirectory(Executable* other) {
+  context.unregisterService("DirectoryServiceIfc");
+  context.registerService("DirectoryServiceIfc", other);
+}
+
 void JournalHarness::start() { service->init(context); }
 
 void JournalHarness::advance(int64_t ms) {

@@ -83,6 +83,8 @@ class JournalHarness {
   void start();  // init(context)
   // Registers `store` as the data access service instead of the recording one (before start).
   void useStore(Executable* store);
+  // Registers `directory` as the phonebook instead of the map one (before start).
+  void useDirectory(Executable* directory);
   // Moves the manual clock and waits until every timer due by then has been delivered.
   void advance(int64_t ms);
   JournalServiceTestPeer peer() { return JournalServiceTestPeer(*service); }
