@@ -6,18 +6,16 @@
 // Each is run with full durability (the default: answered means on disk) and the two writes also
 // with the faster synchronous=NORMAL setting. A summary of the targets follows the table.
 #include <benchmark/benchmark.h>
-#include <sqlite3.h>
-#include <unistd.h>
-
 #include <chrono>
 #include <cstdio>
-#include <cstring>
 #include <cstdlib>
+#include <cstring>
 #include <map>
 #include <memory>
 #include <string>
 #include <type_traits>
 
+#include "BenchSupport.h"
 #include "JournalService.h"
 #include "framework/ClockService.h"
 #include "framework/CstaRequests.h"
@@ -29,28 +27,13 @@
 #include "framework/TimeSource.h"
 
 using Helper = JournalServiceHelper;
+using bench::RawTable;
+using bench::TempDir;
 
 namespace {
 
 constexpr int kEntries = 1000;
 constexpr int kOccurrences = 10;
-
-// A directory of its own under TMPDIR (or /tmp), removed with everything in it.
-class TempDir {
- public:
-  TempDir() {
-    const char* base = std::getenv("TMPDIR");
-    std::string pattern = std::string(base ? base : "/tmp") + "/journal-bench-XXXXXX";
-    char* made = mkdtemp(pattern.data());
-    if (!made) std::abort();
-    m_path = made;
-  }
-  ~TempDir() { std::system(("rm -rf '" + m_path + "'").c_str()); }
-  std::string file(const std::string& name) const { return m_path + "/" + name; }
-
- private:
-  std::string m_path;
-};
 
 const char* durabilityName(int normal) { return normal ? "NORMAL" : "FULL"; }
 
@@ -88,7 +71,8 @@ class AnsweringCsta : public Service, public CSTAServiceIfc {
 
 // A SIP journal service (it keeps all four lists) on a store file, in a real framework context.
 struct Phone {
-  explicit Phone(const std::string& path, SqliteDataAccessService::Durability durability = SqliteDataAccessService::Full)
+  explicit Phone(const std::string& path,
+                 SqliteDataAccessService::Durability durability = SqliteDataAccessService::Full)
       : store(durability), clock(time, "2024-03-05T10:00:00"), service(nullptr) {
     std::string error;
     if (!store.open(path, error)) {
@@ -125,7 +109,8 @@ std::string bodyOf(const ForwardedCallItem& i) { return Helper::createXMLForward
 template <class Item>
 void fill(JournalService& service, const char* table) {
   std::string body;
-  for (int n = 0; n < kEntries; ++n) body += Helper::createXMLField(Helper::ENTRY, bodyOf(makeEntry<Item>(n, kOccurrences)));
+  for (int n = 0; n < kEntries; ++n)
+    body += Helper::createXMLField(Helper::ENTRY, bodyOf(makeEntry<Item>(n, kOccurrences)));
   service.updateEntries(body, Helper::WRITEREQUEST, table);
 }
 
@@ -135,40 +120,6 @@ void fillAllTables(JournalService& service) {
   fill<ReceivedCallItem>(service, Helper::DAS_CALLLOGRECEIVEDCALLS);
   fill<ForwardedCallItem>(service, Helper::DAS_CALLLOGFORWARDEDCALLS);
 }
-
-void exec(sqlite3* db, const char* sql) {
-  char* error = nullptr;
-  if (sqlite3_exec(db, sql, nullptr, nullptr, &error) != SQLITE_OK) {
-    std::fprintf(stderr, "%s: %s\n", sql, error ? error : "?");
-    std::abort();
-  }
-}
-
-// A table of one text column with the store's durability settings: one INSERT committed on its
-// own is the physical bound of one journal write.
-class RawTable {
- public:
-  RawTable(const std::string& path, bool normal) {
-    if (sqlite3_open(path.c_str(), &m_db) != SQLITE_OK) std::abort();
-    exec(m_db, "PRAGMA journal_mode=WAL");
-    exec(m_db, normal ? "PRAGMA synchronous=NORMAL" : "PRAGMA synchronous=FULL");
-    exec(m_db, "CREATE TABLE t(id INTEGER PRIMARY KEY AUTOINCREMENT, body TEXT)");
-    sqlite3_prepare_v2(m_db, "INSERT INTO t(body) VALUES(?)", -1, &m_insert, nullptr);
-  }
-  ~RawTable() {
-    sqlite3_finalize(m_insert);
-    sqlite3_close(m_db);
-  }
-  void commitOne(const std::string& body) {
-    sqlite3_bind_text(m_insert, 1, body.data(), static_cast<int>(body.size()), SQLITE_STATIC);
-    if (sqlite3_step(m_insert) != SQLITE_DONE) std::abort();
-    sqlite3_reset(m_insert);
-  }
-
- private:
-  sqlite3* m_db = nullptr;
-  sqlite3_stmt* m_insert = nullptr;
-};
 
 // One INSERT of a row as large as a one-occurrence entry, committed on its own.
 void BM_RawSqliteCommit(benchmark::State& state) {
@@ -182,8 +133,7 @@ void BM_RawSqliteCommit(benchmark::State& state) {
 // One new missed entry as the journal writes it: item body, store message, store, unique id.
 void BM_EntryWriteUpdateMissedEntry(benchmark::State& state) {
   TempDir dir;
-  Phone phone(dir.file("journal.db"),
-              state.range(0) ? SqliteDataAccessService::Normal : SqliteDataAccessService::Full);
+  Phone phone(dir.file("journal.db"), state.range(0) ? SqliteDataAccessService::Normal : SqliteDataAccessService::Full);
   const MissedCallItem item = makeEntry<MissedCallItem>(1, 1);
   for (auto _ : state) phone.service.updateMissedEntry(item, Helper::WRITEREQUEST);
   if (phone.service.lastUniqueId().empty()) state.SkipWithError("the store gave no unique id");
@@ -310,9 +260,10 @@ class TargetReporter : public benchmark::ConsoleReporter {
       const std::string run = std::string("BM_EntryWriteOverRawCommit/") + level;
       const double ratio = counter(run, "ratio");
       if (ratio > 0)
-        std::printf("entry write %.3f ms / raw commit %.3f ms = %.2fx, measured alternately (synchronous=%s; target <= 2x "
-                    "at FULL)\n",
-                    counter(run, "entry_ms"), counter(run, "raw_ms"), ratio, durabilityName(level[0] == '1'));
+        std::printf(
+            "entry write %.3f ms / raw commit %.3f ms = %.2fx, measured alternately (synchronous=%s; target <= 2x "
+            "at FULL)\n",
+            counter(run, "entry_ms"), counter(run, "raw_ms"), ratio, durabilityName(level[0] == '1'));
     }
     double load = get("BM_LoadFourFullLists");
     if (load > 0) std::printf("four full lists loaded in %.1f ms (target < 50 ms)\n", load);

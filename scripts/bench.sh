@@ -1,9 +1,23 @@
 #!/usr/bin/env bash
-# Builds the default preset and runs the benchmarks on the real SQLite store (temporary files under
-# TMPDIR or /tmp). Extra arguments go to Google Benchmark, e.g. --benchmark_filter=Load.
+# Builds the default preset and runs the benchmarks (temporary files under TMPDIR or /tmp):
+#   scripts/bench.sh [args]         the store benchmarks on the real SQLite store, then the replay
+#                                   of a day of calls; extra arguments go to Google Benchmark,
+#                                   e.g. --benchmark_filter=Load
+#   scripts/bench.sh store [args]   the store benchmarks only
+#   scripts/bench.sh replay [args]  the replay only; arguments: --calls=N --seed=N --flavour=kpx|sip|all
+# The replay's exit status is 2 when its checks failed (the lists were not full, the store or the
+# occurrences did not match): its figures are then withheld.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
 cmake --preset default >/dev/null
-cmake --build --preset default -j"$(nproc)" --target journal_bench
-exec build/default/bin/journal_bench "$@"
+cmake --build --preset default -j"$(nproc)" --target journal_bench journal_replay_bench
+case "${1:-}" in
+  store) shift; exec build/default/bin/journal_bench "$@" ;;
+  replay) shift; exec build/default/bin/journal_replay_bench "$@" ;;
+esac
+status=0
+build/default/bin/journal_bench "$@" || status=$?
+echo
+build/default/bin/journal_replay_bench || status=$?
+exit "$status"
