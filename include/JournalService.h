@@ -208,16 +208,19 @@ class JournalService : public Service,
   void handleEnabledStateChange();
 
   // ---- Contact matching: does an entry stand for the party a phonebook contact describes? -----
-  // Only an entry's newest occurrence is looked at; texts compare byte for byte. Arguments are
-  // copies, as the list searches bind them into their predicates.
-  bool contactMatchesMissedCall(MissedCallItem item, Contact contact) const;
-  bool contactMatchesReceivedCall(ReceivedCallItem item, Contact contact) const;
-  bool contactMatchesForwardedCall(ForwardedCallItem item, Contact contact) const;
+  // Only an entry's newest occurrence is looked at; texts compare byte for byte.
+  bool contactMatchesMissedCall(const MissedCallItem& item, const Contact& contact) const;
+  bool contactMatchesReceivedCall(const ReceivedCallItem& item, const Contact& contact) const;
+  bool contactMatchesForwardedCall(const ForwardedCallItem& item, const Contact& contact) const;
   // Dialled entries match by their group-by text (the number the party was filed under).
-  bool contactMatchesDialledCall(DialledCallItem item, Contact contact) const;
-  bool contactMatchesCallBack(CallBackItem item, Contact contact) const;
+  bool contactMatchesDialledCall(const DialledCallItem& item, const Contact& contact) const;
+  bool contactMatchesCallBack(const CallBackItem& item, const Contact& contact) const;
   bool contactMatchesCallInfo(const CallItem& item, const CallInfo& info, const Contact& contact) const;
   static bool namesMatch(const CallItem& item, const Contact& contact);
+  // Equality of two numbers, quick to refuse: numbers of one length mostly differ at their end.
+  static bool sameNumber(const std::string& a, const std::string& b) {
+    return a.size() == b.size() && (a.empty() || a.back() == b.back()) && a == b;
+  }
   // True when `a` is known and differs from `b`.
   static bool partiesAreNotTheSame(const std::string& a, const std::string& b);
   // Phonebook look-up of contact.getNumber(); a found contact is filled in.

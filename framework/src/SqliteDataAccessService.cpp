@@ -36,6 +36,10 @@ std::string callTableSql(const char* table, Op op) {
       return "UPDATE " + t +
              " SET entry_id = ?1, surname = ?2, firstname = ?3, number = ?4, time_date = ?5,"
              " occurrences = ?6, viewed = ?7, body = ?8 WHERE unique_id = ?9";
+    case kUpdateKeepingEntryId:  // leaves the entry id index alone
+      return "UPDATE " + t +
+             " SET surname = ?2, firstname = ?3, number = ?4, time_date = ?5,"
+             " occurrences = ?6, viewed = ?7, body = ?8 WHERE unique_id = ?9 AND entry_id IS ?1";
     case kDeleteById:
       return "DELETE FROM " + t + " WHERE unique_id = ?1";
     case kDeleteByEntryId:

@@ -11,24 +11,24 @@ bool newestOccurrenceMatches(const JournalService& service, const Item& item, co
 
 }  // namespace
 
-bool JournalService::contactMatchesMissedCall(MissedCallItem item, Contact contact) const {
+bool JournalService::contactMatchesMissedCall(const MissedCallItem& item, const Contact& contact) const {
   return newestOccurrenceMatches(*this, item, contact);
 }
 
-bool JournalService::contactMatchesReceivedCall(ReceivedCallItem item, Contact contact) const {
+bool JournalService::contactMatchesReceivedCall(const ReceivedCallItem& item, const Contact& contact) const {
   return newestOccurrenceMatches(*this, item, contact);
 }
 
-bool JournalService::contactMatchesForwardedCall(ForwardedCallItem item, Contact contact) const {
+bool JournalService::contactMatchesForwardedCall(const ForwardedCallItem& item, const Contact& contact) const {
   return newestOccurrenceMatches(*this, item, contact);
 }
 
-bool JournalService::contactMatchesDialledCall(DialledCallItem item, Contact contact) const {
-  return !item.infos().empty() && contact.getNumber() == item.getJournalSeviceGroupBy();
+bool JournalService::contactMatchesDialledCall(const DialledCallItem& item, const Contact& contact) const {
+  return !item.infos().empty() && sameNumber(contact.getNumber(), item.getJournalSeviceGroupBy());
 }
 
-bool JournalService::contactMatchesCallBack(CallBackItem item, Contact contact) const {
-  return item.getNumber() == contact.getNumber();
+bool JournalService::contactMatchesCallBack(const CallBackItem& item, const Contact& contact) const {
+  return sameNumber(item.getNumber(), contact.getNumber());
 }
 
 // A named contact matches by number; one from the phonebook (number type set) also matches the
@@ -37,11 +37,11 @@ bool JournalService::contactMatchesCallBack(CallBackItem item, Contact contact) 
 bool JournalService::contactMatchesCallInfo(const CallItem& item, const CallInfo& info, const Contact& contact) const {
   const std::string& number = contact.getNumber();
   if (!contact.getSurname().empty()) {
-    if (number.empty()) return namesMatch(item, contact) && info.number.empty();
-    if (info.number == number) return true;
-    return namesMatch(item, contact) && !info.number.empty() && contact.getNumberType() != NumberType::NT_NONE;
+    if (number.empty()) return info.number.empty() && namesMatch(item, contact);
+    if (sameNumber(info.number, number)) return true;
+    return contact.getNumberType() != NumberType::NT_NONE && !info.number.empty() && namesMatch(item, contact);
   }
-  if (!number.empty()) return info.number == number;
+  if (!number.empty()) return sameNumber(info.number, number);
   return info.number.empty() && item.getFirstname().empty() && item.getSurname().empty();
 }
 

@@ -131,7 +131,7 @@ std::optional<JournalService::MissedRemoval> JournalService::removeMissedEntryOf
   auto& list = m_missedCallList;
   auto found = std::find_if(list.begin(), list.end(), [&](const MissedCallItem& item) {
     return std::any_of(item.infos().begin(), item.infos().end(),
-                       [&](const MissedCallItem::MissedCallInfo& info) { return info.number == subscriberNumber; });
+                       [&](const MissedCallItem::MissedCallInfo& info) { return sameNumber(info.number, subscriberNumber); });
   });
   if (found == list.end()) {
     JLOG(kCoreLog, 5, "%s():no entry has been removed", __func__);
