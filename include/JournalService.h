@@ -28,6 +28,7 @@
 
 #include "JournalServiceIfc.h"
 #include "ObserverNotifierIfc.h"
+#include "NumberIndex.h"
 #include "framework/CallItems.h"
 #include "framework/ClockService.h"
 #include "framework/Csta.h"
@@ -217,6 +218,8 @@ class JournalService : public Service,
   bool contactMatchesCallBack(const CallBackItem& item, const Contact& contact) const;
   bool contactMatchesCallInfo(const CallItem& item, const CallInfo& info, const Contact& contact) const;
   static bool namesMatch(const CallItem& item, const Contact& contact);
+  // True when the contact's entries are found by its number alone (not by a phonebook name).
+  static bool matchesByNumberOnly(const Contact& contact);
   // Equality of two numbers, quick to refuse: numbers of one length mostly differ at their end.
   static bool sameNumber(const std::string& a, const std::string& b) {
     return a.size() == b.size() && (a.empty() || a.back() == b.back()) && a == b;
@@ -429,6 +432,12 @@ class JournalService : public Service,
   template <class Item>
   void updateStoredEntry(const Item& item, const std::string& reason);
   template <class Item>
+  void arrivingInList(const Item& item);
+  template <class Item>
+  void leavingList(const Item& item);
+  template <class Item>
+  void listChanged();
+  template <class Item>
   void readStoredList();
   template <class Item>
   void replaceWithStored(const std::string& reply);
@@ -459,6 +468,10 @@ class JournalService : public Service,
   LocalMgmtIfc* m_pLocalMgmt = nullptr;
   DigitAnalysisServiceIfc* m_pDigitAnalysisSvc = nullptr;
   std::deque<MissedCallItem> m_missedCallList;        // guarded by m_missedLock
+  NumberIndex m_missedNumbers;     // numbers of m_missedCallList's occurrences; guarded by m_missedLock
+  NumberIndex m_receivedNumbers;   // of m_receivedCallList; guarded by m_receivedLock
+  NumberIndex m_dialledNumbers;    // group-by numbers of m_dialledCallList; guarded by m_dialledLock
+  NumberIndex m_forwardedNumbers;  // of m_forwardedCallList; guarded by m_forwardedLock
   std::deque<DialledCallItem> m_dialledCallList;      // guarded by m_dialledLock
   std::deque<ReceivedCallItem> m_receivedCallList;    // guarded by m_receivedLock
   std::deque<CallBackItem> m_callBackList;            // guarded by m_callBackLock

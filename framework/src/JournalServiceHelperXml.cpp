@@ -158,16 +158,16 @@ std::string JournalServiceHelper::createXMLField(const char* name, const char* v
 }
 
 void JournalServiceHelper::addXMLHeaderFooter(std::string& message, const std::string& table) {
-  // The root element is written by pugixml (so the table name is escaped) around a marker that
-  // is then replaced by the message, which is already XML.
-  pugi::xml_document doc;
-  pugi::xml_node root = journalxml::makeRoot(doc, STOREREQUEST);
-  root.append_attribute(TABLE).set_value(table.c_str());
-  root.append_child(pugi::node_pcdata).set_value("#");
-  std::string frame = journalxml::print(doc);
-  const size_t marker = frame.find('#', frame.find('>'));
-  frame.replace(marker, 1, message);
-  message = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>" + frame;
+  static const std::string kOpen = std::string("<?xml version=\"1.0\" encoding=\"UTF-8\"?><") + STOREREQUEST + " " + TABLE + "=\"";
+  static const std::string kClose = std::string("</") + STOREREQUEST + ">";
+  std::string framed;
+  framed.reserve(kOpen.size() + table.size() + message.size() + kClose.size() + 8);
+  framed += kOpen;
+  journalxml::appendEscapedAttribute(framed, table.data(), table.size());
+  framed += "\">";
+  framed += message;
+  framed += kClose;
+  message = std::move(framed);
 }
 
 bool JournalServiceHelper::getXMLValue(const std::string& xml, const char* tag, std::string& value) {

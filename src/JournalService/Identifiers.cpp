@@ -89,6 +89,7 @@ void JournalService::getUniqueIds(std::string& first, std::string& second) {
   if (m_dialledCallList.size() <= kMaxListEntries) return;
   first = m_dialledCallList.back().getUniqueId();
   second = first;
+  m_dialledNumbers.invalidate();
   m_dialledCallList.pop_back();
 }
 

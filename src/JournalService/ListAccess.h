@@ -17,6 +17,8 @@ struct JournalListTraits<MissedCallItem> {
   static constexpr bool stored = true;
   static constexpr const char* table = Helper::DAS_CALLLOGMISSEDCALLS;
   static std::deque<MissedCallItem>& list(JournalService& s) { return s.m_missedCallList; }
+  static constexpr bool indexed = true;
+  static NumberIndex& numbers(JournalService& s) { return s.m_missedNumbers; }
   static Semaphore& lock(JournalService& s) { return s.m_missedLock; }
   static std::string body(const MissedCallItem& i, bool del) { return Helper::createXMLMissedCallItemBody(i, del); }
   static void appendEntry(const MissedCallItem& i, std::string& text, bool del) {
@@ -41,6 +43,8 @@ struct JournalListTraits<DialledCallItem> {
   static constexpr bool stored = true;
   static constexpr const char* table = Helper::DAS_CALLLOGDIALLEDCALLS;
   static std::deque<DialledCallItem>& list(JournalService& s) { return s.m_dialledCallList; }
+  static constexpr bool indexed = true;
+  static NumberIndex& numbers(JournalService& s) { return s.m_dialledNumbers; }
   static Semaphore& lock(JournalService& s) { return s.m_dialledLock; }
   static std::string body(const DialledCallItem& i, bool del) { return Helper::createXMLDialledCallItemBody(i, del); }
   static void appendEntry(const DialledCallItem& i, std::string& text, bool del) {
@@ -65,6 +69,8 @@ struct JournalListTraits<ReceivedCallItem> {
   static constexpr bool stored = true;
   static constexpr const char* table = Helper::DAS_CALLLOGRECEIVEDCALLS;
   static std::deque<ReceivedCallItem>& list(JournalService& s) { return s.m_receivedCallList; }
+  static constexpr bool indexed = true;
+  static NumberIndex& numbers(JournalService& s) { return s.m_receivedNumbers; }
   static Semaphore& lock(JournalService& s) { return s.m_receivedLock; }
   static std::string body(const ReceivedCallItem& i, bool del) { return Helper::createXMLReceivedCallItemBody(i, del); }
   static void appendEntry(const ReceivedCallItem& i, std::string& text, bool del) {
@@ -91,6 +97,8 @@ struct JournalListTraits<ForwardedCallItem> {
   static constexpr bool stored = true;
   static constexpr const char* table = Helper::DAS_CALLLOGFORWARDEDCALLS;
   static std::deque<ForwardedCallItem>& list(JournalService& s) { return s.m_forwardedCallList; }
+  static constexpr bool indexed = true;
+  static NumberIndex& numbers(JournalService& s) { return s.m_forwardedNumbers; }
   static Semaphore& lock(JournalService& s) { return s.m_forwardedLock; }
   static std::string body(const ForwardedCallItem& i, bool del) {
     return Helper::createXMLForwardedCallItemBody(i, del);
@@ -111,6 +119,7 @@ template <>
 struct JournalListTraits<CallBackItem> {
   static constexpr bool stored = false;
   static std::deque<CallBackItem>& list(JournalService& s) { return s.m_callBackList; }
+  static constexpr bool indexed = false;  // no number index
   static Semaphore& lock(JournalService& s) { return s.m_callBackLock; }
   static void reportToServer(JournalService&, const CallBackItem&) {}
 };
@@ -143,6 +152,7 @@ bool JournalService::eraseEntry(const std::string& entryId, UnderLock underLock)
   if (it == list.end()) return false;
   T::reportToServer(*this, *it);
   if constexpr (T::stored) updateEntry(T::body(*it, true), Helper::DELETEREQUEST, T::table);
+  leavingList(*it);
   list.erase(it);
   underLock(list);
   return true;
@@ -165,6 +175,7 @@ void JournalService::eraseEntries(const std::set<std::string>& entryIds, UnderLo
     }
     T::reportToServer(*this, *it);
     if constexpr (T::stored) T::appendEntry(*it, body, true);
+    leavingList(*it);
     it = list.erase(it);
     erased = true;
   }
@@ -182,6 +193,7 @@ void JournalService::eraseAllEntries() {
   auto& list = T::list(*this);
   for (const Item& item : list) T::reportToServer(*this, item);
   list.clear();
+  listChanged<Item>();
   if constexpr (T::stored) updateEntries(std::string(), Helper::DELETEREQUEST, T::table);
 }
 
@@ -211,6 +223,7 @@ void JournalService::replaceWithStoredLocked(const std::string& reply) {
   using T = JournalListTraits<Item>;
   auto& list = T::list(*this);
   list.clear();
+  listChanged<Item>();
   T::parse(reply, list);
   std::sort(list.begin(), list.end(), T::ordered);
   // Entries without occurrences are never shown: each is deleted from the store as found.
@@ -234,4 +247,21 @@ void JournalService::storeFrontEntry(std::deque<Item>& list, const std::string& 
   const bool stored = storeEntries(Helper::createXMLField(Helper::ENTRY, T::body(front, false)), Helper::WRITEREQUEST,
                                    T::table, id);
   if (isNew) front.setUniqueId(stored ? id : lastUniqueId());
+}
+
+// The list's number index (where it has one) follows entries in and out; any other change makes
+// it stale.
+template <class Item>
+void JournalService::arrivingInList(const Item& item) {
+  if constexpr (JournalListTraits<Item>::indexed) JournalListTraits<Item>::numbers(*this).add(item);
+}
+
+template <class Item>
+void JournalService::leavingList(const Item& item) {
+  if constexpr (JournalListTraits<Item>::indexed) JournalListTraits<Item>::numbers(*this).remove(item);
+}
+
+template <class Item>
+void JournalService::listChanged() {
+  if constexpr (JournalListTraits<Item>::indexed) JournalListTraits<Item>::numbers(*this).invalidate();
 }

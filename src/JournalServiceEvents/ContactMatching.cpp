@@ -45,6 +45,12 @@ bool JournalService::contactMatchesCallInfo(const CallItem& item, const CallInfo
   return info.number.empty() && item.getFirstname().empty() && item.getSurname().empty();
 }
 
+// Only a contact from the phonebook matches another number of the same person by name.
+bool JournalService::matchesByNumberOnly(const Contact& contact) {
+  return !contact.getNumber().empty() &&
+         (contact.getSurname().empty() || contact.getNumberType() == NumberType::NT_NONE);
+}
+
 bool JournalService::namesMatch(const CallItem& item, const Contact& contact) {
   return item.getSurname() == contact.getSurname() && item.getFirstname() == contact.getFirstname();
 }

@@ -15,6 +15,7 @@ struct FilingRules {
   std::function<Item()> makeEntry;           // a new entry for the party, without occurrences
   std::function<void(Item&)> beforeMerge;    // on the party's entry, before the occurrence joins it
   std::function<void(const Item&)> onDrop;   // on the entry the limit pushes out
+  std::string matchNumber;                   // when set, only an entry holding it can match
   bool refuseRepeat = false;                 // an occurrence equal to the entry's newest is refused
 };
 
@@ -42,21 +43,27 @@ FiledOccurrence<Item> JournalService::fileOccurrence(const typename Item::InfoLi
   std::string trimmedId;
   CriticalSection guard(T::lock(*this));
   auto& list = T::list(*this);
-  auto found = std::find_if(list.begin(), list.end(), rules.matches);
+  // A party matched by number alone has no entry when no occurrence holds its number.
+  bool mayMatch = true;
+  if constexpr (T::indexed) mayMatch = rules.matchNumber.empty() || T::numbers(*this).mayHold(list, rules.matchNumber);
+  auto found = mayMatch ? std::find_if(list.begin(), list.end(), rules.matches) : list.end();
   if (found == list.end()) {
     Item item = rules.makeEntry();
     item.addCallInfoToList(info);
+    arrivingInList(item);
     list.push_front(std::move(item));
   } else {
     if (rules.refuseRepeat && !found->infos().empty() && sameOccurrence(found->infos().front(), info)) {
       filed.repeated = true;
       return filed;
     }
+    leavingList(*found);
     Item merged = std::move(*found);
     list.erase(found);
     filed.removedId = merged.getUniqueId();
     if (rules.beforeMerge) rules.beforeMerge(merged);
     merged.addCallInfoToList(info);
+    arrivingInList(merged);
     list.push_front(std::move(merged));
     filed.action = JournalServiceObserverIfc::MERGED_ENTRY;
   }
@@ -64,6 +71,7 @@ FiledOccurrence<Item> JournalService::fileOccurrence(const typename Item::InfoLi
     if (rules.onDrop) rules.onDrop(list.back());
     trimmedId = list.back().getUniqueId();
     filed.removedId = trimmedId;
+    leavingList(list.back());
     list.pop_back();
   }
   storeFrontEntry(list, trimmedId, filed.action == JournalServiceObserverIfc::NEW_ENTRY);
@@ -125,6 +133,7 @@ bool JournalService::removeOccurrencesUpTo(const std::string& number, const std:
       }
     }
     if (!removedAny) continue;
+    listChanged<Item>();
     if (infos.empty()) {
       updateStoredEntry(*entry, Helper::DELETEREQUEST);
       list.erase(entry);

@@ -31,6 +31,7 @@ bool JournalService::newForwardedCallEntry(const std::string& entryId, const std
 
   FilingRules<ForwardedCallItem> rules;
   rules.matches = [&](const ForwardedCallItem& item) { return contactMatchesForwardedCall(item, contact); };
+  if (matchesByNumberOnly(contact)) rules.matchNumber = contact.getNumber();
   rules.makeEntry = [&] {
     ForwardedCallItem item(entryId, contact.getSurname(), contact.getFirstname(), {});
     item.setPictureClip(contact.getPictureClip());
@@ -60,6 +61,7 @@ std::optional<unsigned> JournalService::withdrawNewestMissedOccurrence(const Con
   auto& list = m_missedCallList;
   if (list.empty() || !contactMatchesMissedCall(list.front(), contact)) return std::nullopt;
   MissedCallItem& front = list.front();
+  listChanged<MissedCallItem>();
   auto infos = front.getMissedCallInfoList();
   infos.pop_front();
   if (infos.empty()) {

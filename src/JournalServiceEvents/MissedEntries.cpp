@@ -73,6 +73,7 @@ bool JournalService::newMissedCallEntry(const std::string& entryId, const std::s
 
   FilingRules<MissedCallItem> rules;
   rules.matches = [&](const MissedCallItem& item) { return contactMatchesMissedCall(item, contact); };
+  if (matchesByNumberOnly(contact)) rules.matchNumber = contact.getNumber();
   rules.makeEntry = [&] {
     if (!sip && contact.getSurname().empty() && contact.getFirstname().empty()) contact.setSurname(remotePartyName);
     MissedCallItem item(entryId, contact.getSurname(), contact.getFirstname(), {}, false);
@@ -129,6 +130,10 @@ std::optional<JournalService::MissedRemoval> JournalService::removeMissedEntryOf
   JLOG(kCoreLog, 5, "%s():Subscriber Number: %s", __func__, subscriberNumber.c_str());
   CriticalSection guard(m_missedLock);
   auto& list = m_missedCallList;
+  if (!m_missedNumbers.mayHold(list, subscriberNumber)) {
+    JLOG(kCoreLog, 5, "%s():no entry has been removed", __func__);
+    return std::nullopt;
+  }
   auto found = std::find_if(list.begin(), list.end(), [&](const MissedCallItem& item) {
     return std::any_of(item.infos().begin(), item.infos().end(),
                        [&](const MissedCallItem::MissedCallInfo& info) { return sameNumber(info.number, subscriberNumber); });
@@ -144,6 +149,7 @@ std::optional<JournalService::MissedRemoval> JournalService::removeMissedEntryOf
   }
   updateMissedEntry(*found, Helper::DELETEREQUEST);
   MissedRemoval removal{found->getUniqueId(), 0};
+  leavingList(*found);
   list.erase(found);
   removal.unviewed = getUnviewedMissedCallsCount();
   return removal;
@@ -173,6 +179,7 @@ void JournalService::findAndDeleteMissedEntryWhenCalled(Call* call) {
     if (found == list.end()) return;
     JLOG(kCoreLog, 5, "%s():Found entry for '%s' - remove it from missed calls list", __func__, called.c_str());
     updateMissedEntry(*found, Helper::DELETEREQUEST);
+    leavingList(*found);
     list.erase(found);
     unviewed = getUnviewedMissedCallsCount();
   }

@@ -43,10 +43,23 @@ class JournalServiceTestPeer {
   LocalMgmtIfc* localMgmt() const { return m_s.m_pLocalMgmt; }
   MobilityServiceIfc* mobility() const { return m_s.m_pMobilitySvc; }
   ObserverNotifierIfc* notifier() const { return m_s.m_pObserverNotifier; }
-  std::deque<MissedCallItem>& missedList() { return m_s.m_missedCallList; }
-  std::deque<DialledCallItem>& dialledList() { return m_s.m_dialledCallList; }
-  std::deque<ReceivedCallItem>& receivedList() { return m_s.m_receivedCallList; }
-  std::deque<ForwardedCallItem>& forwardedList() { return m_s.m_forwardedCallList; }
+  // Tests may change the lists directly: their number indexes are rebuilt at the next question.
+  std::deque<MissedCallItem>& missedList() {
+    m_s.m_missedNumbers.invalidate();
+    return m_s.m_missedCallList;
+  }
+  std::deque<DialledCallItem>& dialledList() {
+    m_s.m_dialledNumbers.invalidate();
+    return m_s.m_dialledCallList;
+  }
+  std::deque<ReceivedCallItem>& receivedList() {
+    m_s.m_receivedNumbers.invalidate();
+    return m_s.m_receivedCallList;
+  }
+  std::deque<ForwardedCallItem>& forwardedList() {
+    m_s.m_forwardedNumbers.invalidate();
+    return m_s.m_forwardedCallList;
+  }
   std::deque<CallBackItem>& callBackList() { return m_s.m_callBackList; }
   void setServerCallLog(bool on) { m_s.m_serverCallLog = on; }
   void setServerBasedFeatures(bool on) { m_s.m_serverBasedFeatures = on; }
