@@ -25,6 +25,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "JournalServiceIfc.h"
 #include "ObserverNotifierIfc.h"
@@ -218,8 +219,8 @@ class JournalService : public Service,
   bool contactMatchesCallBack(const CallBackItem& item, const Contact& contact) const;
   bool contactMatchesCallInfo(const CallItem& item, const CallInfo& info, const Contact& contact) const;
   static bool namesMatch(const CallItem& item, const Contact& contact);
-  // True when the contact's entries are found by its number alone (not by a phonebook name).
-  static bool matchesByNumberOnly(const Contact& contact);
+  // The number index keys an entry must hold to match `contact`; none when any entry may match.
+  static std::vector<std::string> matchKeysOf(const Contact& contact);
   // Equality of two numbers, quick to refuse: numbers of one length mostly differ at their end.
   static bool sameNumber(const std::string& a, const std::string& b) {
     return a.size() == b.size() && (a.empty() || a.back() == b.back()) && a == b;

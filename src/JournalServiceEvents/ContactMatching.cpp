@@ -45,10 +45,12 @@ bool JournalService::contactMatchesCallInfo(const CallItem& item, const CallInfo
   return info.number.empty() && item.getFirstname().empty() && item.getSurname().empty();
 }
 
-// Only a contact from the phonebook matches another number of the same person by name.
-bool JournalService::matchesByNumberOnly(const Contact& contact) {
-  return !contact.getNumber().empty() &&
-         (contact.getSurname().empty() || contact.getNumberType() == NumberType::NT_NONE);
+// A contact with a number matches an entry holding that number; one from the phonebook also
+// matches an entry of the same name. A contact without a number has no keys: its search runs.
+std::vector<std::string> JournalService::matchKeysOf(const Contact& contact) {
+  if (contact.getNumber().empty()) return {};
+  if (contact.getSurname().empty() || contact.getNumberType() == NumberType::NT_NONE) return {contact.getNumber()};
+  return {contact.getNumber(), nameKey(contact.getSurname(), contact.getFirstname())};
 }
 
 bool JournalService::namesMatch(const CallItem& item, const Contact& contact) {

@@ -54,7 +54,7 @@ bool JournalService::newDialledCallEntry(const std::string& entryId, const std::
 
   FilingRules<DialledCallItem> rules;
   rules.matches = [&](const DialledCallItem& item) { return contactMatchesDialledCall(item, contact); };
-  rules.matchNumber = contact.getNumber();
+  rules.matchKeys = {contact.getNumber()};
   rules.makeEntry = [&] {
     JLOG(kCoreLog, 5, "%s():New Dialled call item", "newDialledCallEntry");
     if (!redirected) populateRemoteContactSurname(contact, remotePartyName, false);

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <functional>
+#include <vector>
 #include <string>
 
 #include "JournalService/ListAccess.h"
@@ -15,7 +16,7 @@ struct FilingRules {
   std::function<Item()> makeEntry;           // a new entry for the party, without occurrences
   std::function<void(Item&)> beforeMerge;    // on the party's entry, before the occurrence joins it
   std::function<void(const Item&)> onDrop;   // on the entry the limit pushes out
-  std::string matchNumber;                   // when set, only an entry holding it can match
+  std::vector<std::string> matchKeys;        // when set, only an entry holding one can match
   bool refuseRepeat = false;                 // an occurrence equal to the entry's newest is refused
 };
 
@@ -43,9 +44,13 @@ FiledOccurrence<Item> JournalService::fileOccurrence(const typename Item::InfoLi
   std::string trimmedId;
   CriticalSection guard(T::lock(*this));
   auto& list = T::list(*this);
-  // A party matched by number alone has no entry when no occurrence holds its number.
+  // A party has no entry when no entry holds its number (or, for a phonebook person, its name).
   bool mayMatch = true;
-  if constexpr (T::indexed) mayMatch = rules.matchNumber.empty() || T::numbers(*this).mayHold(list, rules.matchNumber);
+  if constexpr (T::indexed) {
+    mayMatch = rules.matchKeys.empty() ||
+               std::any_of(rules.matchKeys.begin(), rules.matchKeys.end(),
+                           [&](const std::string& key) { return T::numbers(*this).mayHold(list, key); });
+  }
   auto found = mayMatch ? std::find_if(list.begin(), list.end(), rules.matches) : list.end();
   if (found == list.end()) {
     Item item = rules.makeEntry();

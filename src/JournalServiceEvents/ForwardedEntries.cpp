@@ -31,7 +31,7 @@ bool JournalService::newForwardedCallEntry(const std::string& entryId, const std
 
   FilingRules<ForwardedCallItem> rules;
   rules.matches = [&](const ForwardedCallItem& item) { return contactMatchesForwardedCall(item, contact); };
-  if (matchesByNumberOnly(contact)) rules.matchNumber = contact.getNumber();
+  rules.matchKeys = matchKeysOf(contact);
   rules.makeEntry = [&] {
     ForwardedCallItem item(entryId, contact.getSurname(), contact.getFirstname(), {});
     item.setPictureClip(contact.getPictureClip());

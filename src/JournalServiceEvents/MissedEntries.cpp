@@ -73,7 +73,7 @@ bool JournalService::newMissedCallEntry(const std::string& entryId, const std::s
 
   FilingRules<MissedCallItem> rules;
   rules.matches = [&](const MissedCallItem& item) { return contactMatchesMissedCall(item, contact); };
-  if (matchesByNumberOnly(contact)) rules.matchNumber = contact.getNumber();
+  rules.matchKeys = matchKeysOf(contact);
   rules.makeEntry = [&] {
     if (!sip && contact.getSurname().empty() && contact.getFirstname().empty()) contact.setSurname(remotePartyName);
     MissedCallItem item(entryId, contact.getSurname(), contact.getFirstname(), {}, false);

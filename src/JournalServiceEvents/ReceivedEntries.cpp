@@ -41,7 +41,7 @@ bool JournalService::newReceivedCallEntry(const std::string& entryId, const std:
 
   FilingRules<ReceivedCallItem> rules;
   rules.matches = [&](const ReceivedCallItem& item) { return contactMatchesReceivedCall(item, contact); };
-  if (matchesByNumberOnly(contact)) rules.matchNumber = contact.getNumber();
+  rules.matchKeys = matchKeysOf(contact);
   rules.makeEntry = [&] {
     if (!sip && contact.getSurname().empty() && contact.getFirstname().empty()) contact.setSurname(remotePartyName);
     ReceivedCallItem item(entryId, contact.getSurname(), contact.getFirstname(), {});

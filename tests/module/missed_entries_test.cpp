@@ -4,6 +4,7 @@
 #include "Items.h"
 #include "JournalHarness.h"
 #include "RecordingObserver.h"
+#include "framework/JournalServiceHelper.h"
 
 namespace {
 
@@ -114,6 +115,32 @@ TEST_F(MissedEntries, ReachingThePartyRemovesItsEntryByAnyOccurrence) {
   EXPECT_EQ(list()[0].getEntryId(), "E2");
   EXPECT_EQ(observer.take(), (Calls{"missedCount 1", "missed |41|2"}));
   EXPECT_FALSE(phone.service->searchRemoveMissedCallEntry("557"));
+}
+
+// A search skips a list that holds no occurrence of the number: entries that came from the store,
+// that a client deleted or that were filed again must all be seen.
+TEST_F(MissedEntries, SearchesSeeEntriesHoweverTheListsChanged) {
+  start("Velmora KPX");
+  EXPECT_FALSE(phone.service->searchRemoveMissedCallEntry("555"));
+  missed("E1", "555", -1, "2024-03-05T10:00:00");
+  EXPECT_TRUE(phone.service->deleteMissedCall("E1"));
+  EXPECT_FALSE(phone.service->searchRemoveMissedCallEntry("555"));
+  missed("E2", "555", -1, "2024-03-05T10:02:00");
+  EXPECT_TRUE(phone.service->searchRemoveMissedCallEntry("555"));
+
+  std::string missedReply, receivedReply;
+  JournalServiceHelper::createXMLMissedCallItemBody(makeEntry<MissedCallItem>("M1", "777", "2024-03-05T09:00:00"),
+                                                    missedReply, false);
+  JournalServiceHelper::createXMLReceivedCallItemBody(
+      makeEntry<ReceivedCallItem>("R1", "778", "2024-03-05T09:00:00"), receivedReply, false);
+  phone.service->processMissedCallDbXml("<storeReply><result>ok</result>" + missedReply + "</storeReply>");
+  phone.service->processReceivedCallDbXml("<storeReply><result>ok</result>" + receivedReply + "</storeReply>");
+  EXPECT_TRUE(phone.service->searchRemoveMissedCallEntry("777"));
+  const auto none = CallLogEntryEvent::PV_NONE;
+  phone.service->newReceivedCallEntry("R2", "778", "", "", "", 1000, -1, -1, CallLogEntryEvent::LT_RECEIVED, none,
+                                      none, none, "", none, "", "", CallLogEntryEvent::TF_LOCAL);
+  ASSERT_EQ(phone.peer().receivedList().size(), 1u);  // merged into the loaded entry
+  EXPECT_EQ(phone.peer().receivedList()[0].infos().size(), 2u);
 }
 
 }  // namespace
