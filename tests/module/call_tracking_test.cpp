@@ -4,6 +4,7 @@
 
 #include "CstaEventFactory.h"
 #include "JournalHarness.h"
+#include "RecordingObserver.h"
 
 namespace {
 
@@ -131,6 +132,28 @@ TEST_F(CallTracking, SipDivertedEventOfAnUnknownCallNeedsServerBasedFeatures) {
   deliver(diverted("50", EC_CALL_FORWARD_IMMEDIATE, dev("600"), dev(kOwnLine), dev("700")));
   EXPECT_EQ(lists(), "0 0 0 1");
   EXPECT_EQ(phone.service->getNumberOfCalls(), 0);
+}
+
+// Calling back a party that had called: the party's missed entry goes before the dialled entry is
+// announced, and observers hear of both in that order.
+TEST_F(CallTracking, TalkedCallBackRemovesTheMissedEntryAndAnnouncesItFirst) {
+  start("Velmora KPX");
+  ringIn("60", "200");
+  deliver(cleared("60"));
+  RecordingObserver screen;
+  phone.service->subscribe(&screen);
+  screen.take();
+  deliver(originated("61", dev("200")));
+  deliver(delivered("61", CSTA_LCS_Connected, dev(kOwnLine), dev("200")));
+  deliver(established("61", dev(kOwnLine), dev("200"), dev("200")));
+  phone.advance(2000);
+  deliver(cleared("61"));
+  const auto calls = screen.take();
+  ASSERT_EQ(calls.size(), 3u);
+  EXPECT_EQ(calls[0], "missedCount 0");
+  EXPECT_EQ(calls[1].rfind("missed |", 0), 0u) << calls[1];  // no item: the entry was removed
+  EXPECT_EQ(calls[2].rfind("dialled ", 0), 0u) << calls[2];
+  EXPECT_EQ(lists(), "0 0 1 0");
 }
 
 }  // namespace
