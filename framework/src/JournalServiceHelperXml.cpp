@@ -1,5 +1,6 @@
 // JournalServiceHelper: fields, store message frame, value look-up and the pugixml plumbing
 // shared by the other JournalServiceHelper sources.
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
@@ -192,6 +193,22 @@ bool JournalServiceHelper::getAndRemoveXMLValue(std::string& xml, const char* ta
 
 bool JournalServiceHelper::parseLastUniqueId(const std::string& reply, std::string& id) {
   id.clear();
+  // A store's answer to a write, "<storeReply ...>...<lastUniqueId>digits</lastUniqueId></storeReply>",
+  // is read without building a document: every change waits for it.
+  static const std::string kOpen = std::string("<") + LASTUNIQUEID + ">";
+  static const std::string kClose = std::string("</") + LASTUNIQUEID + ">";
+  static const std::string kReplyEnd = std::string("</") + STOREREPLY + ">";
+  const size_t open = reply.find(kOpen);
+  const size_t close = open == std::string::npos ? open : reply.find(kClose, open);
+  const bool endsAsReply =
+      reply.size() >= kReplyEnd.size() && reply.compare(reply.size() - kReplyEnd.size(), kReplyEnd.size(), kReplyEnd) == 0;
+  if (close != std::string::npos && endsAsReply && reply.find(kOpen, close) == std::string::npos) {
+    const size_t begin = open + kOpen.size();
+    if (close > begin && std::all_of(reply.begin() + begin, reply.begin() + close, [](char c) { return c >= '0' && c <= '9'; })) {
+      id.assign(reply, begin, close - begin);
+      return true;
+    }
+  }
   return getXMLValue(reply, LASTUNIQUEID, id) && !id.empty();
 }
 

@@ -1,5 +1,7 @@
 #include "framework/Logging.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -12,12 +14,21 @@ struct LoggerState {
   std::mutex mutex;  // leaf: guards thresholds and sink; the sink is called under it
   std::map<std::string, int, std::less<>> thresholds;
   int defaultThreshold = kLogNotable;
+  // The highest threshold of all handles: a line above it is dropped without taking the mutex,
+  // which most trace lines are. Written under the mutex.
+  std::atomic<int> highest{kLogNotable};
   std::shared_ptr<LogSink> sink = std::make_shared<StderrSink>();
 };
 
 LoggerState& state() {
   static LoggerState* s = new LoggerState;  // never destroyed: logging works during exit
   return *s;
+}
+
+void refreshHighestLocked(LoggerState& s) {
+  int highest = s.defaultThreshold;
+  for (const auto& entry : s.thresholds) highest = std::max(highest, entry.second);
+  s.highest.store(highest, std::memory_order_relaxed);
 }
 
 int thresholdLocked(LoggerState& s, const char* handle) {
@@ -90,12 +101,14 @@ void setLogThreshold(const std::string& handle, int level) {
   auto& s = state();
   std::lock_guard<std::mutex> guard(s.mutex);
   s.thresholds[handle] = level;
+  refreshHighestLocked(s);
 }
 
 void setDefaultLogThreshold(int level) {
   auto& s = state();
   std::lock_guard<std::mutex> guard(s.mutex);
   s.defaultThreshold = level;
+  refreshHighestLocked(s);
 }
 
 int logThreshold(const std::string& handle) {
@@ -144,12 +157,14 @@ std::shared_ptr<LogSink> setLogSink(std::shared_ptr<LogSink> sink) {
 
 bool loggingOnAppUni(const char* handle, int level) {
   auto& s = fw::state();
+  if (level > s.highest.load(std::memory_order_relaxed)) return false;
   std::lock_guard<std::mutex> guard(s.mutex);
   return level <= fw::thresholdLocked(s, handle);
 }
 
 void logAppUni(const char* handle, const char* file, int level, int line, const char* format, ...) {
   auto& s = fw::state();
+  if (level > s.highest.load(std::memory_order_relaxed)) return;
   {
     std::lock_guard<std::mutex> guard(s.mutex);
     if (level > fw::thresholdLocked(s, handle)) return;
