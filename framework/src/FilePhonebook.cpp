@@ -122,22 +122,22 @@ FilePhonebook::~FilePhonebook() = default;
 
 bool FilePhonebook::normaliseNumber(const std::string& text, std::string& number) {
   std::string out;
+  out.reserve(text.size());
   for (size_t i = 0; i < text.size();) {
+    const char c = text[i];
+    if (std::isdigit(static_cast<unsigned char>(c)) || c == '*' || c == '#' || (c == '+' && out.empty())) {
+      out += c;
+      ++i;
+      continue;
+    }
     // "+49 (0)30 ...": the trunk prefix in parentheses is not dialled with the country code.
     if (!out.empty() && out[0] == '+' && text.compare(i, 3, "(0)") == 0) {
       i += 3;
       continue;
     }
-    if (const size_t skip = separatorLength(text, i)) {
-      i += skip;
-      continue;
-    }
-    const char c = text[i++];
-    if (std::isdigit(static_cast<unsigned char>(c)) || c == '*' || c == '#' || (c == '+' && out.empty())) {
-      out += c;
-    } else {
-      return false;
-    }
+    const size_t skip = separatorLength(text, i);
+    if (skip == 0) return false;
+    i += skip;
   }
   if (out.empty() || out == "+") return false;
   number = std::move(out);
