@@ -28,8 +28,8 @@
 #include <vector>
 
 #include "JournalServiceIfc.h"
-#include "ObserverNotifierIfc.h"
 #include "NumberIndex.h"
+#include "ObserverNotifierIfc.h"
 #include "framework/CallItems.h"
 #include "framework/ClockService.h"
 #include "framework/Csta.h"
@@ -241,9 +241,8 @@ class JournalService : public Service,
                           CallLogEntryEvent::_PresentationValue namePresentation,
                           CallLogEntryEvent::_PresentationValue deflectNumberPresentation,
                           const std::string& deflectNumber,
-                          CallLogEntryEvent::_PresentationValue deflectNamePresentation,
-                          const std::string& deflectName, const std::string& timeDate,
-                          CallLogEntryEvent::_TFormat timeFormat, bool completedElsewhere);
+                          CallLogEntryEvent::_PresentationValue deflectNamePresentation, const std::string& deflectName,
+                          const std::string& timeDate, CallLogEntryEvent::_TFormat timeFormat, bool completedElsewhere);
   // False when the missed call is the echo of a call forwarded less than 5 s ago.
   bool sscfw_canAddMissedCall(const Contact& contact);
   // Removes the entry holding an occurrence of `subscriberNumber` (the party was reached).
@@ -271,17 +270,14 @@ class JournalService : public Service,
 
   // ---- Received, dialled and forwarded call entries --------------------------------------------
   // Each files one occurrence under its party; false only for an occurrence already there (KPX).
-  bool newReceivedCallEntry(const std::string& entryId, const std::string& remoteParty,
-                            const std::string& remotePartyName, const std::string& connectedParty,
-                            const std::string& connectedPartyName, long timeSec, long startSec, long endSec,
-                            CallLogEntryEvent::_LogTarget logTarget,
-                            CallLogEntryEvent::_PresentationValue numberPresentation,
-                            CallLogEntryEvent::_PresentationValue namePresentation,
-                            CallLogEntryEvent::_PresentationValue deflectNumberPresentation,
-                            const std::string& deflectNumber,
-                            CallLogEntryEvent::_PresentationValue deflectNamePresentation,
-                            const std::string& deflectName, const std::string& timeDate,
-                            CallLogEntryEvent::_TFormat timeFormat);
+  bool newReceivedCallEntry(
+      const std::string& entryId, const std::string& remoteParty, const std::string& remotePartyName,
+      const std::string& connectedParty, const std::string& connectedPartyName, long timeSec, long startSec,
+      long endSec, CallLogEntryEvent::_LogTarget logTarget, CallLogEntryEvent::_PresentationValue numberPresentation,
+      CallLogEntryEvent::_PresentationValue namePresentation,
+      CallLogEntryEvent::_PresentationValue deflectNumberPresentation, const std::string& deflectNumber,
+      CallLogEntryEvent::_PresentationValue deflectNamePresentation, const std::string& deflectName,
+      const std::string& timeDate, CallLogEntryEvent::_TFormat timeFormat);
   bool newDialledCallEntry(const std::string& entryId, const std::string& dialledParty, const std::string& remoteParty,
                            const std::string& remotePartyName, const std::string& connectedParty,
                            const std::string& connectedPartyName, long timeSec, long startSec, long endSec,
@@ -396,9 +392,8 @@ class JournalService : public Service,
   bool sipRoad() const;
   // One onCallEvent for the call `callId` under m_callsLock.
   void trackEvent(Call::states_t state, Call::directions_t direction, const std::string& callId,
-                  const std::string& remote = {}, const std::string& remoteName = {},
-                  const std::string& diverted = {}, const std::string& divertedName = {},
-                  bool treatAsIncoming = false);
+                  const std::string& remote = {}, const std::string& remoteName = {}, const std::string& diverted = {},
+                  const std::string& divertedName = {}, bool treatAsIncoming = false);
   void trackDelivery(const CSTADeliveredEvent& event);
   void trackSipDelivery(const CSTADeliveredEvent& event);
   void markCallMissed(const std::string& callId, const std::string& number, const std::string& name);
@@ -412,8 +407,8 @@ class JournalService : public Service,
                           const std::string& connectedName);
   // Files `info` by `rules` under the list's lock, then runs underLock() before giving it.
   template <class Item, class UnderLock>
-  FiledOccurrence<Item> fileOccurrence(const typename Item::InfoList::value_type& info,
-                                       const FilingRules<Item>& rules, UnderLock underLock);
+  FiledOccurrence<Item> fileOccurrence(const typename Item::InfoList::value_type& info, const FilingRules<Item>& rules,
+                                       UnderLock underLock);
   template <class Item, class Replace>
   bool removeOccurrencesUpTo(const std::string& number, const std::string& entryTime, Replace replace);
   template <class Item>
@@ -468,12 +463,12 @@ class JournalService : public Service,
   DirectoryServiceIfc* m_pDirectorySvc = nullptr;
   LocalMgmtIfc* m_pLocalMgmt = nullptr;
   DigitAnalysisServiceIfc* m_pDigitAnalysisSvc = nullptr;
-  std::deque<MissedCallItem> m_missedCallList;        // guarded by m_missedLock
-  NumberIndex m_missedNumbers;     // numbers of m_missedCallList's occurrences; guarded by m_missedLock
-  NumberIndex m_receivedNumbers;   // of m_receivedCallList; guarded by m_receivedLock
-  NumberIndex m_dialledNumbers;    // group-by numbers of m_dialledCallList; guarded by m_dialledLock
-  NumberIndex m_forwardedNumbers;  // of m_forwardedCallList; guarded by m_forwardedLock
-  std::deque<DialledCallItem> m_dialledCallList;      // guarded by m_dialledLock
+  std::deque<MissedCallItem> m_missedCallList;    // guarded by m_missedLock
+  NumberIndex m_missedNumbers;                    // numbers of m_missedCallList's occurrences; guarded by m_missedLock
+  NumberIndex m_receivedNumbers;                  // of m_receivedCallList; guarded by m_receivedLock
+  NumberIndex m_dialledNumbers;                   // group-by numbers of m_dialledCallList; guarded by m_dialledLock
+  NumberIndex m_forwardedNumbers;                 // of m_forwardedCallList; guarded by m_forwardedLock
+  std::deque<DialledCallItem> m_dialledCallList;  // guarded by m_dialledLock
   std::deque<ReceivedCallItem> m_receivedCallList;    // guarded by m_receivedLock
   std::deque<CallBackItem> m_callBackList;            // guarded by m_callBackLock
   std::deque<ForwardedCallItem> m_forwardedCallList;  // guarded by m_forwardedLock
@@ -483,7 +478,7 @@ class JournalService : public Service,
   Semaphore m_forwardedLock;
   Semaphore m_callBackLock;
   Semaphore m_dataLock;
-  std::string m_lastUniqueId;      // guarded by m_uniqueIdLock
+  std::string m_lastUniqueId;        // guarded by m_uniqueIdLock
   mutable Semaphore m_uniqueIdLock;  // a leaf: nothing is taken while it is held
   std::string m_softwareType;
   std::map<std::string, Call*> m_calls;  // owning; guarded by m_callsLock

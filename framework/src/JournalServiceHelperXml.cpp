@@ -127,14 +127,13 @@ namespace {
 // First element named `tag` in document order, at any depth.
 pugi::xml_node findElement(const pugi::xml_document& doc, const char* tag) {
   const std::string wanted = tag ? tag : "";
-  return doc.find_node([&wanted](const pugi::xml_node& node) {
-    return node.type() == pugi::node_element && wanted == node.name();
-  });
+  return doc.find_node(
+      [&wanted](const pugi::xml_node& node) { return node.type() == pugi::node_element && wanted == node.name(); });
 }
 
 std::string readMessage(const char* table) {
-  std::string message = JournalServiceHelper::createXMLField(JournalServiceHelper::REASONFORMESSAGE,
-                                                             JournalServiceHelper::READREQUEST);
+  std::string message =
+      JournalServiceHelper::createXMLField(JournalServiceHelper::REASONFORMESSAGE, JournalServiceHelper::READREQUEST);
   JournalServiceHelper::addXMLHeaderFooter(message, table);
   return message;
 }
@@ -159,7 +158,8 @@ std::string JournalServiceHelper::createXMLField(const char* name, const char* v
 }
 
 void JournalServiceHelper::addXMLHeaderFooter(std::string& message, const std::string& table) {
-  static const std::string kOpen = std::string("<?xml version=\"1.0\" encoding=\"UTF-8\"?><") + STOREREQUEST + " " + TABLE + "=\"";
+  static const std::string kOpen =
+      std::string("<?xml version=\"1.0\" encoding=\"UTF-8\"?><") + STOREREQUEST + " " + TABLE + "=\"";
   static const std::string kClose = std::string("</") + STOREREQUEST + ">";
   std::string framed;
   framed.reserve(kOpen.size() + table.size() + message.size() + kClose.size() + 8);
@@ -200,11 +200,12 @@ bool JournalServiceHelper::parseLastUniqueId(const std::string& reply, std::stri
   static const std::string kReplyEnd = std::string("</") + STOREREPLY + ">";
   const size_t open = reply.find(kOpen);
   const size_t close = open == std::string::npos ? open : reply.find(kClose, open);
-  const bool endsAsReply =
-      reply.size() >= kReplyEnd.size() && reply.compare(reply.size() - kReplyEnd.size(), kReplyEnd.size(), kReplyEnd) == 0;
+  const bool endsAsReply = reply.size() >= kReplyEnd.size() &&
+                           reply.compare(reply.size() - kReplyEnd.size(), kReplyEnd.size(), kReplyEnd) == 0;
   if (close != std::string::npos && endsAsReply && reply.find(kOpen, close) == std::string::npos) {
     const size_t begin = open + kOpen.size();
-    if (close > begin && std::all_of(reply.begin() + begin, reply.begin() + close, [](char c) { return c >= '0' && c <= '9'; })) {
+    if (close > begin &&
+        std::all_of(reply.begin() + begin, reply.begin() + close, [](char c) { return c >= '0' && c <= '9'; })) {
       id.assign(reply, begin, close - begin);
       return true;
     }

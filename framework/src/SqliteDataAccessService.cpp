@@ -103,7 +103,8 @@ bool sqlitestore::Store::open(const std::string& filePath, Durability durability
   std::string mode;
   if (!queryText("PRAGMA journal_mode = WAL", mode)) return fail(lastError());
   if (mode != "wal") return fail("cannot use write-ahead logging (journal mode stays '" + mode + "')");
-  if (!exec(durability == SqliteDataAccessService::Full ? "PRAGMA synchronous = FULL" : "PRAGMA synchronous = NORMAL")) {
+  if (!exec(durability == SqliteDataAccessService::Full ? "PRAGMA synchronous = FULL"
+                                                        : "PRAGMA synchronous = NORMAL")) {
     return fail(lastError());
   }
   return prepareSchema(version, error);
@@ -111,9 +112,7 @@ bool sqlitestore::Store::open(const std::string& filePath, Durability durability
 
 std::string sqlitestore::Store::lastError() const { return db ? sqlite3_errmsg(db) : "not open"; }
 
-bool sqlitestore::Store::exec(const char* sql) {
-  return sqlite3_exec(db, sql, nullptr, nullptr, nullptr) == SQLITE_OK;
-}
+bool sqlitestore::Store::exec(const char* sql) { return sqlite3_exec(db, sql, nullptr, nullptr, nullptr) == SQLITE_OK; }
 
 bool sqlitestore::Store::queryText(const char* sql, std::string& value) {
   sqlite3_stmt* statement = nullptr;

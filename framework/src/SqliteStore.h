@@ -32,7 +32,16 @@ extern const TableInfo kTables[kTableCount];
 
 // Statements prepared once per table and kept while the store is open. For the settings table
 // kInsert stores a setting (replacing its value) and kDeleteById deletes one by name.
-enum Op { kInsert, kUpdateById, kUpdateKeepingEntryId, kDeleteById, kDeleteByEntryId, kDeleteAll, kSelectAll, kOpCount };
+enum Op {
+  kInsert,
+  kUpdateById,
+  kUpdateKeepingEntryId,
+  kDeleteById,
+  kDeleteByEntryId,
+  kDeleteAll,
+  kSelectAll,
+  kOpCount
+};
 
 // The readable columns of a call table row, taken from its item body. A field missing from the
 // body is null. Pointers are into the body's document.

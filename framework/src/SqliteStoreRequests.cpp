@@ -7,8 +7,8 @@
 #include <array>
 #include <charconv>
 #include <cstring>
-#include <string_view>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "JournalServiceHelperXml.h"
@@ -100,8 +100,8 @@ bool entryBody(const pugi::xml_node& entry, const char*& body, std::string& why)
     return false;
   }
   const pugi::xml_node content = entry.first_child();
-  if (content && ((content.type() != pugi::node_pcdata && content.type() != pugi::node_cdata) ||
-                  content.next_sibling())) {
+  if (content &&
+      ((content.type() != pugi::node_pcdata && content.type() != pugi::node_cdata) || content.next_sibling())) {
     why = "an entry holds markup instead of an escaped item body";
     return false;
   }
@@ -358,7 +358,8 @@ Columns readColumns(const pugi::xml_node& bodyRoot, Table table) {
 
 int64_t countOccurrences(const pugi::xml_node& bodyRoot) {
   int64_t count = 0;
-  for (pugi::xml_node info = bodyRoot.child(H::CALLINFOS).child(H::CALLINFO); info; info = info.next_sibling(H::CALLINFO)) {
+  for (pugi::xml_node info = bodyRoot.child(H::CALLINFOS).child(H::CALLINFO); info;
+       info = info.next_sibling(H::CALLINFO)) {
     ++count;
   }
   return count;
@@ -376,8 +377,7 @@ bool sqlitestore::Store::handle(const std::string& request, std::string& reply, 
   }
   if (!parseRequest(doc, parsed, why)) return false;
   const auto context = [&parsed]() {
-    static constexpr const char* kReasonNames[] = {H::READREQUEST, H::WRITEREQUEST, H::UPDATEREQUEST,
-                                                   H::DELETEREQUEST};
+    static constexpr const char* kReasonNames[] = {H::READREQUEST, H::WRITEREQUEST, H::UPDATEREQUEST, H::DELETEREQUEST};
     return std::string("table ") + kTables[parsed.table].name + ", " + kReasonNames[parsed.reason] + ": ";
   };
 

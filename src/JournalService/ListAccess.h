@@ -24,7 +24,9 @@ struct JournalListTraits<MissedCallItem> {
   static void appendEntry(const MissedCallItem& i, std::string& text, bool del) {
     Helper::createXMLMissedCallItemBody(i, text, del);
   }
-  static void parse(const std::string& reply, std::deque<MissedCallItem>& l) { Helper::parseXMLMissedCallList(reply, l); }
+  static void parse(const std::string& reply, std::deque<MissedCallItem>& l) {
+    Helper::parseXMLMissedCallList(reply, l);
+  }
   static std::string readMessage() { return Helper::readMissedCallList(); }
   static bool ordered(const MissedCallItem& a, const MissedCallItem& b) { return isMissedCallOrdered(a, b); }
   static void reportToServer(JournalService& s, const MissedCallItem& i) {
@@ -50,7 +52,9 @@ struct JournalListTraits<DialledCallItem> {
   static void appendEntry(const DialledCallItem& i, std::string& text, bool del) {
     Helper::createXMLDialledCallItemBody(i, text, del);
   }
-  static void parse(const std::string& reply, std::deque<DialledCallItem>& l) { Helper::parseXMLDialledCallList(reply, l); }
+  static void parse(const std::string& reply, std::deque<DialledCallItem>& l) {
+    Helper::parseXMLDialledCallList(reply, l);
+  }
   static std::string readMessage() { return Helper::readDialledCallList(); }
   static bool ordered(const DialledCallItem& a, const DialledCallItem& b) { return isDialledCallOrdered(a, b); }
   static void reportToServer(JournalService& s, const DialledCallItem& i) {
@@ -244,8 +248,8 @@ void JournalService::storeFrontEntry(std::deque<Item>& list, const std::string& 
   Item& front = list.front();
   if (!trimmedId.empty()) front.setUniqueId(trimmedId);  // the new entry reuses the dropped row
   std::string id;
-  const bool stored = storeEntries(Helper::createXMLField(Helper::ENTRY, T::body(front, false)), Helper::WRITEREQUEST,
-                                   T::table, id);
+  const bool stored =
+      storeEntries(Helper::createXMLField(Helper::ENTRY, T::body(front, false)), Helper::WRITEREQUEST, T::table, id);
   if (isNew) front.setUniqueId(stored ? id : lastUniqueId());
 }
 

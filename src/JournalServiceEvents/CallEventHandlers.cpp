@@ -54,11 +54,12 @@ void JournalService::trackEvent(Call::states_t state, Call::directions_t directi
 
 void JournalService::handleCSTAOriginatedEvent(CSTAOriginatedEvent* event) {
   const std::string callId = event->getOriginatedConnectionCallID();
-  const Party calling = party(*event, &CSTACallPartiesPart::getCallingDevice), called = party(*event, &CSTACallPartiesPart::getCalledDevice);
+  const Party calling = party(*event, &CSTACallPartiesPart::getCallingDevice),
+              called = party(*event, &CSTACallPartiesPart::getCalledDevice);
   const CSTAEventCause cause = event->getCause();
   if (!sipRoad()) {
-    JLOG(kEventsLog, 5, "%s():{%s} Calling: %s, Called: %s, Name: %s", __func__, callId.c_str(),
-         calling.number.c_str(), called.number.c_str(), called.name.c_str());
+    JLOG(kEventsLog, 5, "%s():{%s} Calling: %s, Called: %s, Name: %s", __func__, callId.c_str(), calling.number.c_str(),
+         called.number.c_str(), called.name.c_str());
     if (!m_localCallLog || ignoreEventByCause(cause)) return;
     JLOG(kEventsLog, 5, "%s():event not ignored", __func__);
     trackEvent(Call::Originated, Call::Outgoing, callId, called.number, called.name);
@@ -83,7 +84,8 @@ void JournalService::handleCSTAOfferedEvent(CSTAOfferedEvent* event) {
 
 void JournalService::handleCSTAQueuedEvent(CSTAQueuedEvent* event) {
   const std::string callId = event->getCallID();
-  const Party calling = party(*event, &CSTACallPartiesPart::getCallingDevice), called = party(*event, &CSTACallPartiesPart::getCalledDevice);
+  const Party calling = party(*event, &CSTACallPartiesPart::getCallingDevice),
+              called = party(*event, &CSTACallPartiesPart::getCalledDevice);
   JLOG(kEventsLog, 5, "%s():{%s} Calling: %s, Name: %s, Called: %s, Name: %s", __func__, callId.c_str(),
        calling.number.c_str(), calling.name.c_str(), called.number.c_str(), called.name.c_str());
   if ((isSipSwitch() && !sipRoad()) || !m_localCallLog) return;
@@ -101,7 +103,8 @@ void JournalService::handleCSTADeliveredEvent(CSTADeliveredEvent* event) {
 
 void JournalService::trackDelivery(const CSTADeliveredEvent& event) {
   const std::string& callId = event.getCallID();
-  const Party calling = party(event, &CSTACallPartiesPart::getCallingDevice), called = party(event, &CSTACallPartiesPart::getCalledDevice);
+  const Party calling = party(event, &CSTACallPartiesPart::getCallingDevice),
+              called = party(event, &CSTACallPartiesPart::getCalledDevice);
   JLOG(kEventsLog, 5, "%s():{%s} Calling: %s, Name: %s, Called: %s, Name: %s", __func__, callId.c_str(),
        calling.number.c_str(), calling.name.c_str(), called.number.c_str(), called.name.c_str());
   if (!m_localCallLog) return;
@@ -122,7 +125,8 @@ void JournalService::trackSipDelivery(const CSTADeliveredEvent& event) {
   const CSTALocalConnectionState state = event.getLocalConnectionInfo();
   if (state == CSTA_LCS_Null || state == CSTA_LCS_Alerting) {
     JLOG(kEventsLog, 5, "%s():CSTA_LCS_Null/CSTA_LCS_Alerting", __func__);
-    const Party calling = party(event, &CSTACallPartiesPart::getCallingDevice), redirecting = party(event, &CSTARedirectionPart::getLastRedirectionDevice);
+    const Party calling = party(event, &CSTACallPartiesPart::getCallingDevice),
+                redirecting = party(event, &CSTARedirectionPart::getLastRedirectionDevice);
     trackEvent(Call::Delivered, Call::Incoming, callId, calling.number, calling.name, redirecting.number,
                redirecting.name);
   } else if (state == CSTA_LCS_Connected || state == CSTA_LCS_Queued) {
@@ -131,8 +135,8 @@ void JournalService::trackSipDelivery(const CSTADeliveredEvent& event) {
     if (isForwardingCause(event.getCause())) {
       // The far end forwarded our call: it now rings at the alerting device.
       const Party called = party(event, &CSTACallPartiesPart::getCalledDevice);
-      trackEvent(isUsingLumaUX() ? Call::Diverted : Call::Delivered, Call::Outgoing, callId, called.number,
-                 called.name, alerting.number, alerting.name);
+      trackEvent(isUsingLumaUX() ? Call::Diverted : Call::Delivered, Call::Outgoing, callId, called.number, called.name,
+                 alerting.number, alerting.name);
     } else {
       trackEvent(Call::Delivered, Call::Outgoing, callId, alerting.number, alerting.name);
     }
@@ -144,7 +148,8 @@ void JournalService::trackSipDelivery(const CSTADeliveredEvent& event) {
 void JournalService::handleCSTAEstablishedEvent(CSTAEstablishedEvent* event) {
   const std::string callId = event->getCallID();
   JLOG(kEventsLog, 5, "%s():{%s}", __func__, callId.c_str());
-  const Party calling = party(*event, &CSTACallPartiesPart::getCallingDevice), called = party(*event, &CSTACallPartiesPart::getCalledDevice),
+  const Party calling = party(*event, &CSTACallPartiesPart::getCallingDevice),
+              called = party(*event, &CSTACallPartiesPart::getCalledDevice),
               answering = party(*event, &CSTAEstablishedEvent::getAnsweringDevice);
   const bool sip = sipRoad();
   if (!sip) {
@@ -186,11 +191,12 @@ void JournalService::handleCSTADivertedEvent(CSTADivertedEvent* event) {
   }
   const Call::directions_t direction = call ? call->direction : Call::Incoming;
   const bool treatAsIncoming = call && call->treatAsIncoming;
-  const bool forwardedHere = (cause == EC_CALL_FORWARD || cause == EC_CALL_FORWARD_BUSY) &&
-                             direction == Call::UnknownDirection;
+  const bool forwardedHere =
+      (cause == EC_CALL_FORWARD || cause == EC_CALL_FORWARD_BUSY) && direction == Call::UnknownDirection;
   if (forwardedHere || direction == Call::Incoming || treatAsIncoming) {
     // The party that called us, and where the call went.
-    const Party calling = party(*event, &CSTACallPartiesPart::getCallingDevice), destination = party(*event, &CSTADivertedEvent::getNewDestinationDevice);
+    const Party calling = party(*event, &CSTACallPartiesPart::getCallingDevice),
+                destination = party(*event, &CSTADivertedEvent::getNewDestinationDevice);
     onCallEvent(call, Call::Diverted, Call::Incoming, callId, calling.number, calling.name, destination.number,
                 destination.name);
   } else {
@@ -202,7 +208,8 @@ void JournalService::handleCSTADivertedEvent(CSTADivertedEvent* event) {
 // Only a failure that has no call of its own is filed here: it ends at once as a missed call.
 void JournalService::handleCSTAFailedEvent(CSTAFailedEvent* event) {
   const std::string callId = event->getFailedConnectionCallID();
-  const Party calling = party(*event, &CSTACallPartiesPart::getCallingDevice), called = party(*event, &CSTACallPartiesPart::getCalledDevice),
+  const Party calling = party(*event, &CSTACallPartiesPart::getCallingDevice),
+              called = party(*event, &CSTACallPartiesPart::getCalledDevice),
               redirecting = party(*event, &CSTARedirectionPart::getLastRedirectionDevice);
   const CSTAEventCause cause = event->getCause();
   if (sipRoad()) {

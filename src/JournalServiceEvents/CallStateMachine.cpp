@@ -51,11 +51,12 @@ Call* JournalService::trackCall(Call* call, Call::states_t state, Call::directio
   return call;
 }
 
-bool JournalService::onCallEvent(Call* pCall, Call::states_t state, Call::directions_t direction,
-                                 std::string callId, std::string remoteParty, std::string remotePartyName,
-                                 std::string divertedParty, std::string divertedPartyName, bool treatAsIncoming) {
+bool JournalService::onCallEvent(Call* pCall, Call::states_t state, Call::directions_t direction, std::string callId,
+                                 std::string remoteParty, std::string remotePartyName, std::string divertedParty,
+                                 std::string divertedPartyName, bool treatAsIncoming) {
   CallParties parties{remoteParty, remotePartyName, divertedParty, divertedPartyName};
-  if (m_softwareType == journal::kSipSoftware) return onSipCallEvent(pCall, state, direction, callId, parties, treatAsIncoming);
+  if (m_softwareType == journal::kSipSoftware)
+    return onSipCallEvent(pCall, state, direction, callId, parties, treatAsIncoming);
   return onKpxCallEvent(pCall, state, direction, callId, parties);
 }
 
@@ -187,7 +188,8 @@ bool JournalService::setCallState(Call* pCall, Call::states_t state, Call::direc
     case Call::Established:
       return establishCall(call, direction);
     case Call::Diverted:
-      if (direction != Call::Incoming && !call.treatAsIncoming) return isUsingLumaUX() ? createCallEntry(pCall, state) : true;
+      if (direction != Call::Incoming && !call.treatAsIncoming)
+        return isUsingLumaUX() ? createCallEntry(pCall, state) : true;
       JLOG(kEventsLog, 5, "%s():Forwarded - will create call entry now", __func__);
       return createCallEntry(pCall, state);
     case Call::Cleared:

@@ -4,8 +4,8 @@
 #pragma once
 
 #include <functional>
-#include <vector>
 #include <string>
+#include <vector>
 
 #include "JournalService/ListAccess.h"
 
@@ -104,8 +104,8 @@ template <class Info>
 const Info* droppedOccurrence(const std::list<Info>& infos, const std::string& newNumber) {
   if (infos.size() < kMaxCallInfos) return nullptr;
   const Info& oldest = infos.back();
-  bool stays = oldest.number == newNumber ||
-               std::any_of(infos.begin(), std::prev(infos.end()), [&](const Info& i) { return i.number == oldest.number; });
+  bool stays = oldest.number == newNumber || std::any_of(infos.begin(), std::prev(infos.end()),
+                                                         [&](const Info& i) { return i.number == oldest.number; });
   return stays ? nullptr : &oldest;
 }
 

@@ -49,7 +49,8 @@ void JournalService::sscfw_checkNewForwardedCall(const Contact& contact) {
   JLOG(kCoreLog, 5, "%s():current time: %ld, m_lastMissedTimeSec: %ld", __func__, now, m_lastMissedTimeSec);
   if (now == -1) return;
   if (m_lastMissedTimeSec != -1 && (now < m_lastMissedTimeSec || now - m_lastMissedTimeSec <= kMissedEchoSeconds)) {
-    if (auto unviewed = withdrawNewestMissedOccurrence(contact)) m_pObserverNotifier->updateMissedCallCountAndCalls(*unviewed);
+    if (auto unviewed = withdrawNewestMissedOccurrence(contact))
+      m_pObserverNotifier->updateMissedCallCountAndCalls(*unviewed);
   }
   m_lastForwardedTimeSec = now;
 }

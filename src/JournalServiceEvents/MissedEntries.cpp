@@ -21,16 +21,13 @@ Contact JournalService::lookUpParty(const std::string& number, const std::string
   return contact;
 }
 
-bool JournalService::newMissedCallEntry(const std::string& entryId, const std::string& remoteParty,
-                                        const std::string& remotePartyName, long timeSec,
-                                        CallLogEntryEvent::_LogTarget logTarget,
-                                        CallLogEntryEvent::_PresentationValue numberPresentation,
-                                        CallLogEntryEvent::_PresentationValue namePresentation,
-                                        CallLogEntryEvent::_PresentationValue deflectNumberPresentation,
-                                        const std::string& deflectNumber,
-                                        CallLogEntryEvent::_PresentationValue deflectNamePresentation,
-                                        const std::string& deflectName, const std::string& timeDate,
-                                        CallLogEntryEvent::_TFormat timeFormat, bool completedElsewhere) {
+bool JournalService::newMissedCallEntry(
+    const std::string& entryId, const std::string& remoteParty, const std::string& remotePartyName, long timeSec,
+    CallLogEntryEvent::_LogTarget logTarget, CallLogEntryEvent::_PresentationValue numberPresentation,
+    CallLogEntryEvent::_PresentationValue namePresentation,
+    CallLogEntryEvent::_PresentationValue deflectNumberPresentation, const std::string& deflectNumber,
+    CallLogEntryEvent::_PresentationValue deflectNamePresentation, const std::string& deflectName,
+    const std::string& timeDate, CallLogEntryEvent::_TFormat timeFormat, bool completedElsewhere) {
   Contact contact = lookUpParty(remoteParty, remotePartyName);
   JLOG(kCoreLog, 5,
        "%s():Missed call: {%s} Remote Party: %s, Remote Party Name: %s, Surname: %s, Firstname: %s, completed "
@@ -64,7 +61,8 @@ bool JournalService::newMissedCallEntry(const std::string& entryId, const std::s
     info.deflectName = deflectName;
     info.Deflect::numberPresentation = deflectNumberPresentation;
     info.Deflect::namePresentation = deflectNamePresentation;
-    info.deflectNumberType = deflectNumber.empty() ? NumberType::NT_NONE : lookUpParty(deflectNumber, "").getNumberType();
+    info.deflectNumberType =
+        deflectNumber.empty() ? NumberType::NT_NONE : lookUpParty(deflectNumber, "").getNumberType();
     info.timeFormat = timeFormat;
     info.timeDate = timeDate;
   }
@@ -87,7 +85,10 @@ bool JournalService::newMissedCallEntry(const std::string& entryId, const std::s
     if (sip) m_savedMissedViewed = merged.getViewed();
     merged.setViewed(false);
   };
-  if (!sip) rules.onDrop = [this](const MissedCallItem& item) { JournalListTraits<MissedCallItem>::reportToServer(*this, item); };
+  if (!sip)
+    rules.onDrop = [this](const MissedCallItem& item) {
+      JournalListTraits<MissedCallItem>::reportToServer(*this, item);
+    };
   rules.refuseRepeat = !sip;
   unsigned unviewed = 0;
   auto filed = fileOccurrence(info, rules, [&] { unviewed = getUnviewedMissedCallsCount(); });
@@ -105,7 +106,8 @@ bool JournalService::sscfw_canAddMissedCall(const Contact& contact) {
   const long now = getCurrentTimeSec();
   JLOG(kCoreLog, 5, "%s():current time: %ld, m_lastForwardedTimeSec: %ld", __func__, now, m_lastForwardedTimeSec);
   if (now == -1) return true;
-  if (m_lastForwardedTimeSec == -1 || (now >= m_lastForwardedTimeSec && now - m_lastForwardedTimeSec > kForwardEchoSeconds)) {
+  if (m_lastForwardedTimeSec == -1 ||
+      (now >= m_lastForwardedTimeSec && now - m_lastForwardedTimeSec > kForwardEchoSeconds)) {
     m_lastMissedTimeSec = now;
     return true;
   }
@@ -135,8 +137,9 @@ std::optional<JournalService::MissedRemoval> JournalService::removeMissedEntryOf
     return std::nullopt;
   }
   auto found = std::find_if(list.begin(), list.end(), [&](const MissedCallItem& item) {
-    return std::any_of(item.infos().begin(), item.infos().end(),
-                       [&](const MissedCallItem::MissedCallInfo& info) { return sameNumber(info.number, subscriberNumber); });
+    return std::any_of(item.infos().begin(), item.infos().end(), [&](const MissedCallItem::MissedCallInfo& info) {
+      return sameNumber(info.number, subscriberNumber);
+    });
   });
   if (found == list.end()) {
     JLOG(kCoreLog, 5, "%s():no entry has been removed", __func__);

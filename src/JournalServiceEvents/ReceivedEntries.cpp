@@ -5,17 +5,14 @@
 
 using journal::kCoreLog;
 
-bool JournalService::newReceivedCallEntry(const std::string& entryId, const std::string& remoteParty,
-                                          const std::string& remotePartyName, const std::string& connectedParty,
-                                          const std::string& connectedPartyName, long timeSec, long startSec,
-                                          long endSec, CallLogEntryEvent::_LogTarget logTarget,
-                                          CallLogEntryEvent::_PresentationValue numberPresentation,
-                                          CallLogEntryEvent::_PresentationValue namePresentation,
-                                          CallLogEntryEvent::_PresentationValue deflectNumberPresentation,
-                                          const std::string& deflectNumber,
-                                          CallLogEntryEvent::_PresentationValue deflectNamePresentation,
-                                          const std::string& deflectName, const std::string& timeDate,
-                                          CallLogEntryEvent::_TFormat timeFormat) {
+bool JournalService::newReceivedCallEntry(
+    const std::string& entryId, const std::string& remoteParty, const std::string& remotePartyName,
+    const std::string& connectedParty, const std::string& connectedPartyName, long timeSec, long startSec, long endSec,
+    CallLogEntryEvent::_LogTarget logTarget, CallLogEntryEvent::_PresentationValue numberPresentation,
+    CallLogEntryEvent::_PresentationValue namePresentation,
+    CallLogEntryEvent::_PresentationValue deflectNumberPresentation, const std::string& deflectNumber,
+    CallLogEntryEvent::_PresentationValue deflectNamePresentation, const std::string& deflectName,
+    const std::string& timeDate, CallLogEntryEvent::_TFormat timeFormat) {
   Contact contact = lookUpParty(remoteParty, remotePartyName);
   JLOG(kCoreLog, 5, "%s():{%s} Remote Party: %s, Remote Party Name: %s, Surname: %s, Firstname: %s", __func__,
        entryId.c_str(), remoteParty.c_str(), remotePartyName.c_str(), contact.getSurname().c_str(),
@@ -52,7 +49,9 @@ bool JournalService::newReceivedCallEntry(const std::string& entryId, const std:
     if (!m_serverCallLog) return;
     if (const auto* dropped = droppedOccurrence(merged.infos(), info.number)) sendReceivedCallLogEntryRequest(dropped);
   };
-  rules.onDrop = [this](const ReceivedCallItem& item) { JournalListTraits<ReceivedCallItem>::reportToServer(*this, item); };
+  rules.onDrop = [this](const ReceivedCallItem& item) {
+    JournalListTraits<ReceivedCallItem>::reportToServer(*this, item);
+  };
   rules.refuseRepeat = !sip;
   auto filed = fileOccurrence(info, rules, [] {});
   if (filed.repeated) {

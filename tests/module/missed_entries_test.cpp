@@ -131,14 +131,14 @@ TEST_F(MissedEntries, SearchesSeeEntriesHoweverTheListsChanged) {
   std::string missedReply, receivedReply;
   JournalServiceHelper::createXMLMissedCallItemBody(makeEntry<MissedCallItem>("M1", "777", "2024-03-05T09:00:00"),
                                                     missedReply, false);
-  JournalServiceHelper::createXMLReceivedCallItemBody(
-      makeEntry<ReceivedCallItem>("R1", "778", "2024-03-05T09:00:00"), receivedReply, false);
+  JournalServiceHelper::createXMLReceivedCallItemBody(makeEntry<ReceivedCallItem>("R1", "778", "2024-03-05T09:00:00"),
+                                                      receivedReply, false);
   phone.service->processMissedCallDbXml("<storeReply><result>ok</result>" + missedReply + "</storeReply>");
   phone.service->processReceivedCallDbXml("<storeReply><result>ok</result>" + receivedReply + "</storeReply>");
   EXPECT_TRUE(phone.service->searchRemoveMissedCallEntry("777"));
   const auto none = CallLogEntryEvent::PV_NONE;
-  phone.service->newReceivedCallEntry("R2", "778", "", "", "", 1000, -1, -1, CallLogEntryEvent::LT_RECEIVED, none,
-                                      none, none, "", none, "", "", CallLogEntryEvent::TF_LOCAL);
+  phone.service->newReceivedCallEntry("R2", "778", "", "", "", 1000, -1, -1, CallLogEntryEvent::LT_RECEIVED, none, none,
+                                      none, "", none, "", "", CallLogEntryEvent::TF_LOCAL);
   ASSERT_EQ(phone.peer().receivedList().size(), 1u);  // merged into the loaded entry
   EXPECT_EQ(phone.peer().receivedList()[0].infos().size(), 2u);
 }

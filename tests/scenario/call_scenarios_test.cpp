@@ -192,7 +192,8 @@ class Scenario : public ::testing::Test {
       if (kind == "missed") H::createXMLMissedCallItemBody(makeEntry<MissedCallItem>(id, number, time), items, false);
       if (kind == "received")
         H::createXMLReceivedCallItemBody(makeEntry<ReceivedCallItem>(id, number, time), items, false);
-      if (kind == "dialled") H::createXMLDialledCallItemBody(makeEntry<DialledCallItem>(id, number, time), items, false);
+      if (kind == "dialled")
+        H::createXMLDialledCallItemBody(makeEntry<DialledCallItem>(id, number, time), items, false);
       if (kind == "forwarded")
         H::createXMLForwardedCallItemBody(makeEntry<ForwardedCallItem>(id, number, time), items, false);
     }
@@ -230,8 +231,10 @@ class Scenario : public ::testing::Test {
   Lines stored() {
     Lines keys;
     for (const auto& [kind, table] : kTables)
-      for (auto& row : query(dir + "/journal.db", "select '" + kind + " #' || unique_id || ' ' || entry_id || ' <' || "
-                                                  "ifnull(number, '') || '> x' || occurrences from " + table))
+      for (auto& row : query(dir + "/journal.db", "select '" + kind +
+                                                      " #' || unique_id || ' ' || entry_id || ' <' || "
+                                                      "ifnull(number, '') || '> x' || occurrences from " +
+                                                      table))
         keys.push_back(row);
     std::sort(keys.begin(), keys.end());
     return keys;
@@ -268,11 +271,12 @@ const std::vector<CallCase> kCalls = {
     {"IncomingRejectedByTheUser", ringing("17", kCaller) + clearing("17", 3, EC_NORMAL_CLEARING),
      R"(missed "Net Caller" <555> @+0s x1)", R"(missed "Net Caller" <555> @+0s x1)"},
     // The line is busy: the switch reports the failed call under call id "0".
-    {"IncomingWhileBusy", {{0, csta::failed("0", kAnnaOffice, kLine, EC_BUSY)}},
-     R"(missed "Anna Berg" <+4930555100> @+0s x1)", R"(missed "Anna Berg" <+4930555100> @+0s x1)"},
+    {"IncomingWhileBusy",
+     {{0, csta::failed("0", kAnnaOffice, kLine, EC_BUSY)}},
+     R"(missed "Anna Berg" <+4930555100> @+0s x1)",
+     R"(missed "Anna Berg" <+4930555100> @+0s x1)"},
     // The CSTA service's text for a caller the switch did not know: no received entry on KPX.
-    {"AnsweredCallerWithoutNumber",
-     ringing("17", kNoNumber) + talked("17", kNoNumber, kLine, kLine, 2, 10), "",
+    {"AnsweredCallerWithoutNumber", ringing("17", kNoNumber) + talked("17", kNoNumber, kLine, kLine, 2, 10), "",
      R"(received "" <No number provided> @+0s for 00:10 x1)"},
     {"OutgoingAnswered", dialling("17", kCallee) + talked("17", kLine, kCallee, kCallee, 5, 90),
      R"(dialled "Net B" <200> @+0s for 01:30 x1)", R"(dialled "Net B" <200> @+0s for 01:30 x1)"},
@@ -280,8 +284,7 @@ const std::vector<CallCase> kCalls = {
      R"(dialled "Net B" <200> @+0s x1)"},
     // On SIP the originated event gives the dialled digits only, so the entry has no name.
     {"OutgoingToABusyParty",
-     Script{{0, csta::originated("17", kCallee)}, {1, csta::failed("17", kLine, kCallee, EC_BUSY)}} +
-         clearing("17", 2),
+     Script{{0, csta::originated("17", kCallee)}, {1, csta::failed("17", kLine, kCallee, EC_BUSY)}} + clearing("17", 2),
      R"(dialled "Net B" <200> @+0s x1)", R"(dialled "" <200> @+0s x1)"},
     {"OutgoingToAnUnobtainableNumber",
      Script{{0, csta::originated("17", kCallee, EC_DEST_NOT_OBTAINABLE)}} + clearing("17", 1), "", ""},
@@ -300,8 +303,10 @@ const std::vector<CallCase> kCalls = {
     {"MarkedMissedWhileRinging",
      ringing("17", kCaller) + Script{{5, csta::callInformation("17", kLine, "MissedCall")}} + clearing("17", 5),
      R"(missed "Net Caller" <555> @+0s x1)", ""},
-    {"MissedCallReportedWithoutACall", {{0, csta::callInformation("-1", kCaller, "MissedCall")}},
-     R"(missed "Net Caller" <555> @+0s x1)", R"(missed "Net Caller" <555> @+0s x1)"},
+    {"MissedCallReportedWithoutACall",
+     {{0, csta::callInformation("-1", kCaller, "MissedCall")}},
+     R"(missed "Net Caller" <555> @+0s x1)",
+     R"(missed "Net Caller" <555> @+0s x1)"},
 };
 
 class Calls : public Scenario, public ::testing::WithParamInterface<std::tuple<CallCase, std::string>> {};
@@ -342,30 +347,54 @@ const Script kStarCode = Script{{0, csta::originated("17", dev("*21*7000"))}} + 
 const Script kMissedThenForwarded = ringing("21", kCaller) + clearing("21", 10) + ringing("22", kCaller, 5);
 
 const std::vector<RuleCase> kRules = {
-    {"SipLogsCallsAnsweredElsewhereWithMissedLoggingOn", kSip, {}, nullptr, kElsewhere,
+    {"SipLogsCallsAnsweredElsewhereWithMissedLoggingOn",
+     kSip,
+     {},
+     nullptr,
+     kElsewhere,
      {R"(missed "Net Caller" <555> @+0s x1 answered elsewhere)"}},
     {"SipDropsCallsAnsweredElsewhereWithMissedLoggingOff", kSip, {}, "false", kElsewhere, {}},
-    {"KpxLogsCallsClearedWithCause40AsPlainMissed", kKpx, {}, "false", kElsewhere,
+    {"KpxLogsCallsClearedWithCause40AsPlainMissed",
+     kKpx,
+     {},
+     "false",
+     kElsewhere,
      {R"(missed "Net Caller" <555> @+0s x1)"}},
     {"SipKeepsAFeatureAccessCodeAsTheNumber", kSip, {}, nullptr, kStarCode, {R"(dialled "" <*21*7000> @+0s x1 code)"}},
     {"KpxFilesAFeatureAccessCodeAsAPlainNumber", kKpx, {}, nullptr, kStarCode, {R"(dialled "" <*21*7000> @+0s x1)"}},
-    {"SipFeatureAccessCodeThatReachedAParty", kSip, {}, nullptr,
+    {"SipFeatureAccessCodeThatReachedAParty",
+     kSip,
+     {},
+     nullptr,
      Script{{0, csta::originated("17", dev("*69"))},
             {0, csta::delivered("17", CSTA_LCS_Connected, kLine, dev("*69"), kCaller)}} +
          talked("17", kLine, dev("*69"), kCaller, 3, 20),
      {R"(dialled "Net Caller" <*69> @+0s for 00:20 to <555> x1 code reached <555>)"}},
     // A missed call of a party that is forwarded within 5 s was the forward's echo: withdrawn.
-    {"ForwardAt5sWithdrawsTheMissedCall", kSip, kServerFeatures, nullptr,
+    {"ForwardAt5sWithdrawsTheMissedCall",
+     kSip,
+     kServerFeatures,
+     nullptr,
      kMissedThenForwarded + diverted("22", EC_CALL_FORWARD_NO_ANSWER),
      {R"(forwarded "Net Caller" <555> @+15s to <7000> x1)"}},
-    {"ForwardAt6sKeepsTheMissedCall", kSip, kServerFeatures, nullptr,
-     ringing("21", kCaller) + clearing("21", 10) + ringing("22", kCaller, 6) + diverted("22", EC_CALL_FORWARD_NO_ANSWER),
+    {"ForwardAt6sKeepsTheMissedCall",
+     kSip,
+     kServerFeatures,
+     nullptr,
+     ringing("21", kCaller) + clearing("21", 10) + ringing("22", kCaller, 6) +
+         diverted("22", EC_CALL_FORWARD_NO_ANSWER),
      {R"(missed "Net Caller" <555> @+0s x1)", R"(forwarded "Net Caller" <555> @+16s to <7000> x1)"}},
-    {"MissedCallAt5sAfterAForwardIsItsEcho", kSip, kServerFeatures, nullptr,
+    {"MissedCallAt5sAfterAForwardIsItsEcho",
+     kSip,
+     kServerFeatures,
+     nullptr,
      ringing("21", kCaller) + diverted("21", EC_CALL_FORWARD_NO_ANSWER, 10) + ringing("22", kCaller, 5) +
          clearing("22", 0),
      {R"(forwarded "Net Caller" <555> @+0s to <7000> x1)"}},
-    {"MissedCallAt6sAfterAForwardIsFiled", kSip, kServerFeatures, nullptr,
+    {"MissedCallAt6sAfterAForwardIsFiled",
+     kSip,
+     kServerFeatures,
+     nullptr,
      ringing("21", kCaller) + diverted("21", EC_CALL_FORWARD_NO_ANSWER, 10) + ringing("22", kCaller, 6) +
          clearing("22", 0),
      {R"(missed "Net Caller" <555> @+16s x1)", R"(forwarded "Net Caller" <555> @+0s to <7000> x1)"}},
@@ -431,7 +460,8 @@ class FullList : public Scenario, public ::testing::WithParamInterface<FullCase>
 TEST_P(FullList, DropsItsOldestEntryWhoseStoredRecordTheNewEntryTakesOver) {
   const FullCase& c = GetParam();
   seed(c.kind, 1000);
-  const Lines oldest = query(dir + "/journal.db", "select unique_id from " + kTables.at(c.kind) + " where entry_id = 'X0'");
+  const Lines oldest =
+      query(dir + "/journal.db", "select unique_id from " + kTables.at(c.kind) + " where entry_id = 'X0'");
   ASSERT_EQ(oldest.size(), 1u);
   start(c.software);
   play(c.script);

@@ -96,8 +96,7 @@ inline std::unique_ptr<CSTAFailedEvent> failed(const std::string& callId, CSTADe
   return e;
 }
 
-inline std::unique_ptr<CSTAConnectionClearedEvent> cleared(const std::string& callId,
-                                                           CSTAEventCause cause = EC_NONE) {
+inline std::unique_ptr<CSTAConnectionClearedEvent> cleared(const std::string& callId, CSTAEventCause cause = EC_NONE) {
   auto e = std::make_unique<CSTAConnectionClearedEvent>();
   e->setConnection(ownConnection(callId));
   e->setLocalConnectionInfo(CSTA_LCS_Null);
