@@ -382,6 +382,8 @@ class JournalService : public Service,
   bool establishCall(Call& call, Call::directions_t direction);
   bool createKpxCallEntry(const Call& call, Call::states_t state);
   bool createSipCallEntry(const Call& call, Call::states_t state);
+  bool fileKpxCall(const Call& call, Call::states_t state);
+  bool fileSipCall(const Call& call, Call::states_t state, bool incoming);
   void fileMissedCall(const Call& call, bool sip);
   void fileReceivedCall(const Call& call);
   void fileForwardedCall(const Call& call);

@@ -53,7 +53,7 @@ void JournalService::trackEvent(Call::states_t state, Call::directions_t directi
 }
 
 void JournalService::handleCSTAOriginatedEvent(CSTAOriginatedEvent* event) {
-  const std::string callId = event->getOriginatedConnectionCallID();
+  const std::string& callId = event->getOriginatedConnectionCallID();
   const Party calling = party(*event, &CSTACallPartiesPart::getCallingDevice),
               called = party(*event, &CSTACallPartiesPart::getCalledDevice);
   const CSTAEventCause cause = event->getCause();
@@ -76,14 +76,14 @@ void JournalService::handleCSTAOriginatedEvent(CSTAOriginatedEvent* event) {
 }
 
 void JournalService::handleCSTAOfferedEvent(CSTAOfferedEvent* event) {
-  const std::string callId = event->getOfferedConnectionCallID();
+  const std::string& callId = event->getOfferedConnectionCallID();
   JLOG(kEventsLog, 5, "%s():{%s}", __func__, callId.c_str());
   if ((isSipSwitch() && !sipRoad()) || !m_localCallLog) return;
   trackEvent(Call::Offered, Call::Incoming, callId);
 }
 
 void JournalService::handleCSTAQueuedEvent(CSTAQueuedEvent* event) {
-  const std::string callId = event->getCallID();
+  const std::string& callId = event->getCallID();
   const Party calling = party(*event, &CSTACallPartiesPart::getCallingDevice),
               called = party(*event, &CSTACallPartiesPart::getCalledDevice);
   JLOG(kEventsLog, 5, "%s():{%s} Calling: %s, Name: %s, Called: %s, Name: %s", __func__, callId.c_str(),
@@ -93,7 +93,7 @@ void JournalService::handleCSTAQueuedEvent(CSTAQueuedEvent* event) {
 }
 
 void JournalService::handleCSTADeliveredEvent(CSTADeliveredEvent* event) {
-  const std::string callId = event->getCallID();
+  const std::string& callId = event->getCallID();
   JLOG(kEventsLog, 5, "%s():{%s}", __func__, callId.c_str());
   if (sipRoad())
     trackSipDelivery(*event);
@@ -146,7 +146,7 @@ void JournalService::trackSipDelivery(const CSTADeliveredEvent& event) {
 }
 
 void JournalService::handleCSTAEstablishedEvent(CSTAEstablishedEvent* event) {
-  const std::string callId = event->getCallID();
+  const std::string& callId = event->getCallID();
   JLOG(kEventsLog, 5, "%s():{%s}", __func__, callId.c_str());
   const Party calling = party(*event, &CSTACallPartiesPart::getCallingDevice),
               called = party(*event, &CSTACallPartiesPart::getCalledDevice),
@@ -180,7 +180,7 @@ void JournalService::handleCSTAEstablishedEvent(CSTAEstablishedEvent* event) {
 
 void JournalService::handleCSTADivertedEvent(CSTADivertedEvent* event) {
   if (!sipRoad()) return;
-  const std::string callId = event->getDivertedConnectionCallID();
+  const std::string& callId = event->getDivertedConnectionCallID();
   const CSTAEventCause cause = event->getCause();
   JLOG(kEventsLog, 5, "%s():{%s}, cause = %d", __func__, callId.c_str(), cause);
   CriticalSection guard(m_callsLock);
@@ -207,7 +207,7 @@ void JournalService::handleCSTADivertedEvent(CSTADivertedEvent* event) {
 
 // Only a failure that has no call of its own is filed here: it ends at once as a missed call.
 void JournalService::handleCSTAFailedEvent(CSTAFailedEvent* event) {
-  const std::string callId = event->getFailedConnectionCallID();
+  const std::string& callId = event->getFailedConnectionCallID();
   const Party calling = party(*event, &CSTACallPartiesPart::getCallingDevice),
               called = party(*event, &CSTACallPartiesPart::getCalledDevice),
               redirecting = party(*event, &CSTARedirectionPart::getLastRedirectionDevice);
@@ -230,7 +230,7 @@ void JournalService::handleCSTAFailedEvent(CSTAFailedEvent* event) {
 }
 
 void JournalService::handleCSTAConnectionClearedEvent(CSTAConnectionClearedEvent* event) {
-  const std::string callId = event->getDroppedConnectionCallID();
+  const std::string& callId = event->getDroppedConnectionCallID();
   const CSTAEventCause cause = event->getCause();
   JLOG(kEventsLog, 5, "%s():{%s}, event cause: %d", __func__, callId.c_str(), cause);
   if ((isSipSwitch() && !m_callLogEnabled) || !m_localCallLog) return;
@@ -257,7 +257,7 @@ void JournalService::handleCSTATransferredEvent(CSTATransferredEvent* event) {
 
 void JournalService::handleCSTACallInformationEvent(CSTACallInformationEvent* event) {
   if (isSipSwitch() && !sipRoad()) return;
-  const std::string callId = event->getConnectionCallID();
+  const std::string& callId = event->getConnectionCallID();
   const std::string& number = event->getConnectionDeviceID();
   const std::string& name = event->getConnectionDeviceIDName();
   JLOG(kEventsLog, 5, "%s():{%s} Calling: %s, Name: %s", __func__, callId.c_str(), number.c_str(), name.c_str());
@@ -275,7 +275,10 @@ void JournalService::markCallMissed(const std::string& callId, const std::string
   if (callId == "-1") {
     JLOG(kEventsLog, 5, "%s():{%s} create new missed call entry", __func__, callId.c_str());
     char id[16];
-    std::snprintf(id, sizeof id, "%.8X", static_cast<unsigned>(std::rand()));
+    // The switch gives no call id: any 32 bits tell the entry apart. Events come one at a time on
+    // the CSTA thread, so rand()'s shared state is not contended.
+    static_cast<void>(
+        std::snprintf(id, sizeof id, "%.8X", static_cast<unsigned>(std::rand())));  // NOLINT(concurrency-mt-unsafe)
     const auto none = CallLogEntryEvent::PV_NONE;
     CriticalSection guard(m_callsLock);
     newMissedCallEntry(createEntryId(id), number, name, getCurrentTimeSec(), CallLogEntryEvent::LT_MISSED, none, none,

@@ -257,58 +257,85 @@ bool JournalService::fileUnknownState(const Call& call) {
 
 bool JournalService::createKpxCallEntry(const Call& call, Call::states_t state) {
   JLOG(kEventsLog, 5, "%s():createCallEntry", __func__);
-  if (call.direction == Call::Outgoing && state != Call::NoState) {
+  if (!fileKpxCall(call, state)) return fileUnknownState(call);
+  removeCall(call.callId);
+  return true;
+}
+
+// Files a finished call of a KPX switch by its direction and the state it reached; false for a
+// call that belongs to no list.
+bool JournalService::fileKpxCall(const Call& call, Call::states_t state) {
+  if (call.direction == Call::Outgoing) {
+    if (state == Call::NoState) return false;
     newDialledCallEntry(createEntryId(call.callId), std::string(), call.remoteParty, call.remotePartyName,
                         call.divertedParty, call.divertedPartyName, call.startTime, call.connectTime, call.endTime,
                         CallLogEntryEvent::LT_DIALLED, kShown, kShown, std::string(), kLocalTime);
-  } else if (call.direction != Call::Incoming) {
-    return fileUnknownState(call);
-  } else if (state == Call::Delivered) {
-    if (!m_mixedCallLog)
-      fileMissedCall(call, false);
-    else
-      JLOG(kEventsLog, 5, "%s():{%s} Call not marked as missed - no entry in missed call list", __func__,
-           call.callId.c_str());
-  } else if (state == Call::Established) {
-    if (call.remoteParty == communicationsServiceTexts::noNumberProvided)
-      JLOG(kEventsLog, 5, "%s():{%s} No Number Provided - no entry in received call list", __func__,
-           call.callId.c_str());
-    else
-      fileReceivedCall(call);
-  } else if (state == Call::Diverted) {
-    fileForwardedCall(call);
-  } else if (state == Call::Failed || state == Call::MarkedMissed) {
-    fileMissedCall(call, false);
-  } else {
-    return fileUnknownState(call);
+    return true;
   }
-  removeCall(call.callId);
-  return true;
+  if (call.direction != Call::Incoming) return false;
+  switch (state) {
+    case Call::Delivered:
+      if (m_mixedCallLog) {
+        JLOG(kEventsLog, 5, "%s():{%s} Call not marked as missed - no entry in missed call list", "createCallEntry",
+             call.callId.c_str());
+      } else {
+        fileMissedCall(call, false);
+      }
+      return true;
+    case Call::Established:
+      if (call.remoteParty == communicationsServiceTexts::noNumberProvided) {
+        JLOG(kEventsLog, 5, "%s():{%s} No Number Provided - no entry in received call list", "createCallEntry",
+             call.callId.c_str());
+      } else {
+        fileReceivedCall(call);
+      }
+      return true;
+    case Call::Diverted:
+      fileForwardedCall(call);
+      return true;
+    case Call::Failed:
+    case Call::MarkedMissed:
+      fileMissedCall(call, false);
+      return true;
+    default:
+      return false;
+  }
 }
 
 bool JournalService::createSipCallEntry(const Call& call, Call::states_t state) {
   JLOG(kEventsLog, 5, "%s():{%s} State: %d, Direction: %d TreatAsIncoming %c", __func__, call.callId.c_str(), state,
        call.direction, yesNo(call.treatAsIncoming));
   const bool incoming = call.direction == Call::Incoming || call.treatAsIncoming;
-  if (!incoming && call.direction == Call::Outgoing) {
-    if (state == Call::Diverted) return fileDivertedDialledCall(call);
-    if (state == Call::NoState) return fileUnknownState(call);
+  if (!incoming && call.direction == Call::Outgoing && state == Call::Diverted) return fileDivertedDialledCall(call);
+  if (!fileSipCall(call, state, incoming)) return fileUnknownState(call);
+  removeCall(call.callId);
+  return true;
+}
+
+// Files a finished call of a SIP switch; a call taken as incoming (picked up) is filed as one.
+// False for a call that belongs to no list.
+bool JournalService::fileSipCall(const Call& call, Call::states_t state, bool incoming) {
+  if (!incoming) {
+    if (call.direction != Call::Outgoing || state == Call::NoState) return false;
     newDialledCallEntry(createEntryId(call.callId), call.dialled, call.firstParty, call.firstPartyName,
                         call.divertedParty, call.divertedPartyName, call.startTime, call.connectTime, call.endTime,
                         CallLogEntryEvent::LT_DIALLED, kShown, kShown, std::string(), kLocalTime);
-  } else if (!incoming) {
-    return fileUnknownState(call);
-  } else if (state == Call::Delivered || state == Call::Failed) {
-    fileMissedCall(call, true);
-  } else if (state == Call::Established) {
-    fileReceivedCall(call);
-  } else if (state == Call::Diverted) {
-    fileForwardedCall(call);
-  } else {
-    return fileUnknownState(call);
+    return true;
   }
-  removeCall(call.callId);
-  return true;
+  switch (state) {
+    case Call::Delivered:
+    case Call::Failed:
+      fileMissedCall(call, true);
+      return true;
+    case Call::Established:
+      fileReceivedCall(call);
+      return true;
+    case Call::Diverted:
+      fileForwardedCall(call);
+      return true;
+    default:
+      return false;
+  }
 }
 
 // An outgoing call that the far end diverted: filed as diverted when it went somewhere else than

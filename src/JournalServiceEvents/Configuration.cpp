@@ -10,9 +10,16 @@ namespace {
 
 // Keys observed for changes, in the order the observations are made.
 const char* const kObservedKeys[] = {
-    "sntp-tz-offset",         "daylight-save",  "daylight-save-minutes", "disable-access-calllog",
-    "mobility-user-data-update", "mobility-current-user", "server-based-features", "system-identifier",
-    "call-log-control",       "reg-number",
+    "sntp-tz-offset",
+    "daylight-save",
+    "daylight-save-minutes",
+    "disable-access-calllog",
+    "mobility-user-data-update",
+    "mobility-current-user",
+    "server-based-features",
+    "system-identifier",
+    "call-log-control",
+    "reg-number",
 };
 
 enum ReadGroup : unsigned { kTimeZoneGroup = 1, kDaylightGroup = 2, kSystemGroup = 4 };
@@ -37,8 +44,7 @@ void JournalService::readLocalMgmtData(unsigned groups) {
   if (groups & kDaylightGroup) {
     m_daylightSaveMinutes = 0;
     std::string daylight;
-    if (getKVDBValue("daylight-save", daylight) && daylight == "true" &&
-        getKVDBValue("daylight-save-minutes", value))
+    if (getKVDBValue("daylight-save", daylight) && daylight == "true" && getKVDBValue("daylight-save-minutes", value))
       m_daylightSaveMinutes = toInt(value);
   }
   if (groups & kSystemGroup) {

@@ -124,18 +124,20 @@ bool JournalService::removeOccurrencesUpTo(const std::string& number, const std:
     bool removedNewest = false, removedAny = false;
     for (auto info = infos.begin(); info != infos.end();) {
       int order = 0;
-      if (info->number != number) {
-        ++info;
-      } else if (!compareTimes(entryTime, info->timeDate, order)) {
-        JLOG(journal::kCoreLog, 5, "%s():ClockSvc not available", "removeOccurrencesUpTo");
-        ++info;
-      } else if (order == 0 || order == 1) {  // not later than the deleted time
-        removedNewest |= info == infos.begin();
-        info = infos.erase(info);
-        removedAny = true;
-      } else {
-        ++info;
+      bool removable = false;
+      if (info->number == number) {
+        if (compareTimes(entryTime, info->timeDate, order))
+          removable = order == 0 || order == 1;  // not later than the deleted time
+        else
+          JLOG(journal::kCoreLog, 5, "%s():ClockSvc not available", "removeOccurrencesUpTo");
       }
+      if (!removable) {
+        ++info;
+        continue;
+      }
+      removedNewest |= info == infos.begin();
+      info = infos.erase(info);
+      removedAny = true;
     }
     if (!removedAny) continue;
     listChanged<Item>();

@@ -15,7 +15,8 @@ const char* deleteMissedText(bool on) { return on ? "1" : "0"; }
 
 // A write that changed nothing because the setting already had that value is refused with code 10.
 void noteUnchanged(bool member, const char* tag, const std::string& value, std::string& reason) {
-  if (member == ClientUtils::stob(value)) setRejectReason(kRejectValueNotChanged, reason, "%s value is not changed", tag);
+  if (member == ClientUtils::stob(value))
+    setRejectReason(kRejectValueNotChanged, reason, "%s value is not changed", tag);
 }
 
 }  // namespace
@@ -35,8 +36,8 @@ void JournalService::readConfigItemsFromDB() {
 }
 
 bool JournalService::updateBoolConfigItem(bool& member, const char* tag, const std::string& value) {
-  std::string message = Helper::createXMLField(Helper::REASONFORMESSAGE, Helper::UPDATEREQUEST) +
-                        Helper::createXMLField(tag, value);
+  std::string message =
+      Helper::createXMLField(Helper::REASONFORMESSAGE, Helper::UPDATEREQUEST) + Helper::createXMLField(tag, value);
   Helper::addXMLHeaderFooter(message, Helper::SETTINGS_SCHEMA);
   // The store is written even when the value does not change.
   if (processRequest(message) == kStoreFailed) return false;
@@ -48,8 +49,10 @@ bool JournalService::updateBoolConfigItem(bool& member, const char* tag, const s
 
 bool JournalService::updateEnabledState(const std::string& value, std::string& reason) {
   bool changed = updateBoolConfigItem(m_callLogEnabled, Helper::CALL_LOG_ENABLED, value);
-  if (changed) handleEnabledStateChange();
-  else noteUnchanged(m_callLogEnabled, Helper::CALL_LOG_ENABLED, value, reason);
+  if (changed)
+    handleEnabledStateChange();
+  else
+    noteUnchanged(m_callLogEnabled, Helper::CALL_LOG_ENABLED, value, reason);
   return changed;
 }
 

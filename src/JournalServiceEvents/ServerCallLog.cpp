@@ -12,7 +12,9 @@ CallLogEntryEvent::_LogTarget targetOf(const MissedCallItem::MissedCallInfo&) { 
 CallLogEntryEvent::_LogTarget targetOf(const ReceivedCallItem::ReceivedCallInfo&) {
   return CallLogEntryEvent::LT_RECEIVED;
 }
-CallLogEntryEvent::_LogTarget targetOf(const DialledCallItem::DialledCallInfo&) { return CallLogEntryEvent::LT_DIALLED; }
+CallLogEntryEvent::_LogTarget targetOf(const DialledCallItem::DialledCallInfo&) {
+  return CallLogEntryEvent::LT_DIALLED;
+}
 
 // The delete request of one occurrence: the switch finds it by number and time.
 template <class Info>
