@@ -306,6 +306,7 @@ class JournalService : public Service,
   void populateContactSurname(Contact& contact, const std::string& dialledParty, const std::string& remoteParty);
   void populateRemoteContactSurname(Contact& contact, const std::string& remotePartyName, bool found);
   static void populateItemNames(DialledCallItem& item, const Contact& contact);
+  bool firstInfoListItemIsIdentical(const DialledCallItem::DialledCallInfo& info, const DialledCallItem& entry) const;
   static void populateDialledCallItemWithPicture(const Contact& contact, DialledCallItem& item);
 
   // ---- Call tracking (CSTA event thread, m_callsLock held) -------------------------------------

@@ -69,7 +69,7 @@ bool JournalService::newDialledCallEntry(const std::string& entryId, const std::
     sendCSTACAllLogEntryDeleteRequest(merged.infos(), info);
     JLOG(kCoreLog, 5, "%s():Adding to exsiting Dialled Call identity", "newDialledCallEntry");
   };
-  rules.refuseRepeat = !sip;
+  rules.isRepeat = [&](const DialledCallItem& entry) { return firstInfoListItemIsIdentical(info, entry); };
   // A talked call reached the party: its missed entry goes, and observers hear of that first.
   std::optional<MissedRemoval> missedRemoval;
   auto filed = fileOccurrence(info, rules, [&] {
@@ -99,6 +99,13 @@ bool JournalService::removeDialledCallEntry(const std::string& subscriberNumber,
   }
   m_pObserverNotifier->updateDialledCalls(getFrontDialledCall());
   return true;
+}
+
+// A KPX switch may send a call's log data again: the same number, number type and time as the
+// entry's newest occurrence.
+bool JournalService::firstInfoListItemIsIdentical(const DialledInfo& info, const DialledCallItem& entry) const {
+  return m_softwareType != journal::kSipSoftware && !entry.infos().empty() &&
+         sameOccurrence(entry.infos().front(), info);
 }
 
 // A SIP phone files what was dialled; a feature access code keeps the digits and notes the number

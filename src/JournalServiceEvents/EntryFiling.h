@@ -12,12 +12,12 @@
 // How one list files an occurrence; what is left empty does nothing.
 template <class Item>
 struct FilingRules {
-  std::function<bool(const Item&)> matches;  // the entry of the occurrence's party
-  std::function<Item()> makeEntry;           // a new entry for the party, without occurrences
-  std::function<void(Item&)> beforeMerge;    // on the party's entry, before the occurrence joins it
-  std::function<void(const Item&)> onDrop;   // on the entry the limit pushes out
-  std::vector<std::string> matchKeys;        // when set, only an entry holding one can match
-  bool refuseRepeat = false;                 // an occurrence equal to the entry's newest is refused
+  std::function<bool(const Item&)> matches;   // the entry of the occurrence's party
+  std::function<Item()> makeEntry;            // a new entry for the party, without occurrences
+  std::function<void(Item&)> beforeMerge;     // on the party's entry, before the occurrence joins it
+  std::function<void(const Item&)> onDrop;    // on the entry the limit pushes out
+  std::vector<std::string> matchKeys;         // when set, only an entry holding one can match
+  std::function<bool(const Item&)> isRepeat;  // the occurrence is already the entry's newest: refused
 };
 
 // What filing did, for the observers.
@@ -58,7 +58,7 @@ FiledOccurrence<Item> JournalService::fileOccurrence(const typename Item::InfoLi
     arrivingInList(item);
     list.push_front(std::move(item));
   } else {
-    if (rules.refuseRepeat && !found->infos().empty() && sameOccurrence(found->infos().front(), info)) {
+    if (rules.isRepeat && rules.isRepeat(*found)) {
       filed.repeated = true;
       return filed;
     }

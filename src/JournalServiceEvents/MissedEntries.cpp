@@ -89,7 +89,11 @@ bool JournalService::newMissedCallEntry(
     rules.onDrop = [this](const MissedCallItem& item) {
       JournalListTraits<MissedCallItem>::reportToServer(*this, item);
     };
-  rules.refuseRepeat = !sip;
+  if (!sip) {  // a KPX switch may send a call's log data again
+    rules.isRepeat = [&](const MissedCallItem& entry) {
+      return !entry.infos().empty() && sameOccurrence(entry.infos().front(), info);
+    };
+  }
   unsigned unviewed = 0;
   auto filed = fileOccurrence(info, rules, [&] { unviewed = getUnviewedMissedCallsCount(); });
   if (filed.repeated) {

@@ -52,7 +52,11 @@ bool JournalService::newReceivedCallEntry(
   rules.onDrop = [this](const ReceivedCallItem& item) {
     JournalListTraits<ReceivedCallItem>::reportToServer(*this, item);
   };
-  rules.refuseRepeat = !sip;
+  if (!sip) {  // a KPX switch may send a call's log data again
+    rules.isRepeat = [&](const ReceivedCallItem& entry) {
+      return !entry.infos().empty() && sameOccurrence(entry.infos().front(), info);
+    };
+  }
   auto filed = fileOccurrence(info, rules, [] {});
   if (filed.repeated) {
     JLOG(kCoreLog, 5, "%s():Entry already exists, ignore", __func__);
