@@ -21,7 +21,9 @@
 
 #include <atomic>
 #include <deque>
+#include <list>
 #include <map>
+#include <memory>
 #include <optional>
 #include <set>
 #include <string>
@@ -90,6 +92,30 @@ class JournalService : public Service,
     bool treatAsIncoming = false;
     bool completedElsewhere = false;
   };
+
+  // A call that went into a KPX conference: its id and the number of its remote device.
+  struct KPXConferencedCallID {
+    std::string callId;
+    std::string deviceId;
+  };
+  // A KPX conference call and the calls that went into it, in order of joining (owned).
+  struct KPXConference {
+    KPXConference() = default;
+    ~KPXConference();
+    KPXConference(const KPXConference&) = delete;
+    KPXConference& operator=(const KPXConference&) = delete;
+    std::string conferenceCallId;
+    std::list<KPXConferencedCallID*> members;
+  };
+  // The two calls a SIP switch joined into the conference call `newCallId`, and which ended.
+  struct SipConference {
+    std::string newCallId;
+    std::string primaryOldCallId;
+    std::string secondaryOldCallId;
+    bool primaryCleared = false;
+    bool secondaryCleared = false;
+  };
+  static constexpr int kMaxConferences = 2;
 
   // Builds the service; with a null `notifier` it makes its own ObserverNotifier. Owns it either way.
   explicit JournalService(ObserverNotifierIfc* notifier);
@@ -334,6 +360,23 @@ class JournalService : public Service,
   void handleCSTATransferredEvent(CSTATransferredEvent* event) override;
   void handleCSTACallInformationEvent(CSTACallInformationEvent* event) override;
   void handleCSTAHookswitchEvent(CSTAHookswitchEvent* event) override;
+  void handleCSTAConferencedEvent(CSTAConferencedEvent* event) override;
+  void handleCSTAPrivateEvent(CSTAPrivateEvent* event) override;
+  void handleCSTACallBackEvent(CSTACallBackEvent* event) override;
+  void handleCSTASystemStatusEvent(CSTASystemStatusEvent* event) override;
+
+  // An entry of the switch's call log added or deleted (under m_callsLock, at lower priority).
+  void handleCallLogEntryEvent(CallLogEntryEvent* event);
+
+  // Conferences (the caller holds m_callsLock).
+  int getNumberOfConferences() const;
+  // The first free slot; false when both are taken.
+  bool getNewConferenceIDIndex(int& index) const;
+  bool searchConferenceIDIndex(std::string const& conferenceCallId, int& index) const;
+  bool searchDeviceIDInConference(int index, std::string const& deviceId,
+                                  std::list<KPXConferencedCallID*>::iterator& it);
+  // Frees the KPX conferences (the SIP record stays).
+  void removeAllConferences();
 
   // Tracked calls. The caller holds m_callsLock.
   Call* findCallFromId(std::string callId);
@@ -400,6 +443,14 @@ class JournalService : public Service,
   void trackDelivery(const CSTADeliveredEvent& event);
   void trackSipDelivery(const CSTADeliveredEvent& event);
   void markCallMissed(const std::string& callId, const std::string& number, const std::string& name);
+  void trackKpxConference(const CSTAConferencedEvent& event);
+  // The clearing of a conference call ends its member calls; false when it is no conference's.
+  bool clearKpxConference(const std::string& callId, const std::string& deviceId);
+  bool clearSipConference(const std::string& callId, const std::string& deviceId);
+  void endConferencedCall(const std::string& callId);
+  void addServerEntry(const CallLogEntryEvent& event, const std::string& entryId);
+  void removeServerEntry(const CallLogEntryEvent& event);
+  std::string callBackTimeDate();
   void refreshRemotePartyName(const std::string& callId, const std::string& number, const std::string& name);
 
   std::optional<MissedRemoval> removeMissedEntryOf(const std::string& subscriberNumber);
@@ -484,7 +535,9 @@ class JournalService : public Service,
   std::string m_lastUniqueId;        // guarded by m_uniqueIdLock
   mutable Semaphore m_uniqueIdLock;  // a leaf: nothing is taken while it is held
   std::string m_softwareType;
-  std::map<std::string, Call*> m_calls;  // owning; guarded by m_callsLock
+  std::map<std::string, Call*> m_calls;                           // owning; guarded by m_callsLock
+  std::unique_ptr<KPXConference> m_conferences[kMaxConferences];  // guarded by m_callsLock
+  std::unique_ptr<SipConference> m_sipConference;                 // the CSTA event thread's; see the cleared handler
   Semaphore m_callsLock;
   int m_tzOffset = 0;
   int m_daylightSaveMinutes = 0;

@@ -44,6 +44,7 @@ JournalService::JournalService(ObserverNotifierIfc* notifier)
 JournalService::~JournalService() {
   JournalServiceHelper::finit();
   removeAllCalls();
+  removeAllConferences();
   m_pClockSvc = nullptr;
   delete m_pObserverNotifier;
 }

@@ -235,6 +235,9 @@ void JournalService::handleCSTAConnectionClearedEvent(CSTAConnectionClearedEvent
   JLOG(kEventsLog, 5, "%s():{%s}, event cause: %d", __func__, callId.c_str(), cause);
   if ((isSipSwitch() && !m_callLogEnabled) || !m_localCallLog) return;
   CriticalSection guard(m_callsLock);
+  // The clearing of a conference call ends the calls that went into it.
+  const std::string& device = event->getDroppedConnectionDeviceID();
+  if (isSipSwitch() ? clearSipConference(callId, device) : clearKpxConference(callId, device)) return;
   Call* call = findCallFromId(callId);
   if (call && cause == EC_DURATION_EXCEEDED) {
     JLOG(kEventsLog, 5, "%s():Call was completed elsewhere", __func__);

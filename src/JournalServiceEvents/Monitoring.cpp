@@ -4,6 +4,7 @@
 
 #include "JournalLog.h"
 #include "JournalService.h"
+#include "framework/CstaEvents.h"
 #include "framework/CstaRequests.h"
 
 using journal::kEventsLog;
@@ -113,4 +114,32 @@ void JournalService::changeMonitorFilter() {
   request.setRequestedFilterList(changedFilter(m_localCallLog));
   m_pCSTASvc->sendRequest(request);
   logOutcome("readLocalMgmtData", request);
+}
+
+// The switch lost track of its calls (clean-up) or stopped serving the line: the calls and
+// conferences followed here are released without entries, as their events will not come.
+void JournalService::handleCSTASystemStatusEvent(CSTASystemStatusEvent* event) {
+  JLOG(kEventsLog, 4, "JournalService::handleCSTASystemStatusEvent called");
+  if (isSipSwitch() && !m_callLogEnabled) return;
+  CriticalSection guard(m_callsLock);
+  const std::string& status = event->getSystemStatus();
+  const CSTASystemStatusFeatureData& feature = event->getSystemStatusFeatureData();
+  JLOG(kEventsLog, 5,
+       "CSTASystemStatusEvent  EVENT\n          ********** Status ***************\n          systemStatus = %s\n     "
+       "     statusInfo   = %s\n          ********** FeatureData **********\n          featureName  = %s\n          "
+       "Action       = %s\n          DeActivation = %s\n          Status       = %s\n          Availability = %s\n   "
+       "       ButtonID     = %s\n",
+       status.c_str(), event->getSystemStatusInfo().c_str(), feature.featureName.c_str(), feature.action.c_str(),
+       feature.deactivation.c_str(), feature.status.c_str(), feature.availability.c_str(), feature.buttonId.c_str());
+  namespace texts = communicationsServiceTexts;
+  if (status == texts::systemState_cleanup) {
+    if (getNumberOfCalls() > 0) JLOG(kEventsLog, 2, "Calls are out of sync. with PBX, release all existing calls");
+    if (getNumberOfConferences() > 0)
+      JLOG(kEventsLog, 2, "Conferences are out of sync. with PBX, release all existing conferences");
+  } else if (status != texts::systemState_disabled && status != texts::systemState_partiallyDisabled &&
+             status != texts::systemState_reset && status != texts::systemState_stopped) {
+    return;
+  }
+  removeAllCalls();
+  removeAllConferences();
 }

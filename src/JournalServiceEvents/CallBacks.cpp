@@ -1,0 +1,100 @@
+// Callbacks: the switch reports the callback requests of the phone's line (call me back when the
+// party is free or answers). The callback list follows them: one entry per number, newest first,
+// kept in memory only.
+#include <cstdio>
+
+#include "JournalLog.h"
+#include "JournalService.h"
+#include "framework/CstaEvents.h"
+
+using journal::kEventsLog;
+
+namespace {
+
+CallBackItem::CallBackType mappedType(int type) {
+  switch (type) {
+    case CSTACallBackEvent::CB_TYPE_NO_REPLY:
+      return CallBackItem::CBT_ON_NO_REPLY;
+    case CSTACallBackEvent::CB_TYPE_BUSY:
+      return CallBackItem::CBT_ON_BUSY;
+    default:
+      return CallBackItem::CBT_NONE;
+  }
+}
+
+CallBackItem::CallBackState mappedState(int state) {
+  switch (state) {
+    case CSTACallBackEvent::CB_STATE_READY:
+      return CallBackItem::CBS_READY;
+    case CSTACallBackEvent::CB_STATE_SET:
+    case CSTACallBackEvent::CB_STATE_WAITING:
+      return CallBackItem::CBS_PENDING;
+    default:
+      return CallBackItem::CBS_NONE;
+  }
+}
+
+}  // namespace
+
+// The local date and time of now, or nothing without a clock.
+std::string JournalService::callBackTimeDate() {
+  if (!m_pClockSvc) return {};
+  int day = 0, month = 0, year = 0, hour = 0, minute = 0, second = 0;
+  m_pClockSvc->getCurrentDate(day, month, year);
+  m_pClockSvc->getCurrentTime(hour, minute, second);
+  char text[20];
+  static_cast<void>(
+      std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d", year, month, day, hour, minute, second));
+  return text;
+}
+
+void JournalService::handleCSTACallBackEvent(CSTACallBackEvent* event) {
+  if (!event) return;
+  std::string number, name;
+  event->getSubjectDeviceID(number, name);
+  const int state = event->getCallBackState();
+  JLOG(kEventsLog, 5, "%s():number: %s, type: %d, state: %d", __func__, number.c_str(), event->getCallBackType(),
+       state);
+  if (state == CSTACallBackEvent::CB_STATE_CANCELLED) {  // gone: one callback, or all of them
+    if (number.empty())
+      deleteCallBackList();
+    else
+      deleteCallBack(number);
+    return;
+  }
+  if (number.empty()) return;
+  const CallBackItem::CallBackType type = mappedType(event->getCallBackType());
+  const CallBackItem::CallBackState mapped = mappedState(state);
+  const std::string timeDate = callBackTimeDate();
+  Contact contact = lookUpParty(number, std::string());
+  if (contact.getSurname().empty()) contact.setSurname(name);
+
+  auto action = JournalServiceObserverIfc::NEW_ENTRY;
+  size_t sizeBefore = 0, sizeAfter = 0;
+  {
+    CriticalSection guard(m_callBackLock);
+    auto& list = m_callBackList;
+    sizeBefore = list.size();
+    auto found = std::find_if(list.begin(), list.end(),
+                              [&](const CallBackItem& item) { return contactMatchesCallBack(item, contact); });
+    if (found == list.end()) {
+      list.push_front(CallBackItem(number, contact.getSurname(), contact.getFirstname(), number,
+                                   contact.getNumberType(), timeDate, type, mapped, event->getDeviceID()));
+    } else {
+      // An update keeps the entry's names, and its type or state where the event brings none.
+      CallBackItem updated = std::move(*found);
+      list.erase(found);
+      updated.setNumber(number);
+      updated.setNumberType(contact.getNumberType());
+      updated.setTimeDate(timeDate);
+      if (type != CallBackItem::CBT_NONE) updated.setCallBackType(type);
+      if (mapped != CallBackItem::CBS_NONE) updated.setCallBackState(mapped);
+      updated.setDeviceId(event->getDeviceID());
+      list.push_front(std::move(updated));
+      action = JournalServiceObserverIfc::MERGED_ENTRY;
+    }
+    sizeAfter = list.size();
+  }
+  m_pObserverNotifier->updateCallbacks(getFrontCallbackCall(), number, action);
+  if (sizeAfter != sizeBefore) m_pObserverNotifier->updateCallbackCount();
+}
