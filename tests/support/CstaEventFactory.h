@@ -96,9 +96,11 @@ inline std::unique_ptr<CSTAFailedEvent> failed(const std::string& callId, CSTADe
   return e;
 }
 
-inline std::unique_ptr<CSTAConnectionClearedEvent> cleared(const std::string& callId, CSTAEventCause cause = EC_NONE) {
+// The connection of `device` (by default the phone's own) in `callId` was cleared.
+inline std::unique_ptr<CSTAConnectionClearedEvent> cleared(const std::string& callId, CSTAEventCause cause = EC_NONE,
+                                                           const std::string& device = kOwnLine) {
   auto e = std::make_unique<CSTAConnectionClearedEvent>();
-  e->setConnection(ownConnection(callId));
+  e->setConnection({callId, dev(device)});
   e->setLocalConnectionInfo(CSTA_LCS_Null);
   e->setCause(cause);
   return e;
@@ -121,6 +123,61 @@ inline std::unique_ptr<CSTACallInformationEvent> callInformation(const std::stri
   auto e = std::make_unique<CSTACallInformationEvent>();
   e->setConnection({callId, std::move(device)});
   e->setPrivateData(std::move(privateData));
+  return e;
+}
+
+// The user joined the calls `primary` and `secondary` (each an old call with its remote party)
+// into a conference that goes on in `conferenceId`.
+inline std::unique_ptr<CSTAConferencedEvent> conferenced(const std::string& conferenceId, CSTAConnectionID primary,
+                                                         CSTAConnectionID secondary) {
+  auto e = std::make_unique<CSTAConferencedEvent>();
+  e->addConferenceConnection({ownConnection(conferenceId), ownConnection(primary.callId)});
+  e->setPrimaryOldCall(std::move(primary));
+  e->setSecondaryOldCall(std::move(secondary));
+  e->setLocalConnectionInfo(CSTA_LCS_Connected);
+  e->setCause(EC_CONFERENCE);
+  return e;
+}
+
+// An entry of the switch's own call log: `action` on list `target` for `party` at `time`, with the
+// party that diverted the call and the one that answered it when there were. Texts that are given
+// are shown; the time's field carries the number's presentation.
+inline std::unique_ptr<CSTAPrivateEvent> callLogEntry(CallLogEntryEvent::_Action action,
+                                                      CallLogEntryEvent::_LogTarget target, const CSTADeviceID& party,
+                                                      const std::string& time, const CSTADeviceID& deflecting = {},
+                                                      const CSTADeviceID& connected = {},
+                                                      int eventType = CSTAPrivateEvent::kPrivateEventCallLogEntry) {
+  using E = CallLogEntryEvent;
+  E entry;
+  entry.action = action;
+  entry.logTarget = target;
+  entry.subscriberNumber = party.number;
+  const std::string texts[E::kFieldCount] = {
+      time, party.name, deflecting.number, deflecting.name, connected.number, connected.name};
+  for (int i = 0; i < E::kFieldCount; ++i)
+    entry.fields[i] = {(i == E::FIELD_DATE_TIME ? party.number : texts[i]).empty() ? E::PV_NONE : E::PV_SHOWN,
+                       texts[i]};
+  auto e = std::make_unique<CSTAPrivateEvent>();
+  e->setEventType(eventType);
+  e->setCallLogEntry(entry);
+  return e;
+}
+
+// A callback that the switch keeps for `party`, with the switch's type and state values.
+inline std::unique_ptr<CSTACallBackEvent> callBack(CSTADeviceID party, int type, int state,
+                                                   std::string deviceId = kOwnLine) {
+  auto e = std::make_unique<CSTACallBackEvent>();
+  e->setSubjectDeviceID(std::move(party));
+  e->setDeviceID(std::move(deviceId));
+  e->setCallBackType(type);
+  e->setCallBackState(state);
+  return e;
+}
+
+// The switch's system status, one of the communicationsServiceTexts::systemState_... texts.
+inline std::unique_ptr<CSTASystemStatusEvent> systemStatus(std::string status) {
+  auto e = std::make_unique<CSTASystemStatusEvent>();
+  e->setSystemStatus(std::move(status));
   return e;
 }
 
