@@ -67,36 +67,6 @@ TEST_F(CallTracking, EventsThatMakeNoRecord) {
   EXPECT_EQ(lists(), "1 0 0 0");
 }
 
-TEST_F(CallTracking, CallsClearedBeforeTheyRangOrAfterTheyWereMarkedMissed) {
-  struct Case {
-    const char* software;
-    bool markMissed;
-    const char* lists;
-  } cases[] = {
-      {"Velmora KPX", false, "0 0 0 0"},  // offered, then cleared: no entry
-      {"Velmora KPX", true, "1 0 0 0"},   // marked missed: a missed entry
-      {"Velmora SIP", true, "0 0 0 0"},   // a SIP switch files no entry for a marked call
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(std::string(c.software) + (c.markMissed ? " marked" : " offered"));
-    JournalHarness harness;
-    harness.mgmt.setValue("software-type", c.software);
-    harness.start();
-    auto send = [&](std::unique_ptr<CSTAEvent> e) { harness.service->deliverEvent(e.get()); };
-    send(offered("20", dev("200")));
-    if (c.markMissed) {
-      send(delivered("20", CSTA_LCS_Alerting, dev("200"), dev(kOwnLine)));
-      send(callInformation("20", dev("200"), communicationsServiceTexts::content_callstatus_MissedCall));
-    }
-    send(cleared("20"));
-    auto p = harness.peer();
-    EXPECT_EQ(std::to_string(p.missedList().size()) + " " + std::to_string(p.receivedList().size()) + " " +
-                  std::to_string(p.dialledList().size()) + " " + std::to_string(p.forwardedList().size()),
-              c.lists);
-    EXPECT_EQ(harness.service->getNumberOfCalls(), 0);
-  }
-}
-
 TEST_F(CallTracking, SipOutgoingCallDivertedToTheDialledNumberKeepsItsRecord) {
   start("Velmora SIP");
   deliver(originated("30", dev("400")));
