@@ -87,7 +87,7 @@ TEST(JournalStress, ConcurrentChangesKeepTheLockOrderAndTheStoreInStep) {
     journal.refreshCallLog();
     journal.unsubscribe(&remote);
   }));
-  threads.push_back(rounds([&](int round) {  // the phone's calls, on the CSTA event thread
+  threads.push_back(rounds([&](int round) {  // the phone's calls and the switch's events
     using namespace csta;
     auto deliver = [&](std::unique_ptr<CSTAEvent> e) { journal.deliverEvent(e.get()); };
     phone.time.advance(1000);
@@ -103,6 +103,11 @@ TEST(JournalStress, ConcurrentChangesKeepTheLockOrderAndTheStoreInStep) {
     deliver(cleared("in" + n));
     deliver(delivered("fw" + n, CSTA_LCS_Alerting, dev(caller), dev(kOwnLine)));
     deliver(diverted("fw" + n, EC_CALL_FORWARD_NO_ANSWER, dev(caller), dev(kOwnLine), dev("700")));
+    // The switch's call log adds a received call, and a callback comes and goes.
+    deliver(callLogEntry(CallLogEntryEvent::ACTION_ADD, CallLogEntryEvent::LT_RECEIVED, dev("800" + n),
+                         "2024-03-06T01:00:" + std::string(round < 10 ? "0" : "") + n));
+    deliver(callBack(dev(caller), CSTACallBackEvent::CB_TYPE_BUSY, CSTACallBackEvent::CB_STATE_SET));
+    deliver(callBack(dev(caller), CSTACallBackEvent::CB_TYPE_BUSY, CSTACallBackEvent::CB_STATE_CANCELLED));
   }));
   go = true;
   for (auto& thread : threads) thread.join();
