@@ -349,22 +349,19 @@ TEST(CstaEventParseTest, AcceptsEveryEditionNamespaceOrNone) {
   const std::string body =
       "<monitorCrossRefID>1</monitorCrossRefID><connection><callID>9</callID></connection>"
       "<callingDevice><deviceIdentifier>555</deviceIdentifier></callingDevice><cause>newCall</cause>";
+  const std::string ecma = "http://www.ecma-international.org/standards/ecma-323/csta/ed";
   struct Case {
     std::string open;
     std::string close;
     bool accepted;
   };
+  const auto plain = [](const std::string& ns, bool accepted) {
+    return Case{"<DeliveredEvent" + (ns.empty() ? "" : " xmlns=\"" + ns + "\"") + ">", "</DeliveredEvent>", accepted};
+  };
   const Case cases[] = {
-      {"<DeliveredEvent xmlns=\"http://www.ecma.ch/standards/ecma-323/csta/ed2\">", "</DeliveredEvent>", true},
-      {"<DeliveredEvent xmlns=\"" + kEd3 + "\">", "</DeliveredEvent>", true},
-      {"<csta:DeliveredEvent xmlns:csta=\"http://www.ecma-international.org/standards/ecma-323/csta/ed4\">",
-       "</csta:DeliveredEvent>", true},
-      {"<DeliveredEvent xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed6\">", "</DeliveredEvent>",
-       true},
-      {"<DeliveredEvent>", "</DeliveredEvent>", true},
-      {"<DeliveredEvent xmlns=\"urn:other:protocol\">", "</DeliveredEvent>", false},
-      {"<DeliveredEvent xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed7\">",
-       "</DeliveredEvent>", false},
+      plain("http://www.ecma.ch/standards/ecma-323/csta/ed2", true), plain(ecma + "3", true), plain(ecma + "6", true),
+      plain("", true), plain("urn:other:protocol", false), plain(ecma + "7", false),
+      {"<csta:DeliveredEvent xmlns:csta=\"" + ecma + "4\">", "</csta:DeliveredEvent>", true},
   };
   for (const Case& c : cases) {
     const CstaParseResult result = parseCstaEvent(c.open + body + c.close);
