@@ -1,0 +1,410 @@
+// CSTA XML event reading: one event document of the switch -> the framework's event object.
+// Elements are matched by local name, so that any ECMA-323 edition (or none) reads the same;
+// elements this reader does not know, vendor data among them, are passed over.
+#include <cstring>
+#include <functional>
+#include <map>
+#include <memory>
+#include <pugixml.hpp>
+#include <sstream>
+#include <strings.h>
+#include <string>
+
+#include "framework/CstaEvents.h"
+#include "framework/CstaXml.h"
+
+namespace csta_xml {
+namespace {
+
+const char* localName(const pugi::xml_node& node) {
+  const char* name = node.name();
+  const char* colon = std::strrchr(name, ':');
+  return colon ? colon + 1 : name;
+}
+
+pugi::xml_node child(const pugi::xml_node& node, const char* name) {
+  for (pugi::xml_node c = node.first_child(); c; c = c.next_sibling())
+    if (c.type() == pugi::node_element && std::strcmp(localName(c), name) == 0) return c;
+  return pugi::xml_node();
+}
+
+pugi::xml_node descendant(const pugi::xml_node& node, const char* name) {
+  for (pugi::xml_node c = node.first_child(); c; c = c.next_sibling()) {
+    if (c.type() != pugi::node_element) continue;
+    if (std::strcmp(localName(c), name) == 0) return c;
+    if (pugi::xml_node found = descendant(c, name)) return found;
+  }
+  return pugi::xml_node();
+}
+
+std::string trimmed(const char* raw) {
+  std::string text(raw);
+  const auto first = text.find_first_not_of(" \t\r\n");
+  if (first == std::string::npos) return std::string();
+  return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
+}
+
+std::string text(const pugi::xml_node& node) { return node ? trimmed(node.child_value()) : std::string(); }
+
+bool flag(const pugi::xml_node& node) {
+  const std::string value = text(node);
+  return value == "true" || value == "1";
+}
+
+// True for a document element in no namespace or in an ECMA-323 edition 2 to 6 namespace.
+bool ecmaNamespace(const pugi::xml_node& root) {
+  const char* name = root.name();
+  const char* colon = std::strrchr(name, ':');
+  const std::string attribute = colon ? "xmlns:" + std::string(name, colon - name) : std::string("xmlns");
+  const std::string ns = root.attribute(attribute.c_str()).value();
+  if (ns.empty()) return true;
+  for (const char* base : {"http://www.ecma.ch/standards/ecma-323/csta/ed",
+                           "http://www.ecma-international.org/standards/ecma-323/csta/ed"}) {
+    const std::size_t length = std::strlen(base);
+    if (ns.size() == length + 1 && ns.compare(0, length, base) == 0 && ns[length] >= '2' && ns[length] <= '6')
+      return true;
+  }
+  return false;
+}
+
+// A calling, called, alerting, ... device: its deviceIdentifier, or notKnown (a party without a
+// number: the framework's "no number provided" text), or restricted (withheld: empty).
+CSTADeviceID device(const pugi::xml_node& node) {
+  if (!node) return CSTADeviceID();
+  if (pugi::xml_node id = child(node, "deviceIdentifier")) return parseDeviceIdentifier(id.child_value());
+  if (child(node, "notKnown")) return CSTADeviceID{communicationsServiceTexts::noNumberProvided, std::string()};
+  if (child(node, "restricted")) return CSTADeviceID();
+  // Some switches leave out the deviceIdentifier level.
+  return parseDeviceIdentifier(node.child_value());
+}
+
+// The last redirection device: a number dialled, else nothing (not known, not required, not
+// specified and restricted all leave it empty: there is no party to name).
+CSTADeviceID redirectionDevice(const pugi::xml_node& node) {
+  if (!node) return CSTADeviceID();
+  if (pugi::xml_node dialled = child(node, "numberDialed")) return parseDeviceIdentifier(dialled.child_value());
+  if (pugi::xml_node id = child(node, "deviceIdentifier")) return parseDeviceIdentifier(id.child_value());
+  return CSTADeviceID();
+}
+
+CSTAConnectionID connection(const pugi::xml_node& node) {
+  CSTAConnectionID result;
+  if (!node) return result;
+  result.callId = text(child(node, "callID"));
+  if (pugi::xml_node id = child(node, "deviceID")) result.device = parseDeviceIdentifier(id.child_value());
+  return result;
+}
+
+// The event's connection; when the switch left out its deviceID, the event's own device stands in.
+CSTAConnectionID connection(const pugi::xml_node& event, const char* connectionName, const char* deviceName) {
+  CSTAConnectionID result = connection(child(event, connectionName));
+  if (result.device.number.empty() && deviceName) result.device = device(child(event, deviceName));
+  return result;
+}
+
+CSTAEventCause cause(const pugi::xml_node& event) {
+  pugi::xml_node node = child(event, "cause");
+  return node ? parseEventCause(node.child_value()) : EC_NONE;
+}
+
+CSTALocalConnectionState localState(const pugi::xml_node& event) {
+  pugi::xml_node node = child(event, "localConnectionInfo");
+  return node ? parseLocalConnectionState(node.child_value()) : CSTA_LCS_None;
+}
+
+pugi::xml_node privateData(const pugi::xml_node& event) {
+  if (pugi::xml_node extensions = child(event, "extensions"))
+    if (pugi::xml_node data = child(extensions, "privateData")) return data;
+  return child(event, "privateData");
+}
+
+// The event's private data text: the call status a switch marks calls with, else empty.
+std::string callStatus(const pugi::xml_node& event) {
+  pugi::xml_node data = privateData(event);
+  return data ? text(descendant(data, "callStatus")) : std::string();
+}
+
+template <class Event>
+std::unique_ptr<Event> make(const pugi::xml_node& event) {
+  auto result = std::make_unique<Event>();
+  result->setPrivateData(callStatus(event));
+  return result;
+}
+
+template <class Event>
+void setParties(Event& target, const pugi::xml_node& event) {
+  target.setCallingDevice(device(child(event, "callingDevice")));
+  target.setCalledDevice(device(child(event, "calledDevice")));
+}
+
+// ---- call-log entry in a private event ----
+
+// A value given by name or by its decimal number; -1 when it is neither.
+int enumValue(const pugi::xml_node& node, std::initializer_list<const char*> names) {
+  const std::string value = text(node);
+  int index = 0;
+  for (const char* name : names) {
+    if (value == name || value == std::to_string(index)) return index;
+    ++index;
+  }
+  return -1;
+}
+
+bool callLogEntry(const pugi::xml_node& node, CallLogEntryEvent& entry) {
+  const int action = enumValue(child(node, "action"), {"add", "delete"});
+  const int target = enumValue(child(node, "logTarget"), {"received", "missed", "missedOther", "unused", "dialled",
+                                                          "dialledDiverted", "dialledOther"});
+  pugi::xml_node formatNode = child(node, "timeFormat");
+  const int format = formatNode ? enumValue(formatNode, {"local", "utc"}) : 0;
+  if (action < 0 || target < 0 || format < 0) return false;
+  entry.action = static_cast<CallLogEntryEvent::_Action>(action);
+  entry.logTarget = static_cast<CallLogEntryEvent::_LogTarget>(target);
+  entry.timeFormat = static_cast<CallLogEntryEvent::_TFormat>(format);
+  entry.subscriberNumber = text(child(node, "subscriberNumber"));
+  static const char* const kFields[CallLogEntryEvent::kFieldCount] = {"dateTime",      "name",
+                                                                      "deflectNumber", "deflectName",
+                                                                      "connectedNumber", "connectedName"};
+  for (int i = 0; i < CallLogEntryEvent::kFieldCount; ++i) {
+    pugi::xml_node field = child(node, kFields[i]);
+    CallLogEntryEvent::Field& out = entry.fields[i];
+    out.text = field ? field.child_value() : "";
+    pugi::xml_attribute presentation = field.attribute("presentation");
+    const std::string value = presentation.value();
+    if (value == "shown" || value == "1") {
+      out.presentation = CallLogEntryEvent::PV_SHOWN;
+    } else if (value == "restricted" || value == "2") {
+      out.presentation = CallLogEntryEvent::PV_RESTRICTED;
+    } else if (presentation) {
+      out.presentation = CallLogEntryEvent::PV_NONE;
+    } else {
+      out.presentation = out.text.empty() ? CallLogEntryEvent::PV_NONE : CallLogEntryEvent::PV_SHOWN;
+    }
+  }
+  return true;
+}
+
+std::string innerXml(const pugi::xml_node& node) {
+  std::ostringstream out;
+  for (pugi::xml_node c = node.first_child(); c; c = c.next_sibling())
+    c.print(out, "", pugi::format_raw | pugi::format_no_declaration);
+  return out.str();
+}
+
+// ---- one reader per event ----
+
+using Reader = std::function<std::unique_ptr<CSTAEvent>(const pugi::xml_node&)>;
+
+std::unique_ptr<CSTAEvent> readOriginated(const pugi::xml_node& e) {
+  auto event = make<CSTAOriginatedEvent>(e);
+  event->setConnection(connection(e, "originatedConnection", "callingDevice"));
+  setParties(*event, e);
+  event->setLocalConnectionInfo(localState(e));
+  event->setCause(cause(e));
+  return event;
+}
+
+std::unique_ptr<CSTAEvent> readOffered(const pugi::xml_node& e) {
+  auto event = make<CSTAOfferedEvent>(e);
+  event->setConnection(connection(e, "offeredConnection", "offeredDevice"));
+  setParties(*event, e);
+  event->setLastRedirectionDevice(redirectionDevice(child(e, "lastRedirectionDevice")));
+  event->setCause(cause(e));
+  return event;
+}
+
+std::unique_ptr<CSTAEvent> readDelivered(const pugi::xml_node& e) {
+  auto event = make<CSTADeliveredEvent>(e);
+  event->setConnection(connection(e, "connection", "alertingDevice"));
+  event->setAlertingDevice(device(child(e, "alertingDevice")));
+  setParties(*event, e);
+  event->setLastRedirectionDevice(redirectionDevice(child(e, "lastRedirectionDevice")));
+  event->setLocalConnectionInfo(localState(e));
+  event->setCause(cause(e));
+  return event;
+}
+
+std::unique_ptr<CSTAEvent> readQueued(const pugi::xml_node& e) {
+  auto event = make<CSTAQueuedEvent>(e);
+  event->setConnection(connection(e, "queuedConnection", nullptr));
+  event->setQueueDevice(device(child(e, "queue")));
+  setParties(*event, e);
+  event->setLastRedirectionDevice(redirectionDevice(child(e, "lastRedirectionDevice")));
+  event->setCause(cause(e));
+  return event;
+}
+
+std::unique_ptr<CSTAEvent> readEstablished(const pugi::xml_node& e) {
+  auto event = make<CSTAEstablishedEvent>(e);
+  event->setConnection(connection(e, "establishedConnection", "answeringDevice"));
+  event->setAnsweringDevice(device(child(e, "answeringDevice")));
+  setParties(*event, e);
+  event->setLastRedirectionDevice(redirectionDevice(child(e, "lastRedirectionDevice")));
+  event->setLocalConnectionInfo(localState(e));
+  event->setCause(cause(e));
+  return event;
+}
+
+std::unique_ptr<CSTAEvent> readDiverted(const pugi::xml_node& e) {
+  auto event = make<CSTADivertedEvent>(e);
+  event->setConnection(connection(e, "connection", "divertingDevice"));
+  event->setNewDestinationDevice(device(child(e, "newDestination")));
+  setParties(*event, e);
+  event->setLastRedirectionDevice(redirectionDevice(child(e, "lastRedirectionDevice")));
+  event->setLocalConnectionInfo(localState(e));
+  event->setCause(cause(e));
+  return event;
+}
+
+std::unique_ptr<CSTAEvent> readFailed(const pugi::xml_node& e) {
+  auto event = make<CSTAFailedEvent>(e);
+  event->setConnection(connection(e, "failedConnection", "failingDevice"));
+  setParties(*event, e);
+  event->setLastRedirectionDevice(redirectionDevice(child(e, "lastRedirectionDevice")));
+  event->setLocalConnectionInfo(localState(e));
+  event->setCause(cause(e));
+  return event;
+}
+
+std::unique_ptr<CSTAEvent> readConnectionCleared(const pugi::xml_node& e) {
+  auto event = make<CSTAConnectionClearedEvent>(e);
+  event->setConnection(connection(e, "droppedConnection", "releasingDevice"));
+  event->setLocalConnectionInfo(localState(e));
+  event->setCause(cause(e));
+  return event;
+}
+
+std::unique_ptr<CSTAEvent> readTransferred(const pugi::xml_node& e) {
+  auto event = make<CSTATransferredEvent>(e);
+  event->setConnection(connection(e, "primaryOldCall", "transferringDevice"));
+  event->setSecondaryOldCall(connection(child(e, "secondaryOldCall")));
+  const CSTADeviceID transferredTo = device(child(e, "transferredToDevice"));
+  event->setTransferredToDevice(transferredTo);
+  event->setRemotePartyName(transferredTo.name);
+  event->setLocalConnectionInfo(localState(e));
+  event->setCause(cause(e));
+  return event;
+}
+
+std::unique_ptr<CSTAEvent> readConferenced(const pugi::xml_node& e) {
+  auto event = make<CSTAConferencedEvent>(e);
+  event->setPrimaryOldCall(connection(child(e, "primaryOldCall")));
+  event->setSecondaryOldCall(connection(child(e, "secondaryOldCall")));
+  if (pugi::xml_node list = child(e, "conferenceConnections")) {
+    for (pugi::xml_node item = list.first_child(); item; item = item.next_sibling()) {
+      if (item.type() != pugi::node_element) continue;
+      pugi::xml_node newConnection = child(item, "newConnection");
+      pugi::xml_node oldConnection = child(item, "oldConnection");
+      if (!newConnection && !oldConnection) continue;
+      event->addConferenceConnection({connection(newConnection), connection(oldConnection)});
+    }
+  }
+  event->setLocalConnectionInfo(localState(e));
+  event->setCause(cause(e));
+  return event;
+}
+
+std::unique_ptr<CSTAEvent> readCallInformation(const pugi::xml_node& e) {
+  auto event = make<CSTACallInformationEvent>(e);
+  event->setConnection(connection(e, "connection", "device"));
+  setParties(*event, e);
+  return event;
+}
+
+std::unique_ptr<CSTAEvent> readHookswitch(const pugi::xml_node& e) {
+  auto event = make<CSTAHookswitchEvent>(e);
+  event->setDevice(device(child(e, "device")));
+  event->setOn(flag(child(e, "hookswitchOnHook")));
+  return event;
+}
+
+std::unique_ptr<CSTAEvent> readCallBack(const pugi::xml_node& e) {
+  auto event = make<CSTACallBackEvent>(e);
+  event->setSubjectDeviceID(device(child(e, "targetDevice")));
+  event->setDeviceID(device(child(e, "originatingDevice")).number);
+  event->setCallBackState(flag(child(e, "callBackSetCanceled")) ? CSTACallBackEvent::CB_STATE_CANCELLED
+                                                                : CSTACallBackEvent::CB_STATE_SET);
+  return event;
+}
+
+std::unique_ptr<CSTAEvent> readPrivate(const pugi::xml_node& e) {
+  auto event = make<CSTAPrivateEvent>(e);
+  pugi::xml_node data = privateData(e);
+  if (event->getPrivateData().empty()) event->setPrivateData(innerXml(data));
+  if (pugi::xml_node entryNode = descendant(data, "callLogEntry")) {
+    CallLogEntryEvent entry;
+    if (callLogEntry(entryNode, entry)) {
+      event->setEventType(CSTAPrivateEvent::kPrivateEventCallLogEntry);
+      event->setCallLogEntry(entry);
+    }
+  }
+  return event;
+}
+
+std::unique_ptr<CSTAEvent> readSystemStatus(const pugi::xml_node& e) {
+  namespace texts = communicationsServiceTexts;
+  static const char* const kStates[] = {
+      texts::systemState_initializing,      texts::systemState_enabled,          texts::systemState_normal,
+      texts::systemState_messagesLost,      texts::systemState_disabled,         texts::systemState_partiallyDisabled,
+      texts::systemState_overloadImminent,  texts::systemState_overloadReached,  texts::systemState_overloadRelieved};
+  auto event = make<CSTASystemStatusEvent>(e);
+  std::string status = text(child(e, "systemStatus"));
+  for (const char* state : kStates)
+    if (strcasecmp(status.c_str(), state) == 0) status = state;
+  event->setSystemStatus(status);
+  return event;
+}
+
+const std::map<std::string, Reader>& readers() {
+  static const std::map<std::string, Reader> table = {
+      {"OriginatedEvent", readOriginated},
+      {"OfferedEvent", readOffered},
+      {"DeliveredEvent", readDelivered},
+      {"QueuedEvent", readQueued},
+      {"EstablishedEvent", readEstablished},
+      {"DivertedEvent", readDiverted},
+      {"FailedEvent", readFailed},
+      {"ConnectionClearedEvent", readConnectionCleared},
+      {"TransferedEvent", readTransferred},
+      {"TransferredEvent", readTransferred},
+      {"ConferencedEvent", readConferenced},
+      {"CallInformationEvent", readCallInformation},
+      {"HookswitchEvent", readHookswitch},
+      {"CallBackEvent", readCallBack},
+      {"PrivateEvent", readPrivate},
+      {"SystemStatus", readSystemStatus},
+  };
+  return table;
+}
+
+}  // namespace
+
+CstaParseResult parseCstaEvent(const std::string& xml) {
+  CstaParseResult result;
+  pugi::xml_document document;
+  const pugi::xml_parse_result parsed = document.load_buffer(xml.data(), xml.size());
+  if (!parsed) {
+    result.kind = CstaParseResult::Malformed;
+    result.error = std::string(parsed.description()) + " at offset " + std::to_string(parsed.offset);
+    return result;
+  }
+  pugi::xml_node root = document.document_element();
+  if (!root) {
+    result.kind = CstaParseResult::Malformed;
+    result.error = "no document element";
+    return result;
+  }
+  result.elementName = localName(root);
+  const auto& table = readers();
+  const auto reader = table.find(result.elementName);
+  if (reader == table.end() || !ecmaNamespace(root)) return result;
+  result.event = reader->second(root);
+  result.kind = CstaParseResult::Event;
+  return result;
+}
+
+std::string systemStatusResponseXml() {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>"
+         "<SystemStatusResponse xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed3\"/>";
+}
+
+}  // namespace csta_xml
