@@ -12,105 +12,74 @@
 namespace {
 
 using H = JournalServiceHelper;
+using Missed = std::deque<MissedCallItem>;
 
-std::string request(const char* table, const char* reason, const std::string& items = "") {
+std::string request(const char* reason, const std::string& items = "", const char* table = H::DAS_CALLLOGMISSEDCALLS) {
   std::string message = H::createXMLField(H::REASONFORMESSAGE, reason) + items;
   H::addXMLHeaderFooter(message, table);
   return message;
 }
-
 std::string entry(const MissedCallItem& item, bool isDelete = false) {
   return H::createXMLField(H::ENTRY, H::createXMLMissedCallItemBody(item, isDelete));
 }
-
-class MemoryStoreTest : public ::testing::Test {
- protected:
-  std::deque<MissedCallItem> readMissed() {
-    std::deque<MissedCallItem> list;
+struct MemoryStoreTest : ::testing::Test {
+  Missed readMissed() {
+    Missed list;
     EXPECT_TRUE(H::parseXMLMissedCallList(store.processRequest(H::readMissedCallList()), list));
     return list;
   }
   std::string put(const std::string& items, const char* reason = H::WRITEREQUEST) {
     std::string id;
-    EXPECT_TRUE(H::parseLastUniqueId(store.processRequest(request(H::DAS_CALLLOGMISSEDCALLS, reason, items)), id));
-    return id;
+    return H::parseLastUniqueId(store.processRequest(request(reason, items)), id) ? id : "no id";
   }
-
   MemoryDataAccessService store;
 };
 
-TEST_F(MemoryStoreTest, WritesGiveNewRowsAndReadsGiveThemBackWithTheirIds) {
+TEST_F(MemoryStoreTest, WritesReplacesReadsAndDeletesRowsWithIdsNeverReused) {
   auto a = makeEntry<MissedCallItem>("E1", "4711", "2024-03-09T10:11:12", 3);
   auto b = makeEntry<MissedCallItem>("E2", "<&\"\r\n>", "2024-03-09T10:11:13");
+  auto c = makeEntry<MissedCallItem>("E2", "4712", "2024-03-09T10:11:14");
+  auto badId = a;  // for a delete whose unique id names no row that can exist: nothing goes
   EXPECT_EQ(put(entry(a) + entry(b)), "2");
-  a.setUniqueId("1");
-  b.setUniqueId("2");
-  EXPECT_EQ(readMissed(), (std::deque<MissedCallItem>{a, b}));
-  // Other tables are kept apart.
-  std::deque<DialledCallItem> dialled;
-  EXPECT_TRUE(H::parseXMLDialledCallList(store.processRequest(H::readDialledCallList()), dialled));
-  EXPECT_TRUE(dialled.empty());
-}
-
-TEST_F(MemoryStoreTest, AnEntryNamingItsRowReplacesItAndIdsAreNeverReused) {
-  auto a = makeEntry<MissedCallItem>("E1", "4711", "2024-03-09T10:11:12");
-  const std::string id = put(entry(a));
+  for (auto [item, id] : {std::pair{&a, "1"}, {&b, "2"}, {&c, "99"}, {&badId, "x"}}) item->setUniqueId(id);
   a.setSurname("changed");
-  a.setUniqueId(id);
-  EXPECT_EQ(put(entry(a), H::UPDATEREQUEST), id);
-  EXPECT_EQ(readMissed(), std::deque<MissedCallItem>{a});
-
-  auto b = makeEntry<MissedCallItem>("E2", "4712", "2024-03-09T10:11:13");
-  b.setUniqueId("99");  // names no row: a new one
-  EXPECT_EQ(put(entry(b)), "2");
-  store.processRequest(request(H::DAS_CALLLOGMISSEDCALLS, H::DELETEREQUEST));
-  EXPECT_TRUE(readMissed().empty());
-  EXPECT_EQ(put(entry(b)), "3");
-}
-
-TEST_F(MemoryStoreTest, DeletesByUniqueIdOrElseByEntryId) {
-  auto a = makeEntry<MissedCallItem>("E1", "1", "2024-03-09T10:11:12");
-  auto b = makeEntry<MissedCallItem>("E2", "2", "2024-03-09T10:11:12");
-  auto c = makeEntry<MissedCallItem>("E2", "3", "2024-03-09T10:11:12");
-  put(entry(a) + entry(b) + entry(c));
-  a.setUniqueId("1");
-  auto byEntryId = makeEntry<MissedCallItem>("E2", "", "");
-  auto badId = a;
-  badId.setUniqueId("x");  // names no row that can exist: nothing goes
-  store.processRequest(request(H::DAS_CALLLOGMISSEDCALLS, H::DELETEREQUEST, entry(badId, true)));
-  EXPECT_EQ(readMissed().size(), 3u);
-  store.processRequest(request(H::DAS_CALLLOGMISSEDCALLS, H::DELETEREQUEST, entry(byEntryId, true)));
-  EXPECT_EQ(readMissed(), std::deque<MissedCallItem>{a});
-  store.processRequest(request(H::DAS_CALLLOGMISSEDCALLS, H::DELETEREQUEST, entry(a, true)));
-  EXPECT_TRUE(readMissed().empty());
-}
-
-TEST_F(MemoryStoreTest, KeepsTheSettings) {
-  LogCapture log;
-  const char* table = H::SETTINGS_SCHEMA;
-  EXPECT_NE(store.processRequest(request(table, H::UPDATEREQUEST, H::createXMLField(H::MISSED_LOGGING, "false"))),
-            "failed");
-  std::string value;
-  EXPECT_TRUE(H::getXMLValue(store.processRequest(request(table, H::READREQUEST)), H::MISSED_LOGGING, value));
-  EXPECT_EQ(value, "false");
-  store.processRequest(request(table, H::DELETEREQUEST, H::createXMLField(H::MISSED_LOGGING, "")));
-  EXPECT_FALSE(H::getXMLValue(store.processRequest(request(table, H::READREQUEST)), H::MISSED_LOGGING, value));
-  EXPECT_EQ(store.processRequest(request(table, H::UPDATEREQUEST, H::createXMLField("colour", "red"))), "failed");
-  EXPECT_TRUE(log.contains("unknown setting <colour>", 2));
-}
-
-TEST_F(MemoryStoreTest, ARequestThatFailsChangesNothing) {
-  LogCapture log;
-  const auto good = makeEntry<MissedCallItem>("E1", "4711", "2024-03-09T10:11:12");
-  const std::string wrongType = H::createXMLField(
-      H::ENTRY, H::createXMLDialledCallItemBody(makeEntry<DialledCallItem>("E2", "1", "2024-03-09T10:11:12"), false));
-  for (const std::string& bad : {wrongType, H::createXMLField(H::ENTRY, "<missedCall>"), std::string("<other/>")}) {
-    EXPECT_EQ(store.processRequest(request(H::DAS_CALLLOGMISSEDCALLS, H::WRITEREQUEST, entry(good) + bad)), "failed");
+  EXPECT_EQ(put(entry(a), H::UPDATEREQUEST), "1");  // an entry naming its row replaces it
+  EXPECT_EQ(put(entry(c)), "3");                     // c names no row: a new one
+  c.setUniqueId("3");
+  std::deque<DialledCallItem> dialled;  // other tables are kept apart
+  EXPECT_TRUE(H::parseXMLDialledCallList(store.processRequest(H::readDialledCallList()), dialled) && dialled.empty());
+  // A delete goes by unique id, or else by entry id; with no entry it empties the table.
+  const std::pair<std::string, Missed> steps[] = {{entry(badId, true), {a, b, c}},
+      {entry(makeEntry<MissedCallItem>("E2", "", ""), true), {a}}, {entry(a, true), {}}};
+  for (const auto& [items, left] : steps) {
+    store.processRequest(request(H::DELETEREQUEST, items));
+    EXPECT_EQ(readMissed(), left) << items;
   }
-  EXPECT_EQ(store.processRequest("<storeRequest"), "failed");
-  EXPECT_EQ(store.processRequest(request("noSuchTable", H::READREQUEST)), "failed");
-  EXPECT_EQ(store.processRequest(request(H::DAS_CALLLOGMISSEDCALLS, H::READREQUEST, entry(good))), "failed");
+  EXPECT_EQ(put(entry(b) + entry(c)), "5");  // ids are never reused
+  store.processRequest(request(H::DELETEREQUEST));
   EXPECT_TRUE(readMissed().empty());
+}
+
+TEST_F(MemoryStoreTest, KeepsTheSettingsAndARequestThatFailsChangesNothing) {
+  LogCapture log;
+  const auto setting = [&](const char* reason, const std::string& items = "") {
+    return store.processRequest(request(reason, items, H::SETTINGS_SCHEMA));
+  };
+  std::string value;
+  EXPECT_NE(setting(H::UPDATEREQUEST, H::createXMLField(H::MISSED_LOGGING, "false")), "failed");
+  EXPECT_TRUE(H::getXMLValue(setting(H::READREQUEST), H::MISSED_LOGGING, value) && value == "false") << value;
+  setting(H::DELETEREQUEST, H::createXMLField(H::MISSED_LOGGING, ""));
+  EXPECT_FALSE(H::getXMLValue(setting(H::READREQUEST), H::MISSED_LOGGING, value));
+  const std::string good = entry(makeEntry<MissedCallItem>("E1", "4711", "2024-03-09T10:11:12")), wrongType =
+      H::createXMLField(H::ENTRY, H::createXMLDialledCallItemBody(makeEntry<DialledCallItem>("D", "1", "2024"), false));
+  for (const std::string& bad : {request(H::WRITEREQUEST, good + wrongType), request(H::WRITEREQUEST, good + "<x/>"),
+                                 request(H::WRITEREQUEST, good + H::createXMLField(H::ENTRY, "<missedCall>")),
+                                 request(H::READREQUEST, good), request(H::READREQUEST, "", "noSuchTable"),
+                                 request(H::UPDATEREQUEST, H::createXMLField("colour", "red"), H::SETTINGS_SCHEMA),
+                                 std::string("<storeRequest")})
+    EXPECT_EQ(store.processRequest(bad), "failed") << bad;
+  EXPECT_TRUE(readMissed().empty());
+  EXPECT_TRUE(log.contains("unknown setting <colour>", 2));
   EXPECT_TRUE(log.contains("Store request failed: an entry's item body is a <dialledCall>, not a <missedCall>", 2));
 }
 
