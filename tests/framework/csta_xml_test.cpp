@@ -50,7 +50,11 @@ TEST(CstaFrameTest, RefusesBadHeadersAndStaysFailed) {
     decoder.feed(bytes.data(), bytes.size());
     CstaFrame frame;
     std::string error = "accepted";
-    try { decoder.next(frame); } catch (const CstaFramingError& e) { error = e.what(); }
+    try {
+      decoder.next(frame);
+    } catch (const CstaFramingError& e) {
+      error = e.what();
+    }
     EXPECT_NE(error.find(message), std::string::npos) << error;
     const std::string good = encodeFrame(1, "<a/>");
     decoder.feed(good.data(), good.size());
@@ -60,9 +64,13 @@ TEST(CstaFrameTest, RefusesBadHeadersAndStaysFailed) {
 
 TEST(CstaValuesTest, DeviceIdentifierForms) {
   const std::tuple<const char*, const char*, const char*> cases[] = {
-      {"4711", "4711", ""}, {" 4711 ", "4711", ""}, {"", "", ""},
-      {"tel:+498912345;phone-context=pbx", "+498912345", ""}, {"sip:2001@pbx.example.com;user=phone", "2001", ""},
-      {"\"Anna Berg\" <sip:2002@pbx.example.com>", "2002", "Anna Berg"}, {"N<302118840100>;noa=nk", "302118840100", ""},
+      {"4711", "4711", ""},
+      {" 4711 ", "4711", ""},
+      {"", "", ""},
+      {"tel:+498912345;phone-context=pbx", "+498912345", ""},
+      {"sip:2001@pbx.example.com;user=phone", "2001", ""},
+      {"\"Anna Berg\" <sip:2002@pbx.example.com>", "2002", "Anna Berg"},
+      {"N<302118840100>;noa=nk", "302118840100", ""},
       {"N<7868772298>Line71001;displayNumber=7868772298", "7868772298", ""},
       {"N<2003>;displayNumber=2003;displayName=Jan%20Ek", "2003", "Jan Ek"},
       {"2004;displayName=\"Eva Lind\"", "2004", "Eva Lind"}};
@@ -71,14 +79,25 @@ TEST(CstaValuesTest, DeviceIdentifierForms) {
 }
 
 TEST(CstaValuesTest, CausesAndLocalStates) {
-  const std::pair<const char*, int> causes[] = {
-      {"activeParticipation", 1}, {"callForwardNoAnswer", 8}, {"callForward", 9},   {"voiceUnitInitiator", 34},
-      {"dTMFDigitDetected", 39},  {"normalClearing", 48},     {"aCDBusy", 57},     {"normal", 78},
-      {"unauthorisedBearerService", 87}, {"NORMALCLEARING", 48}, {"0", 0},          {"112", 112},
-      {"badURI", EC_NONE},        {"", EC_NONE},              {"-3", EC_NONE}};
+  const std::pair<const char*, int> causes[] = {{"activeParticipation", 1},
+                                                {"callForwardNoAnswer", 8},
+                                                {"callForward", 9},
+                                                {"voiceUnitInitiator", 34},
+                                                {"dTMFDigitDetected", 39},
+                                                {"normalClearing", 48},
+                                                {"aCDBusy", 57},
+                                                {"normal", 78},
+                                                {"unauthorisedBearerService", 87},
+                                                {"NORMALCLEARING", 48},
+                                                {"0", 0},
+                                                {"112", 112},
+                                                {"badURI", EC_NONE},
+                                                {"", EC_NONE},
+                                                {"-3", EC_NONE}};
   for (const auto& [text, number] : causes) EXPECT_EQ(parseEventCause(text), number) << text;
   const std::pair<const char*, int> states[] = {{"null", 0}, {"initiated", 1}, {"alerting", 2}, {"connected", 3},
-      {"hold", 4}, {"queued", 5}, {"fail", 6}, {"3", 3}, {"7", -1}, {"ringing", -1}};
+                                                {"hold", 4}, {"queued", 5},    {"fail", 6},     {"3", 3},
+                                                {"7", -1},   {"ringing", -1}};
   for (const auto& [text, state] : states) EXPECT_EQ(parseLocalConnectionState(text), state) << text;
 }
 
@@ -90,8 +109,10 @@ CSTADeviceID party(const E& event, void (P::*getter)(std::string&, std::string&)
   return device;
 }
 std::string doc(const std::string& name, const std::string& body) {
-  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?><" + name + " xmlns=\"http://www.ecma-international.org/standards/"
-         "ecma-323/csta/ed3\"><monitorCrossRefID>77</monitorCrossRefID>" + body + "</" + name + ">";
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?><" + name +
+         " xmlns=\"http://www.ecma-international.org/standards/"
+         "ecma-323/csta/ed3\"><monitorCrossRefID>77</monitorCrossRefID>" +
+         body + "</" + name + ">";
 }
 std::string dev(const char* role, const char* id) {
   return std::string("<") + role + "><deviceIdentifier>" + id + "</deviceIdentifier></" + role + ">";
@@ -125,10 +146,10 @@ TEST(CstaEventParseTest, ReadsEventsIntoTheirObjects) {
        on<CSTADeliveredEvent>([](const CSTADeliveredEvent& d) {
          EXPECT_EQ(d.getCallID(), "FF00");
          using C = CSTADeliveredEvent;
-         EXPECT_EQ((std::vector<D>{d.getConnection().device, party(d, &C::getAlertingDevice),
-                                   party(d, &C::getCallingDevice), party(d, &C::getCalledDevice),
-                                   party(d, &C::getLastRedirectionDevice)}),
-                   (std::vector<D>{{"2001"}, {"2001", "Desk"}, {"0301234", "Ola Nord"}, {"2001"}, {"2050"}}));
+         EXPECT_EQ(
+             (std::vector<D>{d.getConnection().device, party(d, &C::getAlertingDevice), party(d, &C::getCallingDevice),
+                             party(d, &C::getCalledDevice), party(d, &C::getLastRedirectionDevice)}),
+             (std::vector<D>{{"2001", ""}, {"2001", "Desk"}, {"0301234", "Ola Nord"}, {"2001", ""}, {"2050", ""}}));
          EXPECT_EQ((std::vector<int>{d.getLocalConnectionInfo(), d.getCause()}),
                    (std::vector<int>{CSTA_LCS_Alerting, EC_REDIRECTED}));
          EXPECT_EQ(d.getPrivateData(), "MissedCall");
@@ -141,7 +162,8 @@ TEST(CstaEventParseTest, ReadsEventsIntoTheirObjects) {
          EXPECT_EQ(o.getPrivateData(), "");
        })},
       {doc("EstablishedEvent",
-           conn("establishedConnection", "42") + "<callingDevice><notKnown/></callingDevice><calledDevice><restricted/>"
+           conn("establishedConnection", "42") +
+               "<callingDevice><notKnown/></callingDevice><calledDevice><restricted/>"
                "</calledDevice><lastRedirectionDevice><notRequired/></lastRedirectionDevice><cause>48</cause>"),
        on<CSTAEstablishedEvent>([](const CSTAEstablishedEvent& s) {
          using C = CSTAEstablishedEvent;
@@ -172,11 +194,11 @@ TEST(CstaEventParseTest, ReadsEventsIntoTheirObjects) {
          EXPECT_EQ(party(t, &CSTATransferredEvent::getTransferredToDevice), (D{"2003", "Kim"}));
          EXPECT_EQ(t.getRemotePartyName(), "Kim");
        })},
-      {doc("ConferencedEvent",
-           conn("primaryOldCall", "49") + conn("secondaryOldCall", "50") + "<conferenceConnections>" +
-               "<connectionListItem>" + conn("newConnection", "51") + conn("oldConnection", "49") +
-               "</connectionListItem><connectionListItem>" + conn("newConnection", "51") +
-               conn("oldConnection", "50", "2004") + "</connectionListItem></conferenceConnections>"),
+      {doc("ConferencedEvent", conn("primaryOldCall", "49") + conn("secondaryOldCall", "50") +
+                                   "<conferenceConnections>" + "<connectionListItem>" + conn("newConnection", "51") +
+                                   conn("oldConnection", "49") + "</connectionListItem><connectionListItem>" +
+                                   conn("newConnection", "51") + conn("oldConnection", "50", "2004") +
+                                   "</connectionListItem></conferenceConnections>"),
        on<CSTAConferencedEvent>([](const CSTAConferencedEvent& c) {
          EXPECT_EQ(c.getPrimaryoldcallCallID() + " " + c.getSecondaryoldcallCallID() + " " + c.getConferenceCallID(),
                    "49 50 51");
@@ -212,10 +234,11 @@ TEST(CstaEventParseTest, ReadsEventsIntoTheirObjects) {
          EXPECT_EQ((std::vector<int>{entry.action, entry.logTarget, entry.timeFormat}),
                    (std::vector<int>{L::ACTION_DELETE, L::LT_DIALLED_DIVERTED, L::TF_UTC}));
          EXPECT_EQ(entry.subscriberNumber, "0301234");
-         EXPECT_EQ((std::vector<L::Field>{entry.field(L::FIELD_DATE_TIME), entry.field(L::FIELD_NAME),
-                                          entry.field(L::FIELD_DEFLECT_NUMBER), entry.field(L::FIELD_CONNECTED_NAME)}),
-                   (std::vector<L::Field>{{L::PV_SHOWN, "2026-03-01T10:00:00"}, {L::PV_RESTRICTED, "Ola"},
-                                          {L::PV_NONE, ""}, {L::PV_NONE, ""}}));
+         EXPECT_EQ(
+             (std::vector<L::Field>{entry.field(L::FIELD_DATE_TIME), entry.field(L::FIELD_NAME),
+                                    entry.field(L::FIELD_DEFLECT_NUMBER), entry.field(L::FIELD_CONNECTED_NAME)}),
+             (std::vector<L::Field>{
+                 {L::PV_SHOWN, "2026-03-01T10:00:00"}, {L::PV_RESTRICTED, "Ola"}, {L::PV_NONE, ""}, {L::PV_NONE, ""}}));
        })},
       {doc("PrivateEvent", "<privateData><private><keyPressed>5</keyPressed></private></privateData>"),
        on<CSTAPrivateEvent>([](const CSTAPrivateEvent& p) {
@@ -237,18 +260,23 @@ TEST(CstaEventParseTest, EditionNamespacesAndOtherDocuments) {
   const std::string ev = "DeliveredEvent";
   const auto yes = CstaParseResult::Event, no = CstaParseResult::Unknown;
   const std::tuple<std::string, std::string, CstaParseResult::Kind> cases[] = {
-      {ev + " xmlns=\"http://www.ecma.ch/standards/ecma-323/csta/ed2\"", ev, yes}, {ev + ecma + "3\"", ev, yes},
-      {ev + ecma + "6\"", ev, yes}, {ev, ev, yes}, {"x:" + ev + " xmlns:x" + ecma.substr(6) + "4\"", "x:" + ev, yes},
-      {ev + " xmlns=\"urn:other:protocol\"", ev, no}, {ev + ecma + "7\"", ev, no},
+      {ev + " xmlns=\"http://www.ecma.ch/standards/ecma-323/csta/ed2\"", ev, yes},
+      {ev + ecma + "3\"", ev, yes},
+      {ev + ecma + "6\"", ev, yes},
+      {ev, ev, yes},
+      {"x:" + ev + " xmlns:x" + ecma.substr(6) + "4\"", "x:" + ev, yes},
+      {ev + " xmlns=\"urn:other:protocol\"", ev, no},
+      {ev + ecma + "7\"", ev, no},
       {"HeldEvent" + ecma + "3\"", "HeldEvent", no}};
   for (const auto& [open, close, kind] : cases) {
     const CstaParseResult result = parseCstaEvent("<" + open + ">" + body + "</" + close + ">");
     EXPECT_EQ(result.elementName, close.substr(close.find(':') + 1)) << open;
     ASSERT_EQ(result.kind, kind) << open;
     ASSERT_EQ(result.event != nullptr, kind == CstaParseResult::Event) << open;
-    if (result.event) on<CSTADeliveredEvent>([&open = open](const CSTADeliveredEvent& d) {
-      EXPECT_EQ(d.getCallID() + " " + party(d, &CSTADeliveredEvent::getCallingDevice).number, "9 555") << open;
-    })(*result.event);
+    if (result.event)
+      on<CSTADeliveredEvent>([&open = open](const CSTADeliveredEvent& d) {
+        EXPECT_EQ(d.getCallID() + " " + party(d, &CSTADeliveredEvent::getCallingDevice).number, "9 555") << open;
+      })(*result.event);
   }
   for (const char* broken : {"<DeliveredEvent><connection></DeliveredEvent>", ""}) {
     const CstaParseResult result = parseCstaEvent(broken);
