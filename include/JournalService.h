@@ -456,6 +456,22 @@ class JournalService : public Service,
   std::optional<MissedRemoval> removeMissedEntryOf(const std::string& subscriberNumber);
   void notifyMissedRemoval(const MissedRemoval& removal);
   std::optional<unsigned> withdrawNewestMissedOccurrence(const Contact& contact);
+  // The call-log data a KPX switch sends with a call (and the switch's call log with its entries).
+  struct SwitchLogData {
+    CallLogEntryEvent::_LogTarget logTarget;
+    CallLogEntryEvent::_PresentationValue numberPresentation;
+    CallLogEntryEvent::_PresentationValue namePresentation;
+    CallLogEntryEvent::_PresentationValue deflectNumberPresentation;
+    const std::string& deflectNumber;
+    CallLogEntryEvent::_PresentationValue deflectNamePresentation;
+    const std::string& deflectName;
+    CallLogEntryEvent::_TFormat timeFormat;
+    const std::string& timeDate;
+  };
+  template <class Info>
+  void fillSwitchLogData(Info& info, const SwitchLogData& data);
+  template <class Item>
+  auto insertByNewestOccurrenceOf();
   template <class Info>
   void fillConnectedParty(Info& info, const std::string& remoteParty, const std::string& connectedParty,
                           const std::string& connectedName);

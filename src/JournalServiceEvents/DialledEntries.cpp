@@ -90,13 +90,9 @@ bool JournalService::newDialledCallEntry(const std::string& entryId, const std::
 
 bool JournalService::removeDialledCallEntry(const std::string& subscriberNumber, const std::string& entryTime) {
   JLOG(kCoreLog, 5, "%s():Subscriber Number: %s, entryTime: %s", __func__, subscriberNumber.c_str(), entryTime.c_str());
-  auto replace = [this](std::deque<DialledCallItem>& list, const DialledCallItem& rebuilt) {
-    insertByNewestOccurrence(list, rebuilt, *this);
-  };
-  if (!removeOccurrencesUpTo<DialledCallItem>(subscriberNumber, entryTime, replace)) {
-    JLOG(kCoreLog, 5, "%s():no entry has been removed", __func__);
+  if (!removeOccurrencesUpTo<DialledCallItem>(subscriberNumber, entryTime,
+                                              insertByNewestOccurrenceOf<DialledCallItem>()))
     return false;
-  }
   m_pObserverNotifier->updateDialledCalls(getFrontDialledCall());
   return true;
 }

@@ -98,6 +98,23 @@ void JournalService::fillConnectedParty(Info& info, const std::string& remotePar
   info.connectedNumber = connectedParty;
 }
 
+// The call-log data a switch sends with a call: log target, presentations, the deflecting party
+// and the switch's time text.
+template <class Info>
+void JournalService::fillSwitchLogData(Info& info, const SwitchLogData& data) {
+  info.logTarget = data.logTarget;
+  info.CallInfo::numberPresentation = data.numberPresentation;
+  info.CallInfo::namePresentation = data.namePresentation;
+  info.deflectNumber = data.deflectNumber;
+  info.deflectName = data.deflectName;
+  info.Deflect::numberPresentation = data.deflectNumberPresentation;
+  info.Deflect::namePresentation = data.deflectNamePresentation;
+  info.deflectNumberType =
+      data.deflectNumber.empty() ? NumberType::NT_NONE : lookUpParty(data.deflectNumber, "").getNumberType();
+  info.timeFormat = data.timeFormat;
+  info.timeDate = data.timeDate;
+}
+
 // An entry full of occurrences drops its oldest when merged; the switch forgets it too, unless the
 // same number stays in the entry or is the new call's.
 template <class Info>
@@ -155,6 +172,7 @@ bool JournalService::removeOccurrencesUpTo(const std::string& number, const std:
     }
     return true;
   }
+  JLOG(journal::kCoreLog, 5, "%s():no entry has been removed", "removeOccurrencesUpTo");
   return false;
 }
 
@@ -167,4 +185,10 @@ void insertByNewestOccurrence(std::deque<Item>& list, const Item& item, const Jo
     return !other.infos().empty() && service.compareTimes(newest, other.infos().front().timeDate, order) && order == 1;
   });
   list.insert(before, item);
+}
+
+// The re-placing of removeOccurrencesUpTo for lists without a viewed flag.
+template <class Item>
+auto JournalService::insertByNewestOccurrenceOf() {
+  return [this](std::deque<Item>& list, const Item& rebuilt) { insertByNewestOccurrence(list, rebuilt, *this); };
 }

@@ -54,17 +54,8 @@ bool JournalService::newMissedCallEntry(
   info.numberType = contact.getNumberType();
   info.completedElsewhere = completedElsewhere;
   if (!sip) {  // a KPX switch sends its call-log data with the call
-    info.logTarget = logTarget;
-    info.CallInfo::numberPresentation = numberPresentation;
-    info.CallInfo::namePresentation = namePresentation;
-    info.deflectNumber = deflectNumber;
-    info.deflectName = deflectName;
-    info.Deflect::numberPresentation = deflectNumberPresentation;
-    info.Deflect::namePresentation = deflectNamePresentation;
-    info.deflectNumberType =
-        deflectNumber.empty() ? NumberType::NT_NONE : lookUpParty(deflectNumber, "").getNumberType();
-    info.timeFormat = timeFormat;
-    info.timeDate = timeDate;
+    fillSwitchLogData(info, {logTarget, numberPresentation, namePresentation, deflectNumberPresentation, deflectNumber,
+                             deflectNamePresentation, deflectName, timeFormat, timeDate});
   }
   fillConnectedParty(info, remoteParty, deflectNumber, deflectName);
   if (timeSec != -1) info.timeDate = formatTimeDate(timeSec);
@@ -210,10 +201,7 @@ bool JournalService::removeMissedCallEntry(const std::string& subscriberNumber, 
     }
     list.push_back(rebuilt);
   };
-  if (!removeOccurrencesUpTo<MissedCallItem>(subscriberNumber, entryTime, replace)) {
-    JLOG(kCoreLog, 5, "%s():no entry has been removed", __func__);
-    return false;
-  }
+  if (!removeOccurrencesUpTo<MissedCallItem>(subscriberNumber, entryTime, replace)) return false;
   m_pObserverNotifier->updateMissedCallCountAndCalls(countUnviewedMissedCalls());
   return true;
 }

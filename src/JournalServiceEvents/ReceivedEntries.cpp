@@ -22,16 +22,9 @@ bool JournalService::newReceivedCallEntry(
   info.entryId = entryId;
   info.number = remoteParty;
   info.numberType = contact.getNumberType();
-  info.logTarget = logTarget;
-  info.CallInfo::numberPresentation = numberPresentation;
-  info.CallInfo::namePresentation = namePresentation;
-  info.deflectNumber = deflectNumber;
-  info.deflectName = deflectName;
-  info.Deflect::numberPresentation = deflectNumberPresentation;
-  info.Deflect::namePresentation = deflectNamePresentation;
-  info.deflectNumberType = deflectNumber.empty() ? NumberType::NT_NONE : lookUpParty(deflectNumber, "").getNumberType();
-  info.timeFormat = timeFormat;
-  info.timeDate = timeSec != -1 ? formatTimeDate(timeSec) : timeDate;
+  fillSwitchLogData(info, {logTarget, numberPresentation, namePresentation, deflectNumberPresentation, deflectNumber,
+                           deflectNamePresentation, deflectName, timeFormat, timeDate});
+  if (timeSec != -1) info.timeDate = formatTimeDate(timeSec);
   fillConnectedParty(info, remoteParty, connectedParty, connectedPartyName);
   const bool talked = startSec != -1 && endSec != -1;
   if (talked) info.duration = formatDuration(startSec, endSec);
@@ -69,13 +62,9 @@ bool JournalService::newReceivedCallEntry(
 
 bool JournalService::removeReceivedCallEntry(const std::string& subscriberNumber, const std::string& entryTime) {
   JLOG(kCoreLog, 5, "%s():Subscriber Number: %s, entryTime: %s", __func__, subscriberNumber.c_str(), entryTime.c_str());
-  auto replace = [this](std::deque<ReceivedCallItem>& list, const ReceivedCallItem& rebuilt) {
-    insertByNewestOccurrence(list, rebuilt, *this);
-  };
-  if (!removeOccurrencesUpTo<ReceivedCallItem>(subscriberNumber, entryTime, replace)) {
-    JLOG(kCoreLog, 5, "%s():no entry has been removed", __func__);
+  if (!removeOccurrencesUpTo<ReceivedCallItem>(subscriberNumber, entryTime,
+                                               insertByNewestOccurrenceOf<ReceivedCallItem>()))
     return false;
-  }
   m_pObserverNotifier->updateReceivedCalls();
   return true;
 }
