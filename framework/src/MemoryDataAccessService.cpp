@@ -12,12 +12,18 @@
 #include <vector>
 
 #include "JournalServiceHelperXml.h"
+#include "StoreMessageParts.h"
 #include "framework/JournalServiceHelper.h"
 #include "framework/Logging.h"
 
 namespace {
 
 using H = JournalServiceHelper;
+using storemessage::fieldText;
+using storemessage::isSetting;
+using storemessage::named;
+using storemessage::parseRowId;
+using storemessage::withoutDeclaration;
 
 constexpr const char* kLogHandle = "Data Access";
 
@@ -48,35 +54,6 @@ struct Change {
   std::string entryId;
   std::string body;
 };
-
-bool named(const pugi::xml_node& node, const char* name) { return std::strcmp(node.name(), name) == 0; }
-
-const char* fieldText(const pugi::xml_node& parent, const char* name) {
-  const pugi::xml_node field = parent.child(name);
-  return field ? field.child_value() : nullptr;
-}
-
-// A unique id as stored: a positive decimal row id.
-bool parseRowId(const char* text, int64_t& id) {
-  if (!text || *text == '\0') return false;
-  const char* end = text + std::strlen(text);
-  const auto result = std::from_chars(text, end, id);
-  return result.ec == std::errc() && result.ptr == end && id > 0;
-}
-
-bool isSetting(const char* name) {
-  return std::strcmp(name, H::CALL_LOG_ENABLED) == 0 || std::strcmp(name, H::MISSED_LOGGING) == 0 ||
-         std::strcmp(name, H::DELETE_MISSED_WHEN_CALLED) == 0;
-}
-
-std::string_view withoutDeclaration(const char* body) {
-  std::string_view text(body);
-  if (text.compare(0, 5, "<?xml") == 0) {
-    const size_t end = text.find("?>");
-    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 2);
-  }
-  return text;
-}
 
 // An ENTRY element holding one item body of the table's type as text.
 bool checkEntry(const pugi::xml_node& entry, int table, Change& change, std::string& why) {

@@ -13,12 +13,18 @@
 
 #include "JournalServiceHelperXml.h"
 #include "SqliteStore.h"
+#include "StoreMessageParts.h"
 #include "framework/JournalServiceHelper.h"
 
 namespace sqlitestore {
 namespace {
 
 using H = JournalServiceHelper;
+using storemessage::fieldText;
+using storemessage::isSetting;
+using storemessage::named;
+using storemessage::parseRowId;
+using storemessage::withoutDeclaration;
 
 enum Reason { kRead, kWrite, kUpdate, kDelete };
 
@@ -27,27 +33,6 @@ struct Request {
   Reason reason = kRead;
   std::vector<pugi::xml_node> items;  // the elements after the reason: entries or settings
 };
-
-bool named(const pugi::xml_node& node, const char* name) { return std::strcmp(node.name(), name) == 0; }
-
-// Text of child `name`, or null when there is no such child.
-const char* fieldText(const pugi::xml_node& parent, const char* name) {
-  const pugi::xml_node field = parent.child(name);
-  return field ? field.child_value() : nullptr;
-}
-
-// A unique id as stored: a positive decimal row id.
-bool parseRowId(const char* text, int64_t& id) {
-  if (!text || *text == '\0') return false;
-  const char* end = text + std::strlen(text);
-  const auto result = std::from_chars(text, end, id);
-  return result.ec == std::errc() && result.ptr == end && id > 0;
-}
-
-bool isSetting(const char* name) {
-  return std::strcmp(name, H::CALL_LOG_ENABLED) == 0 || std::strcmp(name, H::MISSED_LOGGING) == 0 ||
-         std::strcmp(name, H::DELETE_MISSED_WHEN_CALLED) == 0;
-}
 
 // The frame: root, table, reason, and the elements that follow.
 bool parseRequest(const pugi::xml_document& doc, Request& request, std::string& why) {
@@ -121,16 +106,6 @@ bool parseBody(const char* body, Table table, pugi::xml_document& doc, std::stri
     return false;
   }
   return true;
-}
-
-// A body as stored, without an XML declaration in front (one cannot stand inside an element).
-std::string_view withoutDeclaration(const char* body) {
-  std::string_view text(body);
-  if (text.compare(0, 5, "<?xml") == 0) {
-    const size_t end = text.find("?>");
-    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 2);
-  }
-  return text;
 }
 
 // Runs a statement that returns no rows.

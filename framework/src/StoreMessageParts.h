@@ -1,0 +1,49 @@
+// Pieces both stores (SQLite and in-memory) use to read a store request: element names, field
+// texts, row ids, the settings they keep, and bodies kept without their XML declaration.
+// Private to the framework.
+#pragma once
+
+#include <charconv>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+#include <pugixml.hpp>
+
+#include "framework/JournalServiceHelper.h"
+
+namespace storemessage {
+
+inline bool named(const pugi::xml_node& node, const char* name) { return std::strcmp(node.name(), name) == 0; }
+
+// Text of child `name`, or null when there is no such child.
+inline const char* fieldText(const pugi::xml_node& parent, const char* name) {
+  const pugi::xml_node field = parent.child(name);
+  return field ? field.child_value() : nullptr;
+}
+
+// A unique id as stored: a positive decimal row id.
+inline bool parseRowId(const char* text, int64_t& id) {
+  if (!text || *text == '\0') return false;
+  const char* end = text + std::strlen(text);
+  const auto result = std::from_chars(text, end, id);
+  return result.ec == std::errc() && result.ptr == end && id > 0;
+}
+
+inline bool isSetting(const char* name) {
+  using H = JournalServiceHelper;
+  return std::strcmp(name, H::CALL_LOG_ENABLED) == 0 || std::strcmp(name, H::MISSED_LOGGING) == 0 ||
+         std::strcmp(name, H::DELETE_MISSED_WHEN_CALLED) == 0;
+}
+
+// A body as stored, without an XML declaration in front (one cannot stand inside an element).
+inline std::string_view withoutDeclaration(const char* body) {
+  std::string_view text(body);
+  if (text.compare(0, 5, "<?xml") == 0) {
+    const size_t end = text.find("?>");
+    text.remove_prefix(end == std::string_view::npos ? text.size() : end + 2);
+  }
+  return text;
+}
+
+}  // namespace storemessage
