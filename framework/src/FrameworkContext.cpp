@@ -55,6 +55,21 @@ Executable* FrameworkContext::findService(const std::string& name) {
   return it == m_services.end() ? nullptr : it->second;
 }
 
+void FrameworkContext::setProxyProvider(ProxyProvider provider) {
+  std::lock_guard<std::mutex> guard(m_mutex);
+  m_proxyProvider = std::move(provider);
+}
+
+// The provider is called without m_mutex: it may make a proxy, which may use the context.
+Proxy* FrameworkContext::getProxy(const std::string& interfaceName, const std::string& clientId) {
+  ProxyProvider provider;
+  {
+    std::lock_guard<std::mutex> guard(m_mutex);
+    provider = m_proxyProvider;
+  }
+  return provider ? provider(interfaceName, clientId) : nullptr;
+}
+
 int FrameworkContext::createTimer(Executable* owner, int delayMs) {
   if (!owner || delayMs < 0) {
     logAppUni(kLogHandle, __FILE__, fw::kLogError, __LINE__,

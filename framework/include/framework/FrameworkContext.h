@@ -15,6 +15,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -25,6 +26,8 @@
 #include "framework/TimeSource.h"
 
 #pragma GCC visibility push(default)
+
+class Proxy;
 
 class FrameworkContext : public Context {
  public:
@@ -40,6 +43,12 @@ class FrameworkContext : public Context {
   int createTimer(Executable* owner, int delayMs) override;
   bool restartTimer(int timerId) override;
   bool deleteTimer(int timerId) override;
+
+  // Proxies of remote clients: the client server installs the provider; invokers ask for the
+  // proxy of an interface for the client that sent a request. Null when none can be had.
+  using ProxyProvider = std::function<Proxy*(const std::string& interfaceName, const std::string& clientId)>;
+  void setProxyProvider(ProxyProvider provider);
+  Proxy* getProxy(const std::string& interfaceName, const std::string& clientId);
 
   void cancelTimers(Executable* owner);
   // Blocks until no armed timer is due at the current time and no expiry is being delivered.
@@ -82,6 +91,7 @@ class FrameworkContext : public Context {
   mutable std::mutex m_mutex;  // guards everything below; never held while calling a service
   std::condition_variable m_cv;
   std::map<std::string, Executable*> m_services;
+  ProxyProvider m_proxyProvider;
   std::map<int, Timer> m_timers;
   int m_nextTimerId = 1;
   uint64_t m_nextSequence = 0;
