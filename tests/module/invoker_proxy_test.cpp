@@ -1,0 +1,189 @@
+// The request invoker against a journal that records what it was asked, and the observer proxy
+// against a channel that records what it was sent.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <set>
+
+#include "JournalServiceIfc.h"
+#include "JournalServiceInvoker.h"
+#include "JournalServiceObserverProxy.h"
+#include "LogCapture.h"
+#include "framework/FrameworkContext.h"
+#include "framework/JournalServiceHelper.h"
+#include "framework/TimeSource.h"
+
+using Helper = JournalServiceHelper;
+
+namespace {
+
+// Answers every operation with `result` and writes down the last one.
+class RecordingJournal : public Executable, public JournalServiceIfc {
+ public:
+  bool result = true;
+  std::string last;
+  std::set<std::string> ids;
+  JournalServiceObserverIfc* observer = nullptr;
+
+  bool getMissedCallList(std::deque<MissedCallItem>& l) override {
+    l.emplace_back("2024-03-05T07:08:09Z00000001", "Ann", "", MissedCallItem::InfoList{}, false);
+    return note("getMissed");
+  }
+  bool setMissedCallListAsViewed(const std::set<std::string>& s) override { return note("viewed", s); }
+  bool ageMissedCall(const std::string& id) override { return note("age " + id); }
+  bool deleteMissedCall(const std::string& id) override { return note("deleteMissed " + id); }
+  bool deleteMissedCallList(const std::set<std::string>& s) override { return note("deleteMissedList", s); }
+  bool getDialledCallList(std::deque<DialledCallItem>&) override { return note("getDialled"); }
+  bool deleteDialledCall(const std::string& id) override { return note("deleteDialled " + id); }
+  bool deleteDialledCallList(const std::set<std::string>& s) override { return note("deleteDialledList", s); }
+  bool getLastDialledNumber(DialledCallItem& item) override {
+    item.setEntryId("last");
+    return note("lastDialled");
+  }
+  bool getReceivedCallList(std::deque<ReceivedCallItem>&) override { return note("getReceived"); }
+  bool deleteReceivedCall(const std::string& id) override { return note("deleteReceived " + id); }
+  bool deleteReceivedCallList(const std::set<std::string>& s) override { return note("deleteReceivedList", s); }
+  bool getForwardedCallList(std::deque<ForwardedCallItem>&) override { return note("getForwarded"); }
+  bool deleteForwardedCall(const std::string& id) override { return note("deleteForwarded " + id); }
+  bool deleteForwardedCallList(const std::set<std::string>& s) override { return note("deleteForwardedList", s); }
+  bool getCallBackList(std::deque<CallBackItem>&) override { return note("getCallBacks"); }
+  bool deleteCallBack(const std::string& id) override { return note("deleteCallBack " + id); }
+  bool deleteCallBackList(const std::set<std::string>& s) override { return note("deleteCallBackList", s); }
+  bool deleteCalls(const std::set<std::string>& s) override { return note("deleteCalls", s); }
+  bool subscribe(JournalServiceObserverIfc* o) override {
+    observer = o;
+    return note("subscribe");
+  }
+  bool unsubscribe(JournalServiceObserverIfc*) override { return note("unsubscribe"); }
+  bool refreshCallLog() override { return note("refresh"); }
+
+ private:
+  bool note(std::string what, std::set<std::string> s = {}) {
+    last = std::move(what);
+    ids = std::move(s);
+    return result;
+  }
+};
+
+struct RecordingResponse : InvokerResponse {
+  std::string text = "(unset)";
+  int completions = 0;
+  void setResponse(const char* t, int n) override { text.assign(t, static_cast<size_t>(n)); }
+  void complete() override { ++completions; }
+  std::string getClientId() const override { return "unix:1"; }
+};
+
+struct RecordingChannel : ProxyRequest {
+  std::string type;
+  std::vector<std::string> sent;
+  void setPayloadType(const std::string& t) override { type = t; }
+  void send(const std::string& payload) override { sent.push_back(payload); }
+};
+
+class InvokerTest : public ::testing::Test {
+ protected:
+  RecordingResponse call(int code, const std::vector<std::string>& ids = {}, Executable* target = nullptr) {
+    std::string msg = Helper::createMethodRequest(code, ids);
+    RecordingResponse r;
+    invoker.handleMessage(target ? target : &journal, msg.data(), static_cast<int>(msg.size()), &r);
+    EXPECT_EQ(r.completions, 1);
+    return r;
+  }
+  RecordingJournal journal;
+  JournalServiceInvoker invoker;
+};
+
+}  // namespace
+
+TEST_F(InvokerTest, ListOperationsGetEachIdOnceAndAlwaysAnswerTheirBoolean) {
+  journal.result = false;
+  EXPECT_EQ(call(Helper::DELETE_CALLS, {"b", "a", "b"}).text, Helper::respBool(false));
+  EXPECT_EQ(journal.last, "deleteCalls");
+  EXPECT_EQ(journal.ids, (std::set<std::string>{"a", "b"}));
+  journal.result = true;
+  EXPECT_EQ(call(Helper::SET_MISSED_CALL_LIST_AS_VIEWED).text, Helper::respBool(true));
+  EXPECT_TRUE(journal.ids.empty());
+  EXPECT_EQ(call(Helper::DELETE_CALL_BACK_LIST, {"x"}).text, Helper::respBool(true));
+  EXPECT_EQ(journal.last, "deleteCallBackList");
+}
+
+TEST_F(InvokerTest, SingleDeletesAnswerTrueOrFailureAndNeedTheirId) {
+  EXPECT_EQ(call(Helper::DELETE_FORWARDED_CALL, {"f1"}).text, Helper::respBool(true));
+  EXPECT_EQ(journal.last, "deleteForwarded f1");
+  journal.result = false;
+  EXPECT_EQ(call(Helper::DELETE_DIALLED_CALL, {"d1"}).text, Helper::FAILURE);
+  journal.last.clear();
+  EXPECT_EQ(call(Helper::DELETE_MISSED_CALL).text, Helper::FAILURE);
+  EXPECT_EQ(journal.last, "");
+}
+
+TEST_F(InvokerTest, AgeIsCompletedWithoutTextUnlessItsIdIsMissing) {
+  EXPECT_EQ(call(Helper::AGE_MISSED_CALL, {"m1"}).text, "(unset)");
+  EXPECT_EQ(journal.last, "age m1");
+  EXPECT_EQ(call(Helper::AGE_MISSED_CALL).text, Helper::FAILURE);
+}
+
+TEST_F(InvokerTest, ReadsAnswerWithTheListAndUnknownMethodsWithFailure) {
+  std::deque<MissedCallItem> list;
+  ASSERT_TRUE(Helper::parseXMLMissedCallList(call(Helper::GET_MISSED_CALL_LIST).text, list));
+  ASSERT_EQ(list.size(), 1u);
+  EXPECT_EQ(list[0].getSurname(), "Ann");
+  DialledCallItem last;
+  EXPECT_TRUE(Helper::parseRespGetLastNumberDialled(call(Helper::GET_LAST_DIALLED_NUMBER).text, last));
+  EXPECT_EQ(last.getEntryId(), "last");
+  std::string junk = "<journalRequest><method>noSuchMethod</method>";
+  RecordingResponse r;
+  invoker.handleMessage(&journal, junk.data(), static_cast<int>(junk.size()), &r);
+  EXPECT_EQ(r.text, Helper::FAILURE);
+  for (int code : {2, 5, 8, 25, 31}) EXPECT_EQ(call(code).text, Helper::FAILURE) << code;
+}
+
+TEST_F(InvokerTest, MissingTargetOrResponseIsLoggedAndNeverCrashes) {
+  LogCapture log;
+  Executable notAJournal;
+  EXPECT_EQ(call(Helper::GET_MISSED_CALL_LIST, {}, &notAJournal).text, Helper::FAILURE);
+  EXPECT_TRUE(log.contains("Journal Service interface is NULL", 2));
+  std::string msg = Helper::createMethodRequest(Helper::REFRESH_CALL_LOG);
+  invoker.handleMessage(&journal, msg.data(), static_cast<int>(msg.size()), nullptr);
+  EXPECT_TRUE(log.contains("Invoker response is NULL", 2));
+  EXPECT_EQ(journal.last, "");
+}
+
+TEST_F(InvokerTest, SubscriptionUsesTheClientsProxyAndItsMessagesReachTheChannel) {
+  LogCapture log;
+  EXPECT_EQ(call(Helper::SUBSCRIBE).text, Helper::FAILURE);  // no framework context yet
+  fw::ManualTimeSource time;
+  FrameworkContext context(time);
+  invoker.initInvoker(&context);
+  EXPECT_EQ(call(Helper::SUBSCRIBE).text, Helper::FAILURE);
+  EXPECT_TRUE(log.contains("Observer proxy is NULL", 2));
+
+  RecordingChannel channel;
+  std::string askedFor;
+  auto proxy = std::make_unique<JournalServiceObserverProxy>();
+  proxy->initProxy(channel);
+  context.setProxyProvider([&](const std::string& ifc, const std::string& client) -> Proxy* {
+    askedFor = ifc + " " + client;
+    return proxy.get();
+  });
+  EXPECT_EQ(call(Helper::SUBSCRIBE).text, Helper::respBool(true));
+  EXPECT_EQ(askedFor, "JournalServiceObserverIfc unix:1");
+  ASSERT_EQ(journal.observer, proxy.get());
+
+  journal.observer->missedCallsCountUpdate(0);
+  journal.observer->missedCallsUpdate(MissedCallItem(), "m7", JournalServiceObserverIfc::DELETED_ENTRY);
+  EXPECT_EQ(channel.type, "xml_text");
+  ASSERT_EQ(channel.sent.size(), 2u);
+  unsigned count = 99;
+  EXPECT_TRUE(Helper::parseObsReqMissedCallsCountUpdate(channel.sent[0], count));
+  EXPECT_EQ(count, 0u);
+  MissedCallItem item;
+  std::string id;
+  int action = -1;
+  EXPECT_TRUE(Helper::parseObsReqMissedCallsUpdate(channel.sent[1], item, id, action));
+  EXPECT_EQ(id, "m7");
+  EXPECT_EQ(action, JournalServiceObserverIfc::DELETED_ENTRY);
+  proxy.reset();  // the channel outlives its proxy
+  channel.send("still usable");
+  EXPECT_EQ(channel.sent.size(), 3u);
+}
