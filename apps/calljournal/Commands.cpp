@@ -1,0 +1,244 @@
+#include "Commands.h"
+
+#include <iostream>
+#include <set>
+
+#include "JournalLists.h"
+#include "Management.h"
+#include "framework/JournalClient.h"
+#include "framework/JournalServiceHelper.h"
+
+using Helper = JournalServiceHelper;
+
+namespace cli {
+
+namespace {
+
+constexpr ListKind kAllLists[] = {ListKind::Missed, ListKind::Received, ListKind::Dialled, ListKind::Forwarded,
+                                  ListKind::CallBacks};
+
+int readCode(ListKind k) {
+  switch (k) {
+    case ListKind::Missed: return Helper::GET_MISSED_CALL_LIST;
+    case ListKind::Received: return Helper::GET_RECEIVED_CALL_LIST;
+    case ListKind::Dialled: return Helper::GET_DIALLED_CALL_LIST;
+    case ListKind::Forwarded: return Helper::GET_FORWARDED_CALL_LIST;
+    case ListKind::CallBacks: return Helper::GET_CALL_BACK_LIST;
+  }
+  return 0;
+}
+
+int deleteOneCode(ListKind k) {
+  switch (k) {
+    case ListKind::Missed: return Helper::DELETE_MISSED_CALL;
+    case ListKind::Received: return Helper::DELETE_RECEIVED_CALL;
+    case ListKind::Dialled: return Helper::DELETE_DIALLED_CALL;
+    case ListKind::Forwarded: return Helper::DELETE_FORWARDED_CALL;
+    case ListKind::CallBacks: return Helper::DELETE_CALL_BACK;
+  }
+  return 0;
+}
+
+int deleteListCode(ListKind k) {
+  switch (k) {
+    case ListKind::Missed: return Helper::DELETE_MISSED_CALL_LIST;
+    case ListKind::Received: return Helper::DELETE_RECEIVED_CALL_LIST;
+    case ListKind::Dialled: return Helper::DELETE_DIALLED_CALL_LIST;
+    case ListKind::Forwarded: return Helper::DELETE_FORWARDED_CALL_LIST;
+    case ListKind::CallBacks: return Helper::DELETE_CALL_BACK_LIST;
+  }
+  return 0;
+}
+
+// A connected client, or an explanation of why the daemon cannot be reached.
+class Session {
+ public:
+  explicit Session(const Connection& c) : m_address(c.address) {
+    std::string error;
+    if (!m_client.connect(c.address, error))
+      m_error = "cannot reach the journal daemon (" + error + "); is calljournald running? (--socket chooses another)";
+  }
+  bool ok() const { return m_error.empty(); }
+  const std::string& error() const { return m_error; }
+
+  bool call(const std::string& request, std::string& reply) {
+    std::string error;
+    if (m_client.call(request, reply, error)) return true;
+    m_error = "the journal daemon did not answer (" + error + ")";
+    return false;
+  }
+  bool call(int code, const std::vector<std::string>& ids, std::string& reply) {
+    return call(Helper::createMethodRequest(code, ids), reply);
+  }
+  // Reads the lists into `lists`; false with error() set.
+  bool readLists(JournalLists& lists, const std::vector<ListKind>& kinds) {
+    for (ListKind kind : kinds) {
+      std::string reply;
+      if (!call(readCode(kind), {}, reply)) return false;
+      if (!lists.read(kind, reply)) {
+        m_error = std::string("the journal refused to give the ") + listName(kind) + " list";
+        return false;
+      }
+    }
+    return true;
+  }
+  fw::JournalClient& client() { return m_client; }
+
+ private:
+  std::string m_address;
+  fw::JournalClient m_client;
+  std::string m_error;
+};
+
+bool boolReply(const std::string& reply) {
+  bool value = false;
+  return Helper::parseRespBool(reply, value) && value;
+}
+
+std::vector<ListKind> kindsOf(const std::string& list) {
+  ListKind kind;
+  if (list.empty() || list == "all") return {std::begin(kAllLists), std::end(kAllLists)};
+  listKindFromName(list, kind);
+  return {kind};
+}
+
+}  // namespace
+
+int fail(const std::string& message) {
+  std::cerr << "calljournal: " << message << '\n';
+  return 1;
+}
+
+int listCommand(const Connection& c, const std::string& list, bool json) {
+  Session s(c);
+  JournalLists lists;
+  if (!s.ok() || !s.readLists(lists, kindsOf(list))) return fail(s.error());
+  if (json)
+    std::cout << toJson(lists) << '\n';
+  else
+    printTables(lists, std::cout);
+  return 0;
+}
+
+int deleteCommand(const Connection& c, const std::string& list, bool all, const std::vector<std::string>& ids) {
+  Session s(c);
+  if (!s.ok()) return fail(s.error());
+  std::string reply;
+  if (all) {
+    ListKind kind;
+    listKindFromName(list, kind);
+    JournalLists lists;
+    if (!s.readLists(lists, {kind})) return fail(s.error());
+    std::vector<std::string> every;
+    auto collect = [&](const auto& l) {
+      for (const auto& item : l) every.push_back(item.getEntryId());
+    };
+    collect(lists.missed), collect(lists.received), collect(lists.dialled), collect(lists.forwarded),
+        collect(lists.callbacks);
+    if (!s.call(deleteListCode(kind), every, reply)) return fail(s.error());
+    if (!boolReply(reply)) return fail(std::string("the journal refused to empty the ") + list + " list");
+    std::cout << "deleted " << every.size() << " entries from the " << list << " list\n";
+    return 0;
+  }
+  JournalLists lists;
+  if (list.empty() && !s.readLists(lists, kindsOf("all"))) return fail(s.error());
+  for (const std::string& id : ids) {
+    ListKind kind;
+    if (!list.empty()) {
+      listKindFromName(list, kind);
+    } else if (!lists.find(id, kind)) {
+      return fail("no entry with id " + id + " (see calljournal list for the ids)");
+    }
+    if (!s.call(deleteOneCode(kind), {id}, reply)) return fail(s.error());
+    if (!boolReply(reply)) return fail("no entry with id " + id + " in the " + listName(kind) + " list");
+    std::cout << "deleted " << id << " from the " << listName(kind) << " list\n";
+  }
+  return 0;
+}
+
+int deleteCallsCommand(const Connection& c, const std::vector<std::string>& ids) {
+  Session s(c);
+  std::string reply;
+  if (!s.ok() || !s.call(Helper::DELETE_CALLS, ids, reply)) return fail(s.error());
+  if (!boolReply(reply)) return fail("none of the ids names an entry (see calljournal list for the ids)");
+  std::cout << "deleted\n";
+  return 0;
+}
+
+int markViewedCommand(const Connection& c, const std::vector<std::string>& ids) {
+  Session s(c);
+  if (!s.ok()) return fail(s.error());
+  std::vector<std::string> which = ids;
+  if (which.empty()) {
+    JournalLists lists;
+    if (!s.readLists(lists, {ListKind::Missed})) return fail(s.error());
+    for (const auto& item : lists.missed) which.push_back(item.getEntryId());
+  }
+  std::string reply;
+  if (!s.call(Helper::SET_MISSED_CALL_LIST_AS_VIEWED, which, reply)) return fail(s.error());
+  if (!boolReply(reply)) return fail("the journal refused to mark the missed calls viewed");
+  std::cout << "marked " << which.size() << " missed " << (which.size() == 1 ? "entry" : "entries") << " viewed\n";
+  return 0;
+}
+
+int ageCommand(const Connection& c, const std::string& id) {
+  Session s(c);
+  std::string reply;
+  if (!s.ok() || !s.call(Helper::AGE_MISSED_CALL, {id}, reply)) return fail(s.error());
+  if (reply == Helper::FAILURE) return fail("the journal refused to age " + id);
+  std::cout << "aged " << id << '\n';
+  return 0;
+}
+
+int lastDialledCommand(const Connection& c, bool json) {
+  Session s(c);
+  std::string reply;
+  if (!s.ok() || !s.call(Helper::GET_LAST_DIALLED_NUMBER, {}, reply)) return fail(s.error());
+  DialledCallItem item;
+  if (!Helper::parseRespGetLastNumberDialled(reply, item)) return fail("no number has been dialled yet");
+  JournalLists lists;
+  lists.dialled.push_back(item);
+  lists.has[static_cast<int>(ListKind::Dialled)] = true;
+  if (json) {
+    std::cout << toJson(lists) << '\n';
+  } else {
+    const auto& infos = item.infos();
+    std::cout << (infos.empty() ? std::string() : infos.front().number) << '\n';
+  }
+  return 0;
+}
+
+int refreshCommand(const Connection& c) {
+  Session s(c);
+  std::string reply;
+  if (!s.ok() || !s.call(Helper::REFRESH_CALL_LOG, {}, reply)) return fail(s.error());
+  if (!boolReply(reply)) return fail("the journal could not read its lists from the database again");
+  std::cout << "lists read again from the database\n";
+  return 0;
+}
+
+int configGetCommand(const Connection& c, const std::vector<std::string>& keys) {
+  Session s(c);
+  std::string text;
+  host::ManagementReply reply;
+  if (!s.ok() || !s.call(host::managementGetRequest(keys), text)) return fail(s.error());
+  if (!host::parseManagementReply(text, reply)) return fail("the daemon gave no management reply");
+  if (!reply.ok) return fail(reply.reason);
+  for (const auto& setting : reply.settings) {
+    std::cout << setting.key << " = " << setting.value << "   (" << setting.source << ")\n";
+  }
+  return 0;
+}
+
+int configSetCommand(const Connection& c, const std::string& key, const std::string& value) {
+  Session s(c);
+  std::string text;
+  host::ManagementReply reply;
+  if (!s.ok() || !s.call(host::managementSetRequest(key, value), text)) return fail(s.error());
+  if (!host::parseManagementReply(text, reply)) return fail("the daemon gave no management reply");
+  if (!reply.ok) return fail("cannot set " + key + ": " + reply.reason);
+  std::cout << key << " = " << value << (reply.reason.empty() ? "" : "   (" + reply.reason + ")") << '\n';
+  return 0;
+}
+
+}  // namespace cli

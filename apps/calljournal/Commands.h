@@ -1,0 +1,34 @@
+// The command-line client's commands. Each returns the process's exit code: 0 done, 1 failed
+// (a plain line on stderr says what went wrong and what to do).
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace cli {
+
+struct Connection {
+  std::string address;  // Unix socket path, "unix:PATH" or "tcp:HOST:PORT"
+};
+
+int listCommand(const Connection& c, const std::string& list, bool json);
+int deleteCommand(const Connection& c, const std::string& list, bool all, const std::vector<std::string>& ids);
+int deleteCallsCommand(const Connection& c, const std::vector<std::string>& ids);
+int markViewedCommand(const Connection& c, const std::vector<std::string>& ids);
+int ageCommand(const Connection& c, const std::string& id);
+int lastDialledCommand(const Connection& c, bool json);
+int refreshCommand(const Connection& c);
+int watchCommand(const Connection& c, bool json);
+int configGetCommand(const Connection& c, const std::vector<std::string>& keys);
+int configSetCommand(const Connection& c, const std::string& key, const std::string& value);
+
+struct ReplayOptions {
+  std::string trace, config, phonebook, database;
+  bool json = false;
+};
+int replayCommand(const ReplayOptions& options);
+
+// Prints "calljournal: <message>" on stderr and returns 1.
+int fail(const std::string& message);
+
+}  // namespace cli

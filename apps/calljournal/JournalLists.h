@@ -1,0 +1,44 @@
+// The five lists as a client sees them, read from the journal's list replies, and their two
+// printed forms: aligned tables for people, one JSON object for programs. Plain values; used on
+// the command-line client's only thread.
+#pragma once
+
+#include <deque>
+#include <iosfwd>
+#include <string>
+
+#include "framework/CallItems.h"
+
+namespace cli {
+
+enum class ListKind { Missed, Received, Dialled, Forwarded, CallBacks };
+
+// "missed", "received", "dialled", "forwarded", "callbacks" <-> kind; false for another word.
+bool listKindFromName(const std::string& name, ListKind& kind);
+const char* listName(ListKind kind);
+
+struct JournalLists {
+  std::deque<MissedCallItem> missed;
+  std::deque<ReceivedCallItem> received;
+  std::deque<DialledCallItem> dialled;
+  std::deque<ForwardedCallItem> forwarded;
+  std::deque<CallBackItem> callbacks;
+  bool has[5] = {false, false, false, false, false};  // which lists were read
+
+  // Reads one list reply into its list; false for FAILURE or a reply that is not a list.
+  bool read(ListKind kind, const std::string& reply);
+  unsigned unviewedMissed() const;
+  // The list holding `entryId`, if any.
+  bool find(const std::string& entryId, ListKind& kind) const;
+};
+
+// {"unviewedMissed": n, "missed": [...], ...}: the lists read, newest first, fields in camelCase.
+std::string toJson(const JournalLists& lists);
+// One aligned table per list read, headed by its name and size (missed also by the unviewed count).
+void printTables(const JournalLists& lists, std::ostream& out);
+
+// One observer message as one line: "missed new <id> <number> <name>", "missedCount 3", ...
+// or, with `json`, one JSON object. Empty for a message that cannot be read.
+std::string observerMessageLine(const std::string& message, bool json);
+
+}  // namespace cli

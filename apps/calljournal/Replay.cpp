@@ -1,0 +1,108 @@
+// "calljournal replay": runs the journal as the daemon does, in this process, on a trace of CSTA
+// events instead of a switch, with the phone's clock following the trace; prints the lists.
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <iostream>
+
+#include "Commands.h"
+#include "JournalHost.h"
+#include "JournalLists.h"
+#include "framework/CstaTrace.h"
+#include "framework/JournalServiceHelper.h"
+
+using Helper = JournalServiceHelper;
+
+namespace cli {
+
+namespace {
+
+// A directory of its own under $TMPDIR (or /tmp), removed with everything in it at the end.
+class TemporaryDirectory {
+ public:
+  TemporaryDirectory() {
+    const char* base = std::getenv("TMPDIR");
+    std::string pattern = std::string(base && *base ? base : "/tmp") + "/calljournal-replay-XXXXXX";
+    if (mkdtemp(pattern.data())) m_path = pattern;
+  }
+  ~TemporaryDirectory() {
+    std::error_code ignored;
+    if (!m_path.empty()) std::filesystem::remove_all(m_path, ignored);
+  }
+  const std::string& path() const { return m_path; }
+
+ private:
+  std::string m_path;
+};
+
+// The `set` steps before the first event configure the phone before the journal starts.
+size_t leadingSets(const fw::CstaTrace& trace, std::map<std::string, std::string>& values) {
+  size_t i = 0;
+  for (; i < trace.steps.size() && trace.steps[i].kind == fw::CstaTraceStep::Set; ++i)
+    values[trace.steps[i].key] = trace.steps[i].value;
+  return i;
+}
+
+bool readAllLists(host::JournalHost& journal, JournalLists& lists) {
+  const std::pair<ListKind, int> reads[] = {{ListKind::Missed, Helper::GET_MISSED_CALL_LIST},
+                                            {ListKind::Received, Helper::GET_RECEIVED_CALL_LIST},
+                                            {ListKind::Dialled, Helper::GET_DIALLED_CALL_LIST},
+                                            {ListKind::Forwarded, Helper::GET_FORWARDED_CALL_LIST},
+                                            {ListKind::CallBacks, Helper::GET_CALL_BACK_LIST}};
+  for (const auto& [kind, code] : reads)
+    if (!lists.read(kind, journal.request(Helper::createMethodRequest(code)))) return false;
+  return true;
+}
+
+}  // namespace
+
+int replayCommand(const ReplayOptions& options) {
+  // The whole trace is checked before anything is started or written.
+  fw::CstaTrace trace;
+  std::string error;
+  if (!fw::readCstaTraceFile(options.trace, trace, error)) return fail("trace refused: " + error);
+
+  std::map<std::string, std::string> overrides;
+  size_t first = leadingSets(trace, overrides);
+  TemporaryDirectory scratch;
+  std::string database = options.database;
+  if (database.empty()) {
+    if (scratch.path().empty()) return fail("cannot make a temporary directory for the database; give one with --db");
+    database = scratch.path() + "/journal.db";
+  }
+  overrides["database"] = database;
+  if (!options.phonebook.empty()) overrides["phonebook"] = options.phonebook;
+
+  host::JournalHost journal(host::JournalHost::Mode::Replay);
+  if (!trace.steps.empty()) journal.setReplayStart(trace.steps.front().at);
+  if (!journal.configure(options.config, overrides, error) || !journal.start(error)) return fail(error);
+
+  size_t events = 0;
+  for (size_t i = first; i < trace.steps.size(); ++i) {
+    const fw::CstaTraceStep& step = trace.steps[i];
+    if (!journal.setLocalTime(step.at, error)) return fail(options.trace + ":" + std::to_string(step.line) + ": " + error);
+    if (step.kind == fw::CstaTraceStep::Set) {
+      journal.setValue(step.key, step.value);
+      continue;
+    }
+    if (!journal.deliverEvent(step.eventXml, error))
+      return fail(options.trace + ":" + std::to_string(step.line) + ": " + error);
+    ++events;
+  }
+  JournalLists lists;
+  if (!readAllLists(journal, lists)) return fail("the journal did not give its lists");
+  journal.stop();
+  if (options.json) {
+    std::cout << toJson(lists) << '\n';
+  } else {
+    std::cout << "Replayed " << events << " events of " << options.trace;
+    if (!trace.steps.empty()) std::cout << " (" << trace.steps.front().at << " to " << trace.steps.back().at << ")";
+    std::cout << "\n\n";
+    printTables(lists, std::cout);
+  }
+  return 0;
+}
+
+}  // namespace cli

@@ -1,0 +1,35 @@
+// "calljournal watch": subscribes and prints every observer message as it arrives, one line
+// each, until the daemon goes away (or the user presses Ctrl-C).
+#include <iostream>
+
+#include "Commands.h"
+#include "JournalLists.h"
+#include "framework/JournalClient.h"
+#include "framework/JournalServiceHelper.h"
+
+using Helper = JournalServiceHelper;
+
+namespace cli {
+
+int watchCommand(const Connection& c, bool json) {
+  fw::JournalClient client;
+  std::string error, reply;
+  if (!client.connect(c.address, error))
+    return fail("cannot reach the journal daemon (" + error + "); is calljournald running? (--socket chooses another)");
+  if (!client.call(Helper::createMethodRequest(Helper::SUBSCRIBE), reply, error))
+    return fail("the journal daemon did not answer (" + error + ")");
+  bool subscribed = false;
+  if (!Helper::parseRespBool(reply, subscribed) || !subscribed) return fail("the journal refused the subscription");
+  if (!json) std::cerr << "watching the journal; Ctrl-C stops\n";
+  for (;;) {
+    std::string message;
+    if (!client.nextEvent(message, error)) {
+      if (error.empty()) continue;
+      return fail("the journal daemon closed the connection (" + error + ")");
+    }
+    std::string line = observerMessageLine(message, json);
+    std::cout << (line.empty() ? "unreadable message: " + message : line) << std::endl;
+  }
+}
+
+}  // namespace cli

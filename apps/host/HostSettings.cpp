@@ -1,0 +1,114 @@
+#include "HostSettings.h"
+
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+
+namespace host {
+
+namespace {
+
+const char* const kKeys[] = {"database",    "phonebook",      "feature-access-codes",
+                             "switch",      "monitored-device", "csta-request-timeout-ms",
+                             "client-socket", "client-tcp",   "client-tcp-allow-remote",
+                             "log-levels",  "log-file",       "mobility-url",
+                             "module",      nullptr};
+
+bool isRoot() { return geteuid() == 0; }
+
+std::string homeDirectory() {
+  const char* home = std::getenv("HOME");
+  return home && *home ? home : "/tmp";
+}
+
+std::string defaultDatabase() {
+  if (isRoot()) return "/var/lib/calljournal/journal.db";
+  return homeDirectory() + "/.local/state/calljournal/journal.db";
+}
+
+std::string defaultSocket() {
+  if (isRoot()) return "/run/calljournal/calljournal.sock";
+  const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+  if (runtime && *runtime) return std::string(runtime) + "/calljournal.sock";
+  return "/tmp/calljournal-" + std::to_string(geteuid()) + "/calljournal.sock";
+}
+
+bool parseNumber(const std::string& text, int& value) {
+  if (text.empty()) return false;
+  char* end = nullptr;
+  long v = std::strtol(text.c_str(), &end, 10);
+  if (*end != '\0' || v < INT_MIN || v > INT_MAX) return false;
+  value = static_cast<int>(v);
+  return true;
+}
+
+std::string valueOf(const std::map<std::string, std::string>& values, const char* key, std::string fallback) {
+  auto it = values.find(key);
+  return it == values.end() || it->second.empty() ? fallback : it->second;
+}
+
+}  // namespace
+
+const char* const* settingKeys() { return kKeys; }
+
+bool isSettingKey(const std::string& key) {
+  for (const char* const* k = kKeys; *k; ++k)
+    if (key == *k) return true;
+  return false;
+}
+
+bool splitHostPort(const std::string& text, std::string& host, int& port) {
+  auto colon = text.rfind(':');
+  if (colon == std::string::npos || colon == 0) return false;
+  if (!parseNumber(text.substr(colon + 1), port) || port < 0 || port > 65535) return false;
+  host = text.substr(0, colon);
+  if (host.size() > 2 && host.front() == '[' && host.back() == ']') host = host.substr(1, host.size() - 2);
+  return true;
+}
+
+std::string programDirectory() {
+  char path[PATH_MAX];
+  ssize_t n = readlink("/proc/self/exe", path, sizeof path - 1);
+  if (n <= 0) return ".";
+  path[n] = '\0';
+  std::string full(path);
+  auto slash = full.rfind('/');
+  return slash == std::string::npos ? "." : full.substr(0, slash);
+}
+
+bool readSettings(const std::map<std::string, std::string>& values, Settings& s, std::string& error) {
+  s.database = valueOf(values, "database", defaultDatabase());
+  s.phonebook = valueOf(values, "phonebook", "");
+  s.monitoredDevice = valueOf(values, "monitored-device", "3100");
+  s.clientSocket = valueOf(values, "client-socket", defaultSocket());
+  s.logLevels = valueOf(values, "log-levels", "*=4");
+  s.logFile = valueOf(values, "log-file", "");
+  s.mobilityUrl = valueOf(values, "mobility-url", "");
+  s.module = valueOf(values, "module", programDirectory() + "/../lib/libjournalservice.so");
+  s.clientTcpAllowRemote = valueOf(values, "client-tcp-allow-remote", "false") == "true";
+
+  std::string sw = valueOf(values, "switch", "");
+  s.switchHost.clear();
+  s.switchPort = 0;
+  if (!sw.empty() && (!splitHostPort(sw, s.switchHost, s.switchPort) || s.switchPort == 0)) {
+    error = "switch: \"" + sw + "\" is not host:port (for example 192.0.2.10:1040)";
+    return false;
+  }
+  std::string tcp = valueOf(values, "client-tcp", "");
+  s.clientTcpHost.clear();
+  s.clientTcpPort = -1;
+  if (!tcp.empty() && !splitHostPort(tcp, s.clientTcpHost, s.clientTcpPort)) {
+    error = "client-tcp: \"" + tcp + "\" is not host:port (for example 127.0.0.1:7070)";
+    return false;
+  }
+  std::string timeout = valueOf(values, "csta-request-timeout-ms", "5000");
+  if (!parseNumber(timeout, s.requestTimeoutMs) || s.requestTimeoutMs <= 0) {
+    error = "csta-request-timeout-ms: \"" + timeout + "\" is not a positive number of milliseconds";
+    return false;
+  }
+  return true;
+}
+
+}  // namespace host

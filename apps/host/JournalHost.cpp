@@ -1,0 +1,322 @@
+#include "JournalHost.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "Management.h"
+#include "framework/ClientServer.h"
+#include "framework/ClockService.h"
+#include "framework/ConfiguredDigitAnalysis.h"
+#include "framework/CstaLinkService.h"
+#include "framework/FilePhonebook.h"
+#include "framework/FrameworkContext.h"
+#include "framework/Invoker.h"
+#include "framework/JournalServiceHelper.h"
+#include "framework/LocalMgmt.h"
+#include "framework/Logging.h"
+#include "framework/PluginLoader.h"
+#include "framework/Services.h"
+#include "framework/SqliteDataAccessService.h"
+#include "framework/TimeSource.h"
+#include "framework/UploadMobilityService.h"
+
+namespace host {
+
+namespace {
+
+constexpr const char* kLog = "Journal Host";
+constexpr const char* kObserverInterface = "JournalServiceObserverIfc";
+// Where the journal starts counting when a replay sets no time before its first event.
+constexpr const char* kReplayStart = "2000-01-01T00:00:00";
+
+#define HOSTLOG(level, ...) logAppUni(kLog, __FILE__, (level), __LINE__, __VA_ARGS__)
+
+// Makes every missing directory of `path`'s parent, owner-only for new ones.
+bool makeParentDirectories(const std::string& path, std::string& error) {
+  for (size_t slash = path.find('/', 1); slash != std::string::npos; slash = path.find('/', slash + 1)) {
+    std::string dir = path.substr(0, slash);
+    if (mkdir(dir.c_str(), 0700) != 0 && errno != EEXIST) {
+      error = "cannot create directory " + dir + ": " + std::strerror(errno);
+      return false;
+    }
+  }
+  return true;
+}
+
+// An answer kept in this process (trace replay asks the journal as a client would).
+class LocalResponse : public InvokerResponse {
+ public:
+  void setResponse(const char* text, int length) override { m_text.assign(text, static_cast<size_t>(length)); }
+  void complete() override {}
+  std::string getClientId() const override { return "local"; }
+  const std::string& text() const { return m_text; }
+
+ private:
+  std::string m_text;
+};
+
+}  // namespace
+
+struct JournalHost::Parts {
+  explicit Parts(Mode mode)
+      : manualTime(mode == Mode::Replay ? std::make_unique<fw::ManualTimeSource>() : nullptr),
+        steadyTime(mode == Mode::Daemon ? std::make_unique<fw::SteadyTimeSource>() : nullptr),
+        context(manualTime ? static_cast<fw::TimeSource&>(*manualTime) : *steadyTime) {}
+
+  std::unique_ptr<fw::ManualTimeSource> manualTime;
+  std::unique_ptr<fw::SteadyTimeSource> steadyTime;
+  FrameworkContext context;
+  FileLocalMgmt mgmt;
+  std::unique_ptr<ClockServiceBase> clock;
+  SettableClockService* settableClock = nullptr;
+  SqliteDataAccessService store;
+  FilePhonebook phonebook;
+  std::unique_ptr<ConfiguredDigitAnalysis> digits;
+  std::unique_ptr<UploadMobilityService> mobility;
+  std::unique_ptr<fw::CstaLinkService> csta;
+  std::unique_ptr<fw::Plugin> plugin;
+  Executable* service = nullptr;
+  Invoker* invoker = nullptr;
+  std::unique_ptr<fw::ClientServer> server;
+  std::shared_ptr<fw::LogSink> previousSink;
+  bool sinkReplaced = false;
+};
+
+JournalHost::JournalHost(Mode mode) : m_mode(mode), m_parts(std::make_unique<Parts>(mode)) {}
+
+JournalHost::~JournalHost() { stop(); }
+
+bool JournalHost::configure(const std::string& path, const std::map<std::string, std::string>& overrides,
+                            std::string& error) {
+  m_configPath = path;
+  m_overrides = overrides;
+  if (!path.empty() && !m_parts->mgmt.loadFile(path, error)) return false;
+  for (const auto& [key, value] : overrides) m_parts->mgmt.setValue(key, value);
+  if (!readSettings(m_parts->mgmt.values(), m_settings, error)) {
+    if (!path.empty()) error = path + ": " + error;
+    return false;
+  }
+  applyLogSettings();
+  return true;
+}
+
+void JournalHost::applyLogSettings() {
+  std::string error;
+  if (!fw::setLogThresholds(m_settings.logLevels, &error))
+    HOSTLOG(2, "log-levels \"%s\" not used: %s", m_settings.logLevels.c_str(), error.c_str());
+  if (!m_settings.logFile.empty() && !m_parts->sinkReplaced) {
+    m_parts->previousSink = fw::setLogSink(std::make_shared<fw::FileSink>(m_settings.logFile));
+    m_parts->sinkReplaced = true;
+  }
+}
+
+bool JournalHost::start(std::string& error) {
+  if (m_started) return true;
+  if (!startServices(error) || !loadModule(error)) {
+    stop();
+    return false;
+  }
+  m_started = true;
+  if (m_mode == Mode::Daemon && !serveClients(error)) {
+    stop();
+    return false;
+  }
+  HOSTLOG(4, "journal started: database %s, switch %s", m_settings.database.c_str(),
+          m_settings.switchPort ? (m_settings.switchHost + ":" + std::to_string(m_settings.switchPort)).c_str()
+                                : "none");
+  return true;
+}
+
+bool JournalHost::startServices(std::string& error) {
+  Parts& p = *m_parts;
+  std::map<std::string, std::string> values = p.mgmt.values();
+  auto value = [&](const char* key) {
+    auto it = values.find(key);
+    return it == values.end() ? std::string() : it->second;
+  };
+  if (p.manualTime) {
+    auto clock = std::make_unique<SettableClockService>(
+        *p.manualTime, m_replayStart.empty() ? std::string(kReplayStart) : m_replayStart);
+    p.settableClock = clock.get();
+    p.clock = std::move(clock);
+  } else {
+    p.clock = std::make_unique<SystemClockService>();
+  }
+  HardwareVersion::setHWSubPlatformVariant(std::atoi(value("hw-sub-platform-variant").c_str()));
+
+  if (!makeParentDirectories(m_settings.database, error)) return false;
+  if (!p.store.open(m_settings.database, error)) {
+    error = "cannot open the database " + m_settings.database + ": " + error;
+    return false;
+  }
+  if (!m_settings.phonebook.empty() && !p.phonebook.load(m_settings.phonebook, error)) return false;
+  p.digits = std::make_unique<ConfiguredDigitAnalysis>(p.mgmt);
+  std::string visitor = value("mobility-current-user");
+  if (visitor.empty()) visitor = value("mac-addr");
+  p.mobility = std::make_unique<UploadMobilityService>(&p.store, m_settings.mobilityUrl, visitor);
+
+  fw::CstaLinkOptions link;
+  link.host = m_settings.switchHost;
+  link.port = m_settings.switchPort;
+  link.monitoredDevice = m_settings.monitoredDevice;
+  link.requestTimeoutMs = m_settings.requestTimeoutMs;
+  link.answerLocally = m_mode == Mode::Replay;
+  p.csta = std::make_unique<fw::CstaLinkService>(link);
+  p.csta->start();
+
+  p.context.registerService("LocalMgmtIfc", &p.mgmt);
+  p.context.registerService("ClockServiceIfc", p.clock.get());
+  p.context.registerService("DataAccessServiceIfc", &p.store);
+  p.context.registerService("DirectoryServiceIfc", &p.phonebook);
+  p.context.registerService("DigitAnalysisServiceIfc", p.digits.get());
+  p.context.registerService("MobilityServiceIfc", p.mobility.get());
+  p.context.registerService("CSTAServiceIfc", p.csta.get());
+  return true;
+}
+
+bool JournalHost::loadModule(std::string& error) {
+  Parts& p = *m_parts;
+  p.plugin = fw::Plugin::load(m_settings.module, error);
+  if (!p.plugin) return false;
+  std::string symbolError;
+  p.service = p.plugin->create<Executable>("createJournalService", &symbolError);
+  if (!p.service) {
+    error = m_settings.module + ": no journal service (" + symbolError + ")";
+    return false;
+  }
+  p.context.registerService("JournalServiceIfc", p.service);
+  p.service->init(p.context);
+  p.invoker = p.plugin->create<Invoker>("createJournalServiceInvoker", &symbolError);
+  if (!p.invoker) {
+    error = m_settings.module + ": no request invoker (" + symbolError + ")";
+    return false;
+  }
+  p.invoker->initInvoker(&p.context);
+  return true;
+}
+
+bool JournalHost::serveClients(std::string& error) {
+  Parts& p = *m_parts;
+  fw::ClientServerOptions options;
+  options.socketPath = m_settings.clientSocket;
+  options.tcpHost = m_settings.clientTcpHost;
+  options.tcpPort = m_settings.clientTcpPort;
+  options.allowNonLoopbackTcp = m_settings.clientTcpAllowRemote;
+  if (!makeParentDirectories(options.socketPath, error)) return false;
+  p.server = std::make_unique<fw::ClientServer>(p.context, options);
+  p.server->setTarget(p.service, p.invoker);
+  fw::Plugin* plugin = p.plugin.get();
+  p.server->addProxyFactory(
+      kObserverInterface, [plugin] { return plugin->create<Proxy>("createJournalServiceObserverProxy"); },
+      JournalServiceHelper::createMethodRequest(JournalServiceHelper::UNSUBSCRIBE));
+  p.server->setHandler(kManagementRequest,
+                       [this](const std::string& message, const std::string&) { return handleManagement(message); });
+  return p.server->start(error);
+}
+
+void JournalHost::stop() {
+  Parts& p = *m_parts;
+  if (p.server) {
+    p.server->stop();  // no request, proxy or subscription outlives this
+    p.server.reset();
+  }
+  if (p.csta) p.csta->stop();  // no more events
+  if (p.service) {
+    p.service->shutdown();
+    p.context.cancelTimers(p.service);
+    p.mgmt.forget(dynamic_cast<MgmtAgentIfc*>(p.service));
+    p.context.unregisterService("JournalServiceIfc");
+    delete p.service;
+    p.service = nullptr;
+  }
+  delete p.invoker;
+  p.invoker = nullptr;
+  p.plugin.reset();
+  if (p.store.isOpen()) p.store.close();
+  if (p.sinkReplaced) {
+    fw::setLogSink(p.previousSink);
+    p.sinkReplaced = false;
+  }
+  if (m_started) HOSTLOG(4, "journal stopped");
+  m_started = false;
+}
+
+bool JournalHost::reload(std::string& error) {
+  if (m_configPath.empty()) {
+    error = "no configuration file to read again";
+    return false;
+  }
+  if (!m_parts->mgmt.reload(error)) return false;
+  Settings settings;
+  if (!readSettings(m_parts->mgmt.values(), settings, error)) return false;
+  m_settings.logLevels = settings.logLevels;
+  applyLogSettings();
+  if (m_parts->mobility) m_parts->mobility->setUrl(settings.mobilityUrl);
+  if (!m_settings.phonebook.empty()) m_parts->phonebook.reload(error);
+  m_parts->mgmt.drainNotifications();
+  HOSTLOG(4, "configuration %s read again", m_configPath.c_str());
+  return true;
+}
+
+std::string JournalHost::request(const std::string& message) {
+  LocalResponse response;
+  if (!m_parts->invoker) return JournalServiceHelper::FAILURE;
+  m_parts->invoker->handleMessage(m_parts->service, message.data(), static_cast<int>(message.size()), &response);
+  return response.text();
+}
+
+std::string JournalHost::handleManagement(const std::string& message) {
+  ManagementContext context{m_parts->mgmt, m_settings, [this] {
+                              Settings s;
+                              std::string error;
+                              if (readSettings(m_parts->mgmt.values(), s, error)) m_settings.logLevels = s.logLevels;
+                              applyLogSettings();
+                            }};
+  return answerManagement(message, context);
+}
+
+bool JournalHost::setLocalTime(const std::string& localTime, std::string& error) {
+  Parts& p = *m_parts;
+  if (!p.settableClock || !p.manualTime) {
+    error = "the clock can only be set in a replay";
+    return false;
+  }
+  fw::CivilTime now = fw::civilFromSeconds(p.settableClock->getCurrentTimeSec());
+  fw::CivilTime target;
+  if (!fw::parseCivil(localTime, target)) {
+    error = "\"" + localTime + "\" is not a time (YYYY-MM-DDThh:mm:ss)";
+    return false;
+  }
+  int64_t delta = fw::secondsFromCivil(target) - fw::secondsFromCivil(now);
+  // Timers due before the new time fire first, as they would have on the phone.
+  if (delta > 0) p.manualTime->advance(delta * 1000);
+  p.settableClock->setLocalTime(localTime);
+  settle();
+  return true;
+}
+
+bool JournalHost::deliverEvent(const std::string& xml, std::string& error) {
+  if (!m_parts->csta->deliverDocument(xml, error)) return false;
+  settle();
+  return true;
+}
+
+void JournalHost::setValue(const std::string& key, const std::string& value) {
+  m_parts->mgmt.setValue(key, value);
+  m_parts->mgmt.drainNotifications();
+}
+
+void JournalHost::settle() {
+  Parts& p = *m_parts;
+  if (p.csta) p.csta->drainEvents();
+  p.context.settle();
+  p.mgmt.drainNotifications();
+}
+
+std::string JournalHost::clientSocketPath() const { return m_settings.clientSocket; }
+
+int JournalHost::clientTcpPort() const { return m_parts->server ? m_parts->server->tcpPort() : -1; }
+
+}  // namespace host

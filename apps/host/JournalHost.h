@@ -1,0 +1,84 @@
+// Runs the journal module the way the phone does: the framework's services (configuration,
+// clock, SQLite store, phonebook, digit analysis, mobility upload, CSTA link), the module loaded
+// through the plug-in loader, its service initialised and, for the daemon, served to clients.
+//
+// Two modes: Daemon (steady clock, system time, a switch over TCP, the client socket) and Replay
+// (manual clock that follows a trace, no switch: the CSTA service answers its own requests and
+// events are fed in). Used from one thread (the program's main thread); the services run their
+// own threads. Owns everything it makes; stop() (or the destructor) takes it down in order.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "HostSettings.h"
+
+class Executable;
+class FrameworkContext;
+class FileLocalMgmt;
+class Invoker;
+
+namespace fw {
+class CstaLinkService;
+class ManualTimeSource;
+}  // namespace fw
+
+namespace host {
+
+class JournalHost {
+ public:
+  enum class Mode { Daemon, Replay };
+
+  explicit JournalHost(Mode mode);
+  ~JournalHost();
+  JournalHost(const JournalHost&) = delete;
+  JournalHost& operator=(const JournalHost&) = delete;
+
+  // Reads the configuration file (none when `path` is empty) and puts `overrides` over it.
+  bool configure(const std::string& path, const std::map<std::string, std::string>& overrides, std::string& error);
+  // Starts the services, loads the module and initialises the journal. False with a plain message.
+  bool start(std::string& error);
+  // Finishes and stops everything; removes the client socket. Idempotent.
+  void stop();
+  // Reads the configuration file again and reports each changed value to its observers.
+  bool reload(std::string& error);
+
+  // One request as a client would send it, answered in this process (used by replay).
+  std::string request(const std::string& message);
+  // Answers a management message ("config get" / "config set").
+  std::string handleManagement(const std::string& message);
+
+  // Replay: where the phone's clock stands when the journal starts (before start()).
+  void setReplayStart(const std::string& localTime) { m_replayStart = localTime; }
+  // Replay: moves the phone's clock to `localTime` (and the timers with it).
+  bool setLocalTime(const std::string& localTime, std::string& error);
+  // Replay: delivers one CSTA event document through the CSTA service and waits until it and
+  // whatever it caused (timers, notifications) are done.
+  bool deliverEvent(const std::string& xml, std::string& error);
+  // Changes one configuration value as a reload would.
+  void setValue(const std::string& key, const std::string& value);
+
+  const Settings& settings() const { return m_settings; }
+  std::string clientSocketPath() const;
+  int clientTcpPort() const;
+
+ private:
+  struct Parts;
+  bool startServices(std::string& error);
+  bool loadModule(std::string& error);
+  bool serveClients(std::string& error);
+  void applyLogSettings();
+  // Waits until events, timers and configuration notifications queued so far are delivered.
+  void settle();
+
+  Mode m_mode;
+  Settings m_settings;
+  std::string m_configPath;
+  std::map<std::string, std::string> m_overrides;
+  std::unique_ptr<Parts> m_parts;
+  std::string m_replayStart;
+  bool m_started = false;
+};
+
+}  // namespace host

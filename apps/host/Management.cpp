@@ -1,0 +1,164 @@
+#include "Management.h"
+
+#include <map>
+#include <pugixml.hpp>
+#include <sstream>
+
+#include "framework/LocalMgmt.h"
+#include "framework/Logging.h"
+
+namespace host {
+
+namespace {
+
+// The journal's answer for `key`, when its agent serves that key.
+bool journalValue(FileLocalMgmt& mgmt, const std::string& key, std::string& value) {
+  MgmtAgentIfc* agent = mgmt.agent(kJournalAgent);
+  if (!agent) return false;
+  ManageableData data(key);
+  agent->getData(data);
+  return data.interogate(key, value);
+}
+
+// The value in force for a host setting: the configured one, else the default.
+std::string settingValue(const Settings& s, const std::string& key) {
+  if (key == "database") return s.database;
+  if (key == "phonebook") return s.phonebook;
+  if (key == "switch") return s.switchPort ? s.switchHost + ":" + std::to_string(s.switchPort) : "";
+  if (key == "monitored-device") return s.monitoredDevice;
+  if (key == "csta-request-timeout-ms") return std::to_string(s.requestTimeoutMs);
+  if (key == "client-socket") return s.clientSocket;
+  if (key == "client-tcp") return s.clientTcpPort >= 0 ? s.clientTcpHost + ":" + std::to_string(s.clientTcpPort) : "";
+  if (key == "client-tcp-allow-remote") return s.clientTcpAllowRemote ? "true" : "false";
+  if (key == "log-levels") return s.logLevels;
+  if (key == "log-file") return s.logFile;
+  if (key == "mobility-url") return s.mobilityUrl;
+  if (key == "module") return s.module;
+  return "";
+}
+
+void addSetting(pugi::xml_node reply, const std::string& key, const std::string& value, const char* source) {
+  pugi::xml_node setting = reply.append_child("setting");
+  setting.append_child("key").text().set(key.c_str());
+  setting.append_child("value").text().set(value.c_str());
+  setting.append_child("source").text().set(source);
+}
+
+// Adds `key` with its value and where it comes from; false for a key nobody knows.
+bool describe(ManagementContext& c, const std::string& key, pugi::xml_node reply) {
+  std::string value;
+  if (journalValue(c.mgmt, key, value)) {
+    addSetting(reply, key, value, "journal");
+  } else if (c.mgmt.value(key, value)) {
+    addSetting(reply, key, value, "configuration");
+  } else if (isSettingKey(key)) {
+    addSetting(reply, key, settingValue(c.settings, key), "default");
+  } else {
+    return false;
+  }
+  return true;
+}
+
+std::string finish(pugi::xml_document& doc, pugi::xml_node reply, bool ok, const std::string& reason) {
+  reply.prepend_child("reason").text().set(reason.c_str());
+  reply.prepend_child("result").text().set(ok ? "ok" : "failure");
+  std::ostringstream out;
+  doc.save(out, "", pugi::format_raw | pugi::format_no_declaration);
+  return out.str();
+}
+
+std::string get(ManagementContext& c, const std::vector<std::string>& keys) {
+  pugi::xml_document doc;
+  pugi::xml_node reply = doc.append_child("mgmtResponse");
+  if (keys.empty()) {
+    std::map<std::string, bool> all;
+    for (const auto& kv : c.mgmt.values()) all[kv.first] = true;
+    for (const char* const* k = settingKeys(); *k; ++k) all[*k] = true;
+    for (const char* k : {"call-log-enabled", "missed-logging", "delete-missed-when-called"}) all[k] = true;
+    for (const auto& kv : all) describe(c, kv.first, reply);
+    return finish(doc, reply, true, "");
+  }
+  for (const std::string& key : keys)
+    if (!describe(c, key, reply)) return finish(doc, reply, false, "no setting named \"" + key + "\"");
+  return finish(doc, reply, true, "");
+}
+
+std::string set(ManagementContext& c, const std::string& key, const std::string& value) {
+  pugi::xml_document doc;
+  pugi::xml_node reply = doc.append_child("mgmtResponse");
+  if (key.empty()) return finish(doc, reply, false, "a setting needs a name");
+  std::string current;
+  if (MgmtAgentIfc* agent = c.mgmt.agent(kJournalAgent); agent && journalValue(c.mgmt, key, current)) {
+    ManageableData data;
+    data.populate(key, value);
+    bool ok = agent->setData(data);
+    std::string reason;
+    for (const auto& r : data.getRejectReasons()) reason += (reason.empty() ? "" : "; ") + r.reason;
+    if (!ok || !reason.empty()) return finish(doc, reply, false, reason.empty() ? "refused by the journal" : reason);
+    describe(c, key, reply);
+    return finish(doc, reply, true, "");
+  }
+  c.mgmt.setValue(key, value);
+  c.mgmt.drainNotifications();
+  std::string note;
+  if (key == "log-levels") {
+    if (c.logSettingsChanged) c.logSettingsChanged();
+  } else if (isSettingKey(key)) {
+    note = "stored; the daemon uses it from its next start";
+  }
+  describe(c, key, reply);
+  return finish(doc, reply, true, note);
+}
+
+}  // namespace
+
+std::string answerManagement(const std::string& message, ManagementContext& context) {
+  pugi::xml_document doc;
+  pugi::xml_node root;
+  if (doc.load_string(message.c_str())) root = doc.child(kManagementRequest);
+  std::string operation = root.child_value("operation");
+  std::vector<std::string> keys;
+  for (pugi::xml_node k : root.children("key")) keys.push_back(k.child_value());
+  logAppUni("Journal Host", __FILE__, 5, __LINE__, "management %s of %zu key(s)", operation.c_str(), keys.size());
+  if (operation == "get") return get(context, keys);
+  if (operation == "set" && keys.size() == 1 && root.child("value")) return set(context, keys[0], root.child_value("value"));
+  pugi::xml_document out;
+  return finish(out, out.append_child("mgmtResponse"), false,
+                "not a management request: expected get with keys, or set with one key and a value");
+}
+
+std::string managementGetRequest(const std::vector<std::string>& keys) {
+  pugi::xml_document doc;
+  pugi::xml_node root = doc.append_child(kManagementRequest);
+  root.append_child("operation").text().set("get");
+  for (const std::string& k : keys) root.append_child("key").text().set(k.c_str());
+  std::ostringstream out;
+  doc.save(out, "", pugi::format_raw | pugi::format_no_declaration);
+  return out.str();
+}
+
+std::string managementSetRequest(const std::string& key, const std::string& value) {
+  pugi::xml_document doc;
+  pugi::xml_node root = doc.append_child(kManagementRequest);
+  root.append_child("operation").text().set("set");
+  root.append_child("key").text().set(key.c_str());
+  root.append_child("value").text().set(value.c_str());
+  std::ostringstream out;
+  doc.save(out, "", pugi::format_raw | pugi::format_no_declaration);
+  return out.str();
+}
+
+bool parseManagementReply(const std::string& text, ManagementReply& reply) {
+  pugi::xml_document doc;
+  if (!doc.load_string(text.c_str())) return false;
+  pugi::xml_node root = doc.child("mgmtResponse");
+  if (!root) return false;
+  reply.ok = std::string(root.child_value("result")) == "ok";
+  reply.reason = root.child_value("reason");
+  reply.settings.clear();
+  for (pugi::xml_node s : root.children("setting"))
+    reply.settings.push_back({s.child_value("key"), s.child_value("value"), s.child_value("source")});
+  return true;
+}
+
+}  // namespace host

@@ -1,0 +1,53 @@
+// The daemon's management messages: clients read and change configuration values through them
+// ("calljournal config get|set"). Values the journal serves (call-log-enabled, missed-logging,
+// delete-missed-when-called, clear-calllog) go through the journal's management agent, which may
+// refuse them; every other value is set as a reload of the configuration file would set it, and
+// its observers are told. Changes are not written back to the file.
+//
+//   <mgmtRequest><operation>get</operation><key>software-type</key>...</mgmtRequest>   (no key: all)
+//   <mgmtRequest><operation>set</operation><key>k</key><value>v</value></mgmtRequest>
+//   <mgmtResponse><result>ok|failure</result><reason>...</reason>
+//     <setting><key>k</key><value>v</value><source>journal|configuration|default</source></setting>...
+//   </mgmtResponse>
+//
+// Both sides are here: the daemon answers with answerManagement (on the client server's request
+// thread), the command-line client builds requests and reads replies.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "HostSettings.h"
+
+class FileLocalMgmt;
+
+namespace host {
+
+constexpr const char* kManagementRequest = "mgmtRequest";
+// Id under which the journal registers its management agent.
+constexpr const char* kJournalAgent = "JournalMgmtId";
+
+struct ManagementContext {
+  FileLocalMgmt& mgmt;
+  const Settings& settings;
+  std::function<void()> logSettingsChanged;
+};
+
+std::string answerManagement(const std::string& message, ManagementContext& context);
+
+struct ManagementSetting {
+  std::string key, value, source;
+};
+struct ManagementReply {
+  bool ok = false;
+  std::string reason;
+  std::vector<ManagementSetting> settings;
+};
+
+std::string managementGetRequest(const std::vector<std::string>& keys);
+std::string managementSetRequest(const std::string& key, const std::string& value);
+// False when the text is not a management reply.
+bool parseManagementReply(const std::string& text, ManagementReply& reply);
+
+}  // namespace host
