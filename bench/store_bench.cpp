@@ -15,6 +15,7 @@
 #include <string>
 #include <type_traits>
 
+#include "BenchPhone.h"
 #include "BenchSupport.h"
 #include "JournalService.h"
 #include "framework/ClockService.h"
@@ -29,97 +30,11 @@
 using Helper = JournalServiceHelper;
 using bench::RawTable;
 using bench::TempDir;
+using namespace bench;
 
 namespace {
 
-constexpr int kEntries = 1000;
-constexpr int kOccurrences = 10;
-
 const char* durabilityName(int normal) { return normal ? "NORMAL" : "FULL"; }
-
-template <class Item>
-Item makeEntry(int n, int occurrences) {
-  Item item;
-  char id[48];
-  std::snprintf(id, sizeof id, "2024-03-05T10:%02d:%02dZ%08X", n / 60 % 60, n % 60, n);
-  item.setEntryId(id);
-  item.setSurname("Surname of party " + std::to_string(n));
-  item.setFirstname("Firstname");
-  for (int i = 0; i < occurrences; ++i) {
-    typename Item::InfoList::value_type info;
-    info.entryId = id;
-    info.number = "+4930" + std::to_string(1000000 + n);
-    info.connectedNumber = "3301";
-    char time[32];
-    std::snprintf(time, sizeof time, "2024-03-%02dT%02d:%02d:00", 1 + n % 28, i, n % 60);
-    info.timeDate = time;
-    info.logTarget = CallLogEntryEvent::LT_MISSED;
-    info.CallInfo::numberPresentation = CallLogEntryEvent::PV_SHOWN;
-    info.CallInfo::namePresentation = CallLogEntryEvent::PV_SHOWN;
-    info.numberType = NumberType::NT_BUSINESS;
-    if constexpr (std::is_base_of_v<Duration, typename Item::InfoList::value_type>) info.duration = "03:25";
-    item.infos().push_back(info);
-  }
-  return item;
-}
-
-// The switch: answers every request at once (the journal starts its monitor at start-up).
-class AnsweringCsta : public Service, public CSTAServiceIfc {
- public:
-  void sendRequest(CSTARequest& request) override { request.setResponse(0, new CSTAGenericResponse(false)); }
-};
-
-// A SIP journal service (it keeps all four lists) on a store file, in a real framework context.
-struct Phone {
-  explicit Phone(const std::string& path,
-                 SqliteDataAccessService::Durability durability = SqliteDataAccessService::Full)
-      : store(durability), clock(time, "2024-03-05T10:00:00"), service(nullptr) {
-    std::string error;
-    if (!store.open(path, error)) {
-      std::fprintf(stderr, "%s\n", error.c_str());
-      std::abort();
-    }
-    mgmt.setValue("software-type", "Velmora SIP");
-    context.registerService("CSTAServiceIfc", &csta);
-    context.registerService("DataAccessServiceIfc", &store);
-    context.registerService("LocalMgmtIfc", &mgmt);
-    context.registerService("ClockServiceIfc", &clock);
-    service.init(context);
-  }
-  ~Phone() {
-    context.cancelTimers(&service);
-    mgmt.forget(&service);
-  }
-
-  SqliteDataAccessService store;
-  AnsweringCsta csta;
-  fw::ManualTimeSource time;
-  FrameworkContext context{time};
-  FileLocalMgmt mgmt;
-  SettableClockService clock;
-  JournalService service;
-};
-
-std::string bodyOf(const MissedCallItem& i) { return Helper::createXMLMissedCallItemBody(i, false); }
-std::string bodyOf(const DialledCallItem& i) { return Helper::createXMLDialledCallItemBody(i, false); }
-std::string bodyOf(const ReceivedCallItem& i) { return Helper::createXMLReceivedCallItemBody(i, false); }
-std::string bodyOf(const ForwardedCallItem& i) { return Helper::createXMLForwardedCallItemBody(i, false); }
-
-// Fills one stored table with a full list in one transaction.
-template <class Item>
-void fill(JournalService& service, const char* table) {
-  std::string body;
-  for (int n = 0; n < kEntries; ++n)
-    body += Helper::createXMLField(Helper::ENTRY, bodyOf(makeEntry<Item>(n, kOccurrences)));
-  service.updateEntries(body, Helper::WRITEREQUEST, table);
-}
-
-void fillAllTables(JournalService& service) {
-  fill<MissedCallItem>(service, Helper::DAS_CALLLOGMISSEDCALLS);
-  fill<DialledCallItem>(service, Helper::DAS_CALLLOGDIALLEDCALLS);
-  fill<ReceivedCallItem>(service, Helper::DAS_CALLLOGRECEIVEDCALLS);
-  fill<ForwardedCallItem>(service, Helper::DAS_CALLLOGFORWARDEDCALLS);
-}
 
 // One INSERT of a row as large as a one-occurrence entry, committed on its own.
 void BM_RawSqliteCommit(benchmark::State& state) {
