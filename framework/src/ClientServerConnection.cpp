@@ -149,10 +149,11 @@ void Connection::close(const std::string& why, int level) {
     std::lock_guard<std::mutex> guard(m_outMutex);
     m_closed = true;
   }
+  // Logged first: the line is written before the client can see the connection end.
+  logAppUni(kLogHandle, __FILE__, level, __LINE__, "client %s: connection closed: %s", m_clientId.c_str(), why.c_str());
   asio::error_code ignored;
   m_socket.shutdown(asio::socket_base::shutdown_both, ignored);
   m_socket.close(ignored);
-  logAppUni(kLogHandle, __FILE__, level, __LINE__, "client %s: connection closed: %s", m_clientId.c_str(), why.c_str());
   m_server.connectionClosed(shared_from_this());
 }
 

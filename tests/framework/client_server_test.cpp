@@ -8,7 +8,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <map>
@@ -52,32 +51,27 @@ class RecordingInvoker : public Invoker {
     Proxy* proxy = text == kSubscribe || text == kDetach ? m_context.getProxy(kInterface, client) : nullptr;
     {
       std::lock_guard<std::mutex> guard(m_mutex);
-      m_messages.push_back(client + "|" + text);
-      if (text == kSubscribe) m_proxies[client] = static_cast<TestProxy*>(proxy);
-      if (text == kDetach) m_detachedWithProxy[client] = proxy == m_proxies[client];
+      m_seen.messages.push_back(client + "|" + text);
+      if (text == kSubscribe) m_seen.proxies[client] = static_cast<TestProxy*>(proxy);
+      if (text == kDetach) m_seen.detached[client] = proxy == m_seen.proxies[client];
     }
     if (!text.empty()) response->setResponse(client + "|" + text);
     response->complete();
   }
-  std::vector<std::string> messages() {
+  struct Seen {
+    std::vector<std::string> messages;
+    std::map<std::string, TestProxy*> proxies;  // by client id
+    std::map<std::string, bool> detached;       // by client id: the proxy was still found then
+  };
+  Seen seen() {
     std::lock_guard<std::mutex> guard(m_mutex);
-    return m_messages;
-  }
-  TestProxy* proxy(const std::string& client) {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_proxies[client];
-  }
-  std::map<std::string, bool> detached() {
-    std::lock_guard<std::mutex> guard(m_mutex);
-    return m_detachedWithProxy;
+    return m_seen;
   }
 
  private:
   FrameworkContext& m_context;
   std::mutex m_mutex;
-  std::vector<std::string> m_messages;
-  std::map<std::string, TestProxy*> m_proxies;
-  std::map<std::string, bool> m_detachedWithProxy;
+  Seen m_seen;
 };
 
 bool waitFor(const std::function<bool()>& condition) {
@@ -156,7 +150,7 @@ TEST_F(ClientServerTest, RepliesComeInOrderAndHandlersAndIdentitiesAreKept) {
   const std::string status = "<?xml version=\"1.0\"?><daemonStatus/>";
   ASSERT_TRUE(b.call(status, reply, error)) << error;
   EXPECT_EQ(reply, "<status>" + idB + " " + std::to_string(status.size()) + "</status>");
-  EXPECT_EQ(m_invoker.messages().size(), 15u);  // the handler's message never reached the invoker
+  EXPECT_EQ(m_invoker.seen().messages.size(), 15u);  // the handler's message never reached the invoker
 }
 
 TEST_F(ClientServerTest, EachConnectionHasItsOwnProxyDetachedWhenItCloses) {
@@ -169,8 +163,8 @@ TEST_F(ClientServerTest, EachConnectionHasItsOwnProxyDetachedWhenItCloses) {
   ASSERT_TRUE(a.call(kSubscribe, reply, error)) << error;
   ASSERT_TRUE(b.call(kSubscribe, reply, error)) << error;
   const std::string idA = idOf(a), idB = idOf(b);
-  TestProxy* proxyA = m_invoker.proxy(idA);
-  TestProxy* proxyB = m_invoker.proxy(idB);
+  TestProxy* proxyA = m_invoker.seen().proxies.at(idA);
+  TestProxy* proxyB = m_invoker.seen().proxies.at(idB);
   ASSERT_TRUE(proxyA && proxyB);
   EXPECT_NE(proxyA, proxyB);
   EXPECT_EQ(m_factoryCalls, 2);
@@ -187,10 +181,10 @@ TEST_F(ClientServerTest, EachConnectionHasItsOwnProxyDetachedWhenItCloses) {
 
   a.close();
   ASSERT_TRUE(waitFor([&] { return m_server->connectionCount() == 1; }));
-  EXPECT_EQ(m_invoker.detached(), (std::map<std::string, bool>{{idA, true}}));
+  EXPECT_EQ(m_invoker.seen().detached, (std::map<std::string, bool>{{idA, true}}));
   EXPECT_EQ(TestProxy::live, 1);
   m_server->stop();  // closes b: its proxy is detached the same way
-  EXPECT_EQ(m_invoker.detached().size(), 2u);
+  EXPECT_EQ(m_invoker.seen().detached.size(), 2u);
   EXPECT_EQ(TestProxy::live, 0);
 }
 
@@ -219,7 +213,7 @@ TEST_F(ClientServerTest, AStuckSubscriberIsDisconnectedWithoutBlockingTheSender)
   std::string reply, error;
   ASSERT_TRUE(stuck.call(kSubscribe, reply, error)) << error;
   const std::string id = idOf(stuck);
-  ProxyRequest* channel = m_invoker.proxy(id)->channel;
+  ProxyRequest* channel = m_invoker.seen().proxies.at(id)->channel;
   // Far more than the socket buffers and the queue hold together; the client never reads.
   const std::string event = "<journalEvent>" + std::string(4096, 'e') + "</journalEvent>";
   int sent = 0;
