@@ -1,0 +1,52 @@
+// A small blocking client of the client server (ClientServer.h): connects over a Unix socket or
+// TCP, sends framed messages and waits for their replies. Observer messages (root element
+// `journalEvent`) that arrive while a reply is awaited are kept, in order, for nextEvent.
+//
+// One thread at a time: the client has no lock of its own.
+#pragma once
+
+#include <deque>
+#include <string>
+
+#pragma GCC visibility push(default)
+
+namespace fw {
+
+class JournalClient {
+ public:
+  JournalClient() = default;
+  ~JournalClient();  // close()
+  JournalClient(const JournalClient&) = delete;
+  JournalClient& operator=(const JournalClient&) = delete;
+
+  // "unix:/path", a plain path, or "tcp:host:port". False with a plain-language error
+  // ("cannot connect to /run/x.sock: No such file or directory").
+  bool connect(const std::string& address, std::string& error);
+  void close();
+  bool connected() const { return m_fd >= 0; }
+
+  // Sends one message and waits for its reply; observer messages arriving meanwhile are kept for
+  // nextEvent. On a time-out the reply, when it comes later, is skipped.
+  bool call(const std::string& request, std::string& reply, std::string& error, int timeoutMs = 10000);
+  // The next observer message; false on time-out (error empty) or a closed connection (error set).
+  // A negative time-out waits without limit.
+  bool nextEvent(std::string& message, std::string& error, int timeoutMs = -1);
+  // One raw frame, nothing awaited (for tests).
+  bool send(const std::string& message, std::string& error);
+
+ private:
+  enum class Read { kFrame, kTimeout, kFailed };
+  // The next complete frame, reading from the socket until `deadlineMs` (monotonic clock, -1 none).
+  Read readFrame(std::string& payload, std::string& error, long long deadlineMs);
+  bool fail(std::string& error, const std::string& text);
+
+  int m_fd = -1;
+  std::string m_address;
+  std::string m_buffer;              // bytes received and not yet taken as frames
+  std::deque<std::string> m_events;  // observer messages kept for nextEvent
+  int m_repliesToSkip = 0;           // replies of calls that timed out
+};
+
+}  // namespace fw
+
+#pragma GCC visibility pop
