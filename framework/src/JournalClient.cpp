@@ -80,6 +80,21 @@ int connectTcp(const std::string& hostPort, std::string& reason) {
 
 }  // namespace
 
+JournalClient::JournalClient(JournalClient&& other) noexcept { *this = std::move(other); }
+
+JournalClient& JournalClient::operator=(JournalClient&& other) noexcept {
+  if (this != &other) {
+    close();
+    m_fd = other.m_fd;
+    other.m_fd = -1;
+    m_address = std::move(other.m_address);
+    m_buffer = std::move(other.m_buffer);
+    m_events = std::move(other.m_events);
+    m_repliesToSkip = other.m_repliesToSkip;
+  }
+  return *this;
+}
+
 JournalClient::~JournalClient() { close(); }
 
 bool JournalClient::connect(const std::string& address, std::string& error) {

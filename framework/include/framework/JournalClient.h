@@ -18,6 +18,9 @@ class JournalClient {
   ~JournalClient();  // close()
   JournalClient(const JournalClient&) = delete;
   JournalClient& operator=(const JournalClient&) = delete;
+  // The connection moves with the object; the one moved from is left closed.
+  JournalClient(JournalClient&& other) noexcept;
+  JournalClient& operator=(JournalClient&& other) noexcept;
 
   // "unix:/path", a plain path, or "tcp:host:port". False with a plain-language error
   // ("cannot connect to /run/x.sock: No such file or directory").

@@ -1,0 +1,132 @@
+// Clients of the journal over the Unix socket, on a real store file with full lists:
+//   - a client's read of the missed list (1000 entries of ten occurrences): request, reply over
+//     the socket, and the client's parse of the reply;
+//   - one change (an entry deleted) fanned out to 10 subscribed clients in other connections,
+//     timed until the last of them has read its message.
+#include <benchmark/benchmark.h>
+
+#include <deque>
+#include <memory>
+#include <vector>
+
+#include "BenchPhone.h"
+#include "BenchSupport.h"
+#include "JournalServiceInvoker.h"
+#include "JournalServiceObserverProxy.h"
+#include "framework/ClientServer.h"
+#include "framework/JournalClient.h"
+
+using namespace bench;
+
+namespace {
+
+constexpr int kSubscribers = 10;
+
+// The journal served on a socket, as the daemon serves it.
+struct ServedPhone {
+  explicit ServedPhone(const TempDir& dir) : phone(dir.file("journal.db")) {
+    fill<MissedCallItem>(phone.service, Helper::DAS_CALLLOGMISSEDCALLS);
+    phone.service.readMissedCallList();
+    invoker.initInvoker(&phone.context);
+    fw::ClientServerOptions options;
+    options.socketPath = dir.file("journal.sock");
+    server = std::make_unique<fw::ClientServer>(phone.context, options);
+    server->setTarget(&phone.service, &invoker);
+    server->addProxyFactory(
+        "JournalServiceObserverIfc", [] { return new JournalServiceObserverProxy(); },
+        Helper::createMethodRequest(Helper::UNSUBSCRIBE));
+    std::string error;
+    if (!server->start(error)) {
+      std::fprintf(stderr, "%s\n", error.c_str());
+      std::abort();
+    }
+    socket = options.socketPath;
+  }
+  ~ServedPhone() { server->stop(); }
+
+  fw::JournalClient connect() {
+    fw::JournalClient client;
+    std::string error;
+    if (!client.connect(socket, error)) {
+      std::fprintf(stderr, "%s\n", error.c_str());
+      std::abort();
+    }
+    return client;
+  }
+
+  Phone phone;
+  JournalServiceInvoker invoker;
+  std::unique_ptr<fw::ClientServer> server;
+  std::string socket;
+};
+
+void BM_ListRoundTripUnixSocket(benchmark::State& state) {
+  TempDir dir;
+  ServedPhone served(dir);
+  fw::JournalClient client = served.connect();
+  const std::string request = Helper::createMethodRequest(Helper::GET_MISSED_CALL_LIST);
+  size_t bytes = 0;
+  for (auto _ : state) {
+    std::string reply, error;
+    if (!client.call(request, reply, error)) state.SkipWithError(error.c_str());
+    std::deque<MissedCallItem> list;
+    Helper::parseXMLMissedCallList(reply, list);
+    if (list.size() != static_cast<size_t>(kEntries)) state.SkipWithError("the list is not full");
+    bytes = reply.size();
+  }
+  state.counters["replyBytes"] = static_cast<double>(bytes);
+}
+
+// Waits until `client` has the deletion of `id`; the count update before it is read on the way.
+bool awaitDeletion(fw::JournalClient& client, const std::string& id) {
+  for (;;) {
+    std::string message, error, got;
+    int action = -1;
+    MissedCallItem item;
+    if (!client.nextEvent(message, error, 5000)) return false;
+    if (Helper::parseObsReqMissedCallsUpdate(message, item, got, action) && got == id) return true;
+  }
+}
+
+void BM_FanOutToTenSubscribers(benchmark::State& state) {
+  TempDir dir;
+  ServedPhone served(dir);
+  std::vector<fw::JournalClient> subscribers;
+  for (int i = 0; i < kSubscribers; ++i) {
+    subscribers.push_back(served.connect());
+    std::string reply, error;
+    subscribers.back().call(Helper::createMethodRequest(Helper::SUBSCRIBE), reply, error);
+  }
+  // What a new subscriber is sent first is read before the clock runs.
+  std::deque<MissedCallItem> entries;
+  served.phone.service.getMissedCallList(entries);
+  for (auto& s : subscribers) {
+    std::string message, error;
+    while (s.nextEvent(message, error, 200)) {
+    }
+  }
+  size_t next = 0;
+  for (auto _ : state) {
+    if (next == entries.size()) {
+      state.SkipWithError("ran out of entries to delete");
+      break;
+    }
+    const std::string id = entries[next++].getEntryId();
+    served.phone.service.deleteMissedCall(id);
+    for (auto& s : subscribers)
+      if (!awaitDeletion(s, id)) state.SkipWithError("a subscriber missed the change");
+  }
+}
+
+}  // namespace
+
+BENCHMARK(BM_ListRoundTripUnixSocket)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_FanOutToTenSubscribers)->Unit(benchmark::kMillisecond)->Iterations(500);
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  std::printf("\ntargets: list round trip under 20 ms; fan-out to 10 subscribers under 5 ms\n");
+  benchmark::Shutdown();
+  return 0;
+}
