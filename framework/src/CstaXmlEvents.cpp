@@ -1,13 +1,13 @@
 // CSTA XML event reading: one event document of the switch -> the framework's event object.
 // Elements are matched by local name, so that any ECMA-323 edition (or none) reads the same;
 // elements this reader does not know, vendor data among them, are passed over.
+#include <strings.h>
 #include <cstring>
 #include <functional>
 #include <map>
 #include <memory>
 #include <pugixml.hpp>
 #include <sstream>
-#include <strings.h>
 #include <string>
 
 #include "framework/CstaEvents.h"
@@ -161,9 +161,8 @@ bool callLogEntry(const pugi::xml_node& node, CallLogEntryEvent& entry) {
   entry.logTarget = static_cast<CallLogEntryEvent::_LogTarget>(target);
   entry.timeFormat = static_cast<CallLogEntryEvent::_TFormat>(format);
   entry.subscriberNumber = text(child(node, "subscriberNumber"));
-  static const char* const kFields[CallLogEntryEvent::kFieldCount] = {"dateTime",      "name",
-                                                                      "deflectNumber", "deflectName",
-                                                                      "connectedNumber", "connectedName"};
+  static const char* const kFields[CallLogEntryEvent::kFieldCount] = {
+      "dateTime", "name", "deflectNumber", "deflectName", "connectedNumber", "connectedName"};
   for (int i = 0; i < CallLogEntryEvent::kFieldCount; ++i) {
     pugi::xml_node field = child(node, kFields[i]);
     CallLogEntryEvent::Field& out = entry.fields[i];
@@ -343,9 +342,9 @@ std::unique_ptr<CSTAEvent> readPrivate(const pugi::xml_node& e) {
 std::unique_ptr<CSTAEvent> readSystemStatus(const pugi::xml_node& e) {
   namespace texts = communicationsServiceTexts;
   static const char* const kStates[] = {
-      texts::systemState_initializing,      texts::systemState_enabled,          texts::systemState_normal,
-      texts::systemState_messagesLost,      texts::systemState_disabled,         texts::systemState_partiallyDisabled,
-      texts::systemState_overloadImminent,  texts::systemState_overloadReached,  texts::systemState_overloadRelieved};
+      texts::systemState_initializing,     texts::systemState_enabled,         texts::systemState_normal,
+      texts::systemState_messagesLost,     texts::systemState_disabled,        texts::systemState_partiallyDisabled,
+      texts::systemState_overloadImminent, texts::systemState_overloadReached, texts::systemState_overloadRelieved};
   auto event = make<CSTASystemStatusEvent>(e);
   std::string status = text(child(e, "systemStatus"));
   for (const char* state : kStates)
@@ -356,22 +355,14 @@ std::unique_ptr<CSTAEvent> readSystemStatus(const pugi::xml_node& e) {
 
 const std::map<std::string, Reader>& readers() {
   static const std::map<std::string, Reader> table = {
-      {"OriginatedEvent", readOriginated},
-      {"OfferedEvent", readOffered},
-      {"DeliveredEvent", readDelivered},
-      {"QueuedEvent", readQueued},
-      {"EstablishedEvent", readEstablished},
-      {"DivertedEvent", readDiverted},
-      {"FailedEvent", readFailed},
-      {"ConnectionClearedEvent", readConnectionCleared},
-      {"TransferedEvent", readTransferred},
-      {"TransferredEvent", readTransferred},
-      {"ConferencedEvent", readConferenced},
-      {"CallInformationEvent", readCallInformation},
-      {"HookswitchEvent", readHookswitch},
-      {"CallBackEvent", readCallBack},
-      {"PrivateEvent", readPrivate},
-      {"SystemStatus", readSystemStatus},
+      {"OriginatedEvent", readOriginated},   {"OfferedEvent", readOffered},
+      {"DeliveredEvent", readDelivered},     {"QueuedEvent", readQueued},
+      {"EstablishedEvent", readEstablished}, {"DivertedEvent", readDiverted},
+      {"FailedEvent", readFailed},           {"ConnectionClearedEvent", readConnectionCleared},
+      {"TransferedEvent", readTransferred},  {"TransferredEvent", readTransferred},
+      {"ConferencedEvent", readConferenced}, {"CallInformationEvent", readCallInformation},
+      {"HookswitchEvent", readHookswitch},   {"CallBackEvent", readCallBack},
+      {"PrivateEvent", readPrivate},         {"SystemStatus", readSystemStatus},
   };
   return table;
 }
@@ -394,6 +385,7 @@ CstaParseResult parseCstaEvent(const std::string& xml) {
     return result;
   }
   result.elementName = localName(root);
+  result.monitorCrossRefId = text(child(root, "monitorCrossRefID"));
   const auto& table = readers();
   const auto reader = table.find(result.elementName);
   if (reader == table.end() || !ecmaNamespace(root)) return result;

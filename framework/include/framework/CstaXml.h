@@ -68,13 +68,14 @@ class CstaFrameDecoder {
 // What a document turned out to be.
 struct CstaParseResult {
   enum Kind {
-    Event,      // `event` holds the event
-    Unknown,    // well-formed, but not an event this codec reads (or not in an ECMA-323 namespace)
-    Malformed   // not well-formed XML; `error` says why
+    Event,     // `event` holds the event
+    Unknown,   // well-formed, but not an event this codec reads (or not in an ECMA-323 namespace)
+    Malformed  // not well-formed XML; `error` says why
   };
   Kind kind = Unknown;
   std::unique_ptr<CSTAEvent> event;
-  std::string elementName;  // local name of the document element, when there is one
+  std::string elementName;        // local name of the document element, when there is one
+  std::string monitorCrossRefId;  // text of the document element's monitorCrossRefID child, if any
   std::string error;
 };
 

@@ -1,0 +1,71 @@
+// cstaswitchsim --port N [--trace FILE] [--delay-ms N]
+//
+// A scripted switch on 127.0.0.1 for trying the journal's CSTA link by hand: it serves one phone at
+// a time, answers its requests and, each time the phone's monitor has started, plays the trace's
+// events to it (waiting --delay-ms between events). Runs until interrupted.
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "SwitchSimulator.h"
+
+namespace {
+
+std::atomic<bool> g_stop{false};
+
+void onSignal(int) { g_stop = true; }
+
+int usage(const char* program) {
+  std::fprintf(stderr, "usage: %s --port N [--trace FILE] [--delay-ms N]\n", program);
+  return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  SwitchSimulator::Options options;
+  std::string trace;
+  int delayMs = 0;
+  bool havePort = false;
+  for (int i = 1; i < argc; ++i) {
+    const bool hasValue = i + 1 < argc;
+    if (std::strcmp(argv[i], "--port") == 0 && hasValue) {
+      options.port = std::atoi(argv[++i]);
+      havePort = true;
+    } else if (std::strcmp(argv[i], "--trace") == 0 && hasValue) {
+      trace = argv[++i];
+    } else if (std::strcmp(argv[i], "--delay-ms") == 0 && hasValue) {
+      delayMs = std::atoi(argv[++i]);
+    } else {
+      return usage(argv[0]);
+    }
+  }
+  if (!havePort || options.port < 0 || options.port > 65535 || delayMs < 0) return usage(argv[0]);
+
+  std::signal(SIGINT, onSignal);
+  std::signal(SIGTERM, onSignal);
+  SwitchSimulator simulator(options);
+  std::printf("cstaswitchsim: listening on 127.0.0.1:%d\n", simulator.port());
+  std::fflush(stdout);
+
+  std::size_t monitorsSeen = 0;
+  while (!g_stop) {
+    if (!simulator.waitForRequest("MonitorStart", 200, monitorsSeen + 1)) continue;
+    ++monitorsSeen;
+    const std::string id = simulator.currentMonitorId();
+    std::printf("cstaswitchsim: monitor %s started\n", id.empty() ? "(refused)" : id.c_str());
+    if (trace.empty() || id.empty()) continue;
+    std::string error;
+    const int sent = simulator.playTrace(trace, delayMs, error);
+    if (sent < 0) {
+      std::fprintf(stderr, "cstaswitchsim: trace not played: %s\n", error.c_str());
+    } else {
+      std::printf("cstaswitchsim: %d events sent\n", sent);
+    }
+    std::fflush(stdout);
+  }
+  return 0;
+}

@@ -1,0 +1,100 @@
+// The CSTA service over a TCP link to the switch, speaking ECMA-323 XML in the framing of CstaXml.h.
+//
+// Threads: an I/O thread connects, reconnects, writes and reads; an event thread (a WorkQueue)
+// delivers every event to the modules, one at a time and in arrival order. sendRequest blocks its
+// caller until the answer is read by the I/O thread, so it may be called from any thread, the event
+// thread included.
+//
+// Session: no application session is opened. When the switch sends its SystemStatus request first,
+// it is answered under the same invoke id and also delivered as a CSTASystemStatusEvent to the
+// system-status registrants (the CSTAEventIfc of each SystemRegister's source service and every
+// monitor's sink). When a connected link drops, the registrants get a CSTASystemStatusEvent
+// "disabled"; when it comes back, one "enabled", then the SystemRegister (if one was made) is sent
+// again and every monitor is started again. A module keeps the cross-reference id it was handed by
+// its first MonitorStart: a MonitorStop with it is sent with the monitor's current id.
+//
+// Reconnects wait reconnectInitialMs, doubling after each failed attempt up to reconnectMaxMs; a
+// successful connection resets the delay.
+//
+// Locks (all leaves: none is held while another is taken, while a module's sink is called, while
+// waiting for an answer, or during socket work):
+//   Impl::m_linkMutex     guards the pending requests, the invoke id counter, the connection flags
+//                         and the event queue pointer.
+//   Impl::m_monitorMutex  guards the monitors and the system-status registrants.
+// Everything else of the link (socket, decoder, write queue, reconnect delay) belongs to the I/O
+// thread alone.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "framework/Csta.h"
+#include "framework/CstaXml.h"
+#include "framework/Executable.h"
+
+#pragma GCC visibility push(default)
+
+namespace fw {
+
+struct CstaLinkOptions {
+  std::string host = "127.0.0.1";
+  int port = 0;                  // 0: no switch; see answerLocally
+  std::string monitoredDevice;   // the number that the device object "localDeviceID" stands for
+  int requestTimeoutMs = 5000;   // time limit of a synchronous request
+  int reconnectInitialMs = 500;  // first delay after a lost/failed connection, doubling ...
+  int reconnectMaxMs = 30000;    // ... up to this
+  bool answerLocally = false;    // no switch at all (trace replay): requests are answered here as a
+                                 // switch would (MonitorStart gets a cross-reference id, others succeed)
+  std::size_t maxFrameSize = csta_xml::kDefaultMaxFrameSize;
+};
+
+// Response codes that sendRequest sets besides 0 (an answer arrived; the answer itself may still be
+// an error response, see CSTAResponse::isError).
+enum CstaLinkResponseCode {
+  kCstaLinkAnswered = 0,
+  kCstaLinkNotConnected = 1,  // no connection to the switch (or the service is not running)
+  kCstaLinkTimedOut = 2,      // no answer within requestTimeoutMs
+  kCstaLinkDropped = 3,       // the connection dropped, or the service stopped, while waiting
+  kCstaLinkNoMonitor = 4,     // ChangeMonitorFilter for a device without a monitor started here
+  kCstaLinkUnsupported = 5    // a request this service cannot encode
+};
+
+class CstaLinkService : public Service, public CSTAServiceIfc {
+ public:
+  explicit CstaLinkService(CstaLinkOptions options);
+  ~CstaLinkService() override;  // stop()
+
+  CstaLinkService(const CstaLinkService&) = delete;
+  CstaLinkService& operator=(const CstaLinkService&) = delete;
+
+  // Starts the I/O thread (connect + reconnect loop) and the event thread. Returns once the first
+  // connection attempt has finished (at most requestTimeoutMs). Call once.
+  void start();
+  // Closes the link and joins the threads; waiting requests fail with kCstaLinkDropped. Events
+  // already queued are still delivered. Not to be called from the event thread.
+  void stop();
+
+  // Synchronous, any thread, including the event thread. Sets the response code (above) and, when
+  // the switch answered, the response: CSTAMonitorStartResponse for MonitorStart, else
+  // CSTAGenericResponse; an error answer of the switch gives a response whose isError() is true.
+  void sendRequest(CSTARequest& request) override;
+
+  // Parses one event document as if the switch had sent it and queues it for the event thread
+  // (trace replay). False with `error` for a document that is not an event, or before start().
+  bool deliverDocument(const std::string& xml, std::string& error);
+
+  // Returns when every event queued so far has been delivered. Not from the event thread.
+  void drainEvents();
+
+  bool connected() const;
+
+  struct Impl;
+
+ private:
+  std::unique_ptr<Impl> m_impl;
+};
+
+}  // namespace fw
+
+#pragma GCC visibility pop

@@ -1,0 +1,400 @@
+// The CSTA service over the switch link: synchronous requests, the monitors modules started, and
+// the delivery of events on the event thread. The socket side is in CstaLinkIo.cpp, the XML of
+// requests and answers in CstaLinkXml.cpp.
+#include <algorithm>
+#include <chrono>
+
+#include "CstaLinkInternal.h"
+#include "framework/CstaEvents.h"
+
+namespace fw {
+
+CstaLinkService::Impl::Impl(CstaLinkOptions o) : options(std::move(o)) { retryDelayMs = options.reconnectInitialMs; }
+
+CstaLinkService::CstaLinkService(CstaLinkOptions options) : m_impl(std::make_unique<Impl>(std::move(options))) {}
+
+CstaLinkService::~CstaLinkService() { stop(); }
+
+void CstaLinkService::start() {
+  Impl& d = *m_impl;
+  {
+    std::lock_guard<std::mutex> guard(d.m_linkMutex);
+    if (d.running) return;
+    d.running = true;
+    d.events = std::make_shared<WorkQueue>("CSTA events");
+  }
+  if (d.options.answerLocally) {
+    CSTA_LOG(kLogNotable, "CSTA service answers requests locally (no switch)");
+    return;
+  }
+  if (d.options.port <= 0) {
+    CSTA_LOG(kLogError, "CSTA service has no switch port configured; requests will fail");
+    return;
+  }
+  d.work.emplace(asio::make_work_guard(d.io));
+  asio::post(d.io, [&d] { d.connect(); });
+  d.ioThread = std::thread([&d] { d.io.run(); });
+  std::unique_lock<std::mutex> lock(d.m_linkMutex);
+  d.m_linkCv.wait_for(lock, std::chrono::milliseconds(d.options.requestTimeoutMs), [&d] { return d.firstAttemptDone; });
+}
+
+void CstaLinkService::stop() {
+  Impl& d = *m_impl;
+  {
+    std::lock_guard<std::mutex> guard(d.m_linkMutex);
+    if (!d.running || d.stopping) return;
+    d.stopping = true;
+  }
+  if (d.ioThread.joinable()) {
+    d.io.stop();
+    d.ioThread.join();
+  }
+  asio::error_code ignored;
+  d.socket.close(ignored);
+  std::shared_ptr<WorkQueue> events;
+  {
+    std::lock_guard<std::mutex> guard(d.m_linkMutex);
+    d.isConnected = false;
+    for (auto& [id, request] : d.pending) {
+      request->done = true;
+      request->code = kCstaLinkDropped;
+    }
+    d.pending.clear();
+    events = std::move(d.events);
+  }
+  d.m_linkCv.notify_all();
+  events.reset();  // the last owner delivers what is queued and joins the event thread
+  CSTA_LOG(kLogNotable, "CSTA service stopped");
+}
+
+bool CstaLinkService::connected() const {
+  const Impl& d = *m_impl;
+  if (d.options.answerLocally) {
+    std::lock_guard<std::mutex> guard(d.m_linkMutex);
+    return d.running && !d.stopping;
+  }
+  return d.isConnected;
+}
+
+void CstaLinkService::drainEvents() {
+  std::shared_ptr<WorkQueue> events;
+  {
+    std::lock_guard<std::mutex> guard(m_impl->m_linkMutex);
+    events = m_impl->events;
+  }
+  if (events) events->drain();
+}
+
+bool CstaLinkService::deliverDocument(const std::string& xml, std::string& error) {
+  csta_xml::CstaParseResult parsed = csta_xml::parseCstaEvent(xml);
+  if (parsed.kind == csta_xml::CstaParseResult::Malformed) {
+    error = "malformed XML: " + parsed.error;
+    return false;
+  }
+  if (parsed.kind != csta_xml::CstaParseResult::Event) {
+    error = "not an event: " + (parsed.elementName.empty() ? std::string("(no element)") : parsed.elementName);
+    return false;
+  }
+  {
+    std::lock_guard<std::mutex> guard(m_impl->m_linkMutex);
+    if (!m_impl->events) {
+      error = "the CSTA service is not running";
+      return false;
+    }
+  }
+  m_impl->queueEvent(std::move(parsed));
+  return true;
+}
+
+void CstaLinkService::sendRequest(CSTARequest& request) {
+  Impl& d = *m_impl;
+  if (auto* start = dynamic_cast<CSTAMonitorStartRequest*>(&request)) {
+    d.monitorStart(*start);
+  } else if (auto* stop = dynamic_cast<CSTAMonitorStopRequest*>(&request)) {
+    d.monitorStop(*stop);
+  } else if (auto* change = dynamic_cast<CSTAChangeMonitorFilterRequest*>(&request)) {
+    d.changeFilter(*change);
+  } else if (auto* status = dynamic_cast<CSTASystemStatusRequest*>(&request)) {
+    d.systemRegister(*status);
+  } else if (auto* escape = dynamic_cast<CSTAEscapeRequest*>(&request)) {
+    d.escape(*escape);
+  } else {
+    CSTA_LOG(kLogError, "CSTA request %s is not supported", request.requestName());
+    request.setResponse(kCstaLinkUnsupported, nullptr);
+  }
+}
+
+// ---- requests ----
+
+CstaLinkService::Impl::Answer CstaLinkService::Impl::exchange(const char* requestName, const std::string& xml) {
+  Answer answer;
+  Pending waiting;
+  int invokeId = 0;
+  unsigned connection = 0;
+  std::unique_lock<std::mutex> lock(m_linkMutex);
+  if (!isConnected || stopping) {
+    CSTA_LOG(kLogTrace, "CSTA %s not sent: no link to the switch", requestName);
+    return answer;
+  }
+  // Ids 0000-9998 in turn, passing over ids still waiting for their answer.
+  do {
+    invokeId = nextInvokeId;
+    nextInvokeId = (nextInvokeId + 1) % csta_xml::kEventInvokeId;
+  } while (pending.count(invokeId));
+  pending[invokeId] = &waiting;
+  connection = linkGeneration;
+  lock.unlock();
+
+  std::string frame = csta_xml::encodeFrame(invokeId, xml);
+  asio::post(io, [this, connection, frame = std::move(frame)]() mutable {
+    // A request made for a connection that has since dropped was already failed.
+    if (connection == generation && socket.is_open()) write(std::move(frame));
+  });
+  CSTA_LOG(kLogTrace, "CSTA %s sent as %04d", requestName, invokeId);
+
+  lock.lock();
+  if (!m_linkCv.wait_for(lock, std::chrono::milliseconds(options.requestTimeoutMs), [&] { return waiting.done; })) {
+    pending.erase(invokeId);
+    lock.unlock();
+    CSTA_LOG(kLogError, "CSTA %s (%04d): no answer within %d ms", requestName, invokeId, options.requestTimeoutMs);
+    answer.code = kCstaLinkTimedOut;
+    return answer;
+  }
+  lock.unlock();
+  answer.code = waiting.code;
+  if (answer.code != kCstaLinkAnswered) {
+    CSTA_LOG(kLogError, "CSTA %s (%04d): link dropped while waiting", requestName, invokeId);
+    return answer;
+  }
+  answer.response = link::parseResponse(requestName, waiting.answerXml);
+  return answer;
+}
+
+int CstaLinkService::Impl::localState() {
+  std::lock_guard<std::mutex> guard(m_linkMutex);
+  return running && !stopping ? kCstaLinkAnswered : kCstaLinkNotConnected;
+}
+
+std::string CstaLinkService::Impl::deviceOnWire(const std::string& device) const {
+  return device == link::kLocalDevice && !options.monitoredDevice.empty() ? options.monitoredDevice : device;
+}
+
+void CstaLinkService::Impl::monitorStart(CSTAMonitorStartRequest& request) {
+  Monitor monitor;
+  monitor.sink = request.getCSTAEventIfc();
+  monitor.device = request.getDeviceObject();
+  monitor.hasFilter = request.hasMonitorFilter();
+  monitor.filter = request.getRequestedMonitorFilter();
+  if (options.answerLocally) {
+    const int state = localState();
+    if (state != kCstaLinkAnswered) return request.setResponse(state, nullptr);
+    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    monitor.moduleId = monitor.currentId = std::to_string(++localCrossRefId);
+    monitors.push_back(monitor);
+    return request.setResponse(kCstaLinkAnswered, new CSTAMonitorStartResponse(monitor.moduleId));
+  }
+  Answer answer = exchange("MonitorStart", link::monitorStartXml(deviceOnWire(monitor.device),
+                                                                 monitor.hasFilter ? &monitor.filter : nullptr));
+  if (auto* started = dynamic_cast<CSTAMonitorStartResponse*>(answer.response.get()); started && !started->isError()) {
+    monitor.moduleId = monitor.currentId = started->GetMonitorCrossRefID();
+    CSTA_LOG(kLogNotable, "CSTA monitor of %s started, cross-reference id %s", deviceOnWire(monitor.device).c_str(),
+             monitor.moduleId.c_str());
+    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    monitors.push_back(monitor);
+  }
+  request.setResponse(answer.code, answer.response.release());
+}
+
+void CstaLinkService::Impl::monitorStop(CSTAMonitorStopRequest& request) {
+  const std::string& id = request.getMonitorCrossRefID();
+  std::string onWire = id;
+  bool known = false;
+  {
+    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    const auto monitor =
+        std::find_if(monitors.begin(), monitors.end(), [&](const Monitor& m) { return m.moduleId == id; });
+    if (monitor != monitors.end()) {
+      known = true;
+      onWire = monitor->currentId;
+      // Not running on the switch (local answers, or not restarted after a return): nothing to stop there.
+      if (options.answerLocally || onWire.empty()) {
+        monitors.erase(monitor);
+        CSTA_LOG(kLogTrace, "CSTA monitor %s stopped here only", id.c_str());
+        return request.setResponse(kCstaLinkAnswered, new CSTAGenericResponse(false));
+      }
+    }
+  }
+  if (options.answerLocally) {
+    const int state = localState();
+    return request.setResponse(state, state == kCstaLinkAnswered ? new CSTAGenericResponse(false) : nullptr);
+  }
+  if (known && onWire != id) CSTA_LOG(kLogTrace, "CSTA MonitorStop %s sent as %s", id.c_str(), onWire.c_str());
+  Answer answer = exchange("MonitorStop", link::monitorStopXml(onWire));
+  if (known && answer.response && !answer.response->isError()) {
+    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    monitors.erase(std::remove_if(monitors.begin(), monitors.end(), [&](const Monitor& m) { return m.moduleId == id; }),
+                   monitors.end());
+  }
+  request.setResponse(answer.code, answer.response.release());
+}
+
+void CstaLinkService::Impl::changeFilter(CSTAChangeMonitorFilterRequest& request) {
+  std::string onWire;
+  {
+    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    auto monitor = std::find_if(monitors.begin(), monitors.end(), [&](const Monitor& m) {
+      return m.device == request.getDeviceObject() && m.sink == request.getCSTAEventIfc();
+    });
+    if (monitor == monitors.end())
+      monitor = std::find_if(monitors.begin(), monitors.end(),
+                             [&](const Monitor& m) { return m.device == request.getDeviceObject(); });
+    if (monitor == monitors.end()) {
+      CSTA_LOG(kLogError, "CSTA ChangeMonitorFilter: no monitor of device %s", request.getDeviceObject().c_str());
+      return request.setResponse(kCstaLinkNoMonitor, nullptr);
+    }
+    if (options.answerLocally) {
+      monitor->filter = request.getRequestedFilterList();
+      monitor->hasFilter = true;
+      return request.setResponse(kCstaLinkAnswered, new CSTAGenericResponse(false));
+    }
+    onWire = monitor->currentId;
+  }
+  if (onWire.empty()) return request.setResponse(kCstaLinkNotConnected, nullptr);
+  Answer answer =
+      exchange("ChangeMonitorFilter", link::changeMonitorFilterXml(onWire, request.getRequestedFilterList()));
+  if (answer.response && !answer.response->isError()) {
+    // Kept for the restart after a return.
+    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    for (Monitor& m : monitors) {
+      if (m.currentId != onWire) continue;
+      m.filter = request.getRequestedFilterList();
+      m.hasFilter = true;
+    }
+  }
+  request.setResponse(answer.code, answer.response.release());
+}
+
+void CstaLinkService::Impl::systemRegister(CSTASystemStatusRequest& request) {
+  {
+    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    if (auto* sink = dynamic_cast<CSTAEventIfc*>(request.getSourceService());
+        sink && std::find(statusSinks.begin(), statusSinks.end(), sink) == statusSinks.end())
+      statusSinks.push_back(sink);
+    systemRegisterMade = true;
+  }
+  if (options.answerLocally) {
+    const int state = localState();
+    return request.setResponse(state, state == kCstaLinkAnswered ? new CSTAGenericResponse(false) : nullptr);
+  }
+  Answer answer = exchange("SystemRegister", link::systemRegisterXml());
+  request.setResponse(answer.code, answer.response.release());
+}
+
+void CstaLinkService::Impl::escape(CSTAEscapeRequest& request) {
+  if (request.getEventType() != CSTAEscapeRequest::kPrivateRequestCallLogEntry) {
+    CSTA_LOG(kLogError, "CSTA Escape of private request type %d is not supported", request.getEventType());
+    return request.setResponse(kCstaLinkUnsupported, nullptr);
+  }
+  if (options.answerLocally) {
+    const int state = localState();
+    return request.setResponse(state, state == kCstaLinkAnswered ? new CSTAGenericResponse(false) : nullptr);
+  }
+  Answer answer = exchange("Escape", link::escapeXml(request.getCallLogEntry()));
+  request.setResponse(answer.code, answer.response.release());
+}
+
+// ---- events ----
+
+void CstaLinkService::Impl::post(std::function<void()> task) {
+  std::shared_ptr<WorkQueue> queue;
+  {
+    std::lock_guard<std::mutex> guard(m_linkMutex);
+    queue = events;
+  }
+  if (queue) queue->post(std::move(task));
+}
+
+void CstaLinkService::Impl::queueEvent(csta_xml::CstaParseResult parsed) {
+  switch (parsed.kind) {
+    case csta_xml::CstaParseResult::Malformed:
+      CSTA_LOG(kLogError, "CSTA event document is not well-formed (%s); skipped", parsed.error.c_str());
+      return;
+    case csta_xml::CstaParseResult::Unknown:
+      CSTA_LOG(kLogTrace, "CSTA document %s is not an event read here; skipped", parsed.elementName.c_str());
+      return;
+    case csta_xml::CstaParseResult::Event:
+      break;
+  }
+  std::shared_ptr<CSTAEvent> event(std::move(parsed.event));
+  const bool systemStatus = parsed.elementName == "SystemStatus";
+  post([this, event, id = std::move(parsed.monitorCrossRefId), systemStatus] { routeEvent(*event, id, systemStatus); });
+}
+
+std::vector<CSTAEventIfc*> CstaLinkService::Impl::registrants() {
+  std::lock_guard<std::mutex> guard(m_monitorMutex);
+  std::vector<CSTAEventIfc*> sinks = statusSinks;
+  for (const Monitor& m : monitors)
+    if (m.sink && std::find(sinks.begin(), sinks.end(), m.sink) == sinks.end()) sinks.push_back(m.sink);
+  return sinks;
+}
+
+void CstaLinkService::Impl::routeEvent(CSTAEvent& event, const std::string& crossRefId, bool systemStatus) {
+  std::vector<CSTAEventIfc*> sinks;
+  if (systemStatus) {
+    sinks = registrants();
+  } else {
+    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    for (const Monitor& m : monitors) {
+      if (!crossRefId.empty() && m.currentId == crossRefId && m.sink) {
+        sinks.assign(1, m.sink);
+        break;
+      }
+      if (m.sink && std::find(sinks.begin(), sinks.end(), m.sink) == sinks.end()) sinks.push_back(m.sink);
+    }
+  }
+  if (sinks.empty()) {
+    CSTA_LOG(kLogTrace, "CSTA %s: no monitor to deliver to; skipped", event.eventName());
+    return;
+  }
+  for (CSTAEventIfc* sink : sinks) sink->deliverEvent(&event);
+}
+
+void CstaLinkService::Impl::deliverStatus(const char* status) {
+  CSTASystemStatusEvent event;
+  event.setSystemStatus(status);
+  for (CSTAEventIfc* sink : registrants()) sink->deliverEvent(&event);
+}
+
+void CstaLinkService::Impl::resumeSession() {
+  deliverStatus(communicationsServiceTexts::systemState_enabled);
+  bool registerAgain = false;
+  std::vector<Monitor> restart;
+  {
+    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    registerAgain = systemRegisterMade;
+    restart = monitors;
+  }
+  if (registerAgain) {
+    Answer answer = exchange("SystemRegister", link::systemRegisterXml());
+    if (!answer.response || answer.response->isError())
+      CSTA_LOG(kLogError, "CSTA SystemRegister after the return failed (code %d)", answer.code);
+  }
+  for (const Monitor& m : restart) {
+    Answer answer =
+        exchange("MonitorStart", link::monitorStartXml(deviceOnWire(m.device), m.hasFilter ? &m.filter : nullptr));
+    auto* started = dynamic_cast<CSTAMonitorStartResponse*>(answer.response.get());
+    const std::string id = started && !started->isError() ? started->GetMonitorCrossRefID() : std::string();
+    if (id.empty()) {
+      CSTA_LOG(kLogError, "CSTA monitor %s of %s could not be started again (code %d)", m.moduleId.c_str(),
+               deviceOnWire(m.device).c_str(), answer.code);
+    } else {
+      CSTA_LOG(kLogNotable, "CSTA monitor %s of %s started again as %s", m.moduleId.c_str(),
+               deviceOnWire(m.device).c_str(), id.c_str());
+    }
+    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    for (Monitor& current : monitors)
+      if (current.moduleId == m.moduleId) current.currentId = id;
+  }
+}
+
+}  // namespace fw

@@ -1,0 +1,299 @@
+#include "SwitchSimulator.h"
+
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <cstring>
+#include <deque>
+#include <future>
+#include <mutex>
+#include <optional>
+#include <pugixml.hpp>
+#include <sstream>
+#include <thread>
+
+#include <asio.hpp>
+
+#include "framework/CstaXml.h"
+
+namespace {
+
+constexpr const char* kNamespace = "http://www.ecma-international.org/standards/ecma-323/csta/ed4";
+
+const char* localName(const pugi::xml_node& node) {
+  const char* name = node.name();
+  const char* colon = std::strrchr(name, ':');
+  return colon ? colon + 1 : name;
+}
+
+std::string childText(const pugi::xml_node& node, const char* name) {
+  for (pugi::xml_node c = node.first_child(); c; c = c.next_sibling())
+    if (c.type() == pugi::node_element && std::strcmp(localName(c), name) == 0) return c.child_value();
+  return std::string();
+}
+
+std::string document(const std::string& name, const std::string& body) {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?><" + name + " xmlns=\"" + kNamespace + "\">" + body + "</" + name +
+         ">";
+}
+
+}  // namespace
+
+struct SwitchSimulator::Impl {
+  // One phone's connection; handlers keep it alive.
+  struct Connection {
+    explicit Connection(asio::io_context& io) : socket(io) {}
+    asio::ip::tcp::socket socket;
+    csta_xml::CstaFrameDecoder decoder;
+    std::array<char, 8192> buffer{};
+    std::deque<std::string> writes;
+  };
+
+  explicit Impl(Options o) : options(o), acceptor(io) {}
+
+  // ---- I/O thread ----
+  void listen() {
+    asio::ip::tcp::endpoint endpoint(asio::ip::make_address("127.0.0.1"), static_cast<unsigned short>(boundPort));
+    acceptor.open(endpoint.protocol());
+    acceptor.set_option(asio::ip::tcp::acceptor::reuse_address(true));
+    acceptor.bind(endpoint);
+    acceptor.listen();
+    boundPort = acceptor.local_endpoint().port();
+    accept();
+  }
+
+  void accept() {
+    auto connection = std::make_shared<Connection>(io);
+    acceptor.async_accept(connection->socket, [this, connection](const asio::error_code& error) {
+      if (error) return;  // the acceptor was closed
+      close();
+      current = connection;
+      {
+        std::lock_guard<std::mutex> guard(mutex);
+        ++connections;
+      }
+      cv.notify_all();
+      if (options.sendSystemStatus)
+        write(connection, options.systemStatusInvokeId,
+              document("SystemStatus", "<systemStatus>normal</systemStatus>"));
+      read(connection);
+      accept();
+    });
+  }
+
+  void close() {
+    if (!current) return;
+    asio::error_code ignored;
+    current->socket.close(ignored);
+    current.reset();
+  }
+
+  void read(const std::shared_ptr<Connection>& connection) {
+    connection->socket.async_read_some(asio::buffer(connection->buffer),
+                                       [this, connection](const asio::error_code& error, std::size_t n) {
+                                         if (error || connection != current) return;
+                                         connection->decoder.feed(connection->buffer.data(), n);
+                                         try {
+                                           for (csta_xml::CstaFrame frame; connection->decoder.next(frame);)
+                                             handle(connection, frame);
+                                         } catch (const csta_xml::CstaFramingError&) {
+                                           close();
+                                           return;
+                                         }
+                                         read(connection);
+                                       });
+  }
+
+  void write(const std::shared_ptr<Connection>& connection, int invokeId, const std::string& xml) {
+    writeRaw(connection, csta_xml::encodeFrame(invokeId, xml));
+  }
+
+  void writeRaw(const std::shared_ptr<Connection>& connection, std::string bytes) {
+    connection->writes.push_back(std::move(bytes));
+    if (connection->writes.size() == 1) writeNext(connection);
+  }
+
+  void writeNext(const std::shared_ptr<Connection>& connection) {
+    asio::async_write(connection->socket, asio::buffer(connection->writes.front()),
+                      [this, connection](const asio::error_code& error, std::size_t) {
+                        if (error) return;
+                        connection->writes.pop_front();
+                        if (!connection->writes.empty()) writeNext(connection);
+                      });
+  }
+
+  void handle(const std::shared_ptr<Connection>& connection, const csta_xml::CstaFrame& frame) {
+    pugi::xml_document doc;
+    doc.load_buffer(frame.xml.data(), frame.xml.size());
+    pugi::xml_node root = doc.document_element();
+    const std::string name = root ? localName(root) : std::string();
+    std::string body;
+    Answer answer = Answer::Normal;
+    {
+      std::lock_guard<std::mutex> guard(mutex);
+      received.push_back({frame.invokeId, name, frame.xml});
+      const auto set = answers.find(name);
+      if (set != answers.end()) answer = set->second;
+      if (answer == Answer::Normal && name == "MonitorStart") {
+        monitorId = std::to_string(nextMonitorId++);
+        body = "<monitorCrossRefID>" + monitorId + "</monitorCrossRefID>";
+      } else if (answer == Answer::Normal && name == "MonitorStop" &&
+                 childText(root, "monitorCrossRefID") == monitorId) {
+        monitorId.clear();
+      } else if (name == "SystemRegister") {
+        body = "<sysStatRegisterID>1</sysStatRegisterID>";
+      }
+    }
+    cv.notify_all();
+    if (name == "SystemStatusResponse" || answer == Answer::None) return;
+    if (answer == Answer::Error) {
+      write(connection, frame.invokeId, document("CSTAErrorCode", "<operation>generic</operation>"));
+    } else {
+      write(connection, frame.invokeId, document(name + "Response", body));
+    }
+  }
+
+  // Runs `task` on the I/O thread and returns its result.
+  template <class Task>
+  auto onIoThread(Task task) -> decltype(task()) {
+    std::packaged_task<decltype(task())()> packaged(std::move(task));
+    auto result = packaged.get_future();
+    asio::post(io, [&packaged] { packaged(); });
+    return result.get();
+  }
+
+  std::string withMonitorId(std::string xml) {
+    std::string id;
+    {
+      std::lock_guard<std::mutex> guard(mutex);
+      id = monitorId;
+    }
+    const std::string filled = "<monitorCrossRefID>" + id + "</monitorCrossRefID>";
+    for (const char* placeholder : {"<monitorCrossRefID/>", "<monitorCrossRefID></monitorCrossRefID>",
+                                    "<monitorCrossRefID>*</monitorCrossRefID>"}) {
+      const auto at = xml.find(placeholder);
+      if (at != std::string::npos) return xml.replace(at, std::strlen(placeholder), filled);
+    }
+    return xml;
+  }
+
+  const Options options;
+  asio::io_context io;
+  std::optional<asio::executor_work_guard<asio::io_context::executor_type>> work;
+  asio::ip::tcp::acceptor acceptor;
+  std::shared_ptr<Connection> current;  // I/O thread only
+  int boundPort = 0;                    // set before the I/O thread starts
+  std::thread thread;
+
+  mutable std::mutex mutex;  // guards the members below
+  std::condition_variable cv;
+  std::vector<Received> received;
+  std::map<std::string, Answer> answers;
+  std::string monitorId;
+  int nextMonitorId = 0;
+  std::size_t connections = 0;
+};
+
+SwitchSimulator::SwitchSimulator(Options options) : m_impl(std::make_unique<Impl>(options)) {
+  m_impl->boundPort = options.port;
+  m_impl->nextMonitorId = options.firstMonitorId;
+  m_impl->listen();
+  m_impl->work.emplace(asio::make_work_guard(m_impl->io));
+  m_impl->thread = std::thread([this] { m_impl->io.run(); });
+}
+
+SwitchSimulator::~SwitchSimulator() {
+  m_impl->io.stop();
+  m_impl->thread.join();
+}
+
+int SwitchSimulator::port() const { return m_impl->boundPort; }
+
+void SwitchSimulator::setAnswer(const std::string& requestName, Answer answer) {
+  std::lock_guard<std::mutex> guard(m_impl->mutex);
+  m_impl->answers[requestName] = answer;
+}
+
+bool SwitchSimulator::sendEvent(const std::string& xml) {
+  return sendRaw(csta_xml::encodeFrame(csta_xml::kEventInvokeId, m_impl->withMonitorId(xml)));
+}
+
+bool SwitchSimulator::sendRaw(const std::string& bytes) {
+  return m_impl->onIoThread([this, bytes] {
+    if (!m_impl->current) return false;
+    m_impl->writeRaw(m_impl->current, bytes);
+    return true;
+  });
+}
+
+int SwitchSimulator::playTrace(const std::string& path, int delayMs, std::string& error) {
+  pugi::xml_document trace;
+  const pugi::xml_parse_result parsed = trace.load_file(path.c_str());
+  if (!parsed) {
+    error = path + ": " + parsed.description();
+    return -1;
+  }
+  pugi::xml_node root = trace.document_element();
+  if (std::strcmp(localName(root), "cstaTrace") != 0) {
+    error = path + ": the document element is not cstaTrace";
+    return -1;
+  }
+  int sent = 0;
+  for (pugi::xml_node event = root.child("event"); event; event = event.next_sibling("event")) {
+    pugi::xml_node content = event.first_child();
+    while (content && content.type() != pugi::node_element) content = content.next_sibling();
+    if (!content) continue;
+    std::ostringstream xml;
+    content.print(xml, "", pugi::format_raw | pugi::format_no_declaration);
+    if (sent > 0 && delayMs > 0) std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
+    if (!sendEvent(xml.str())) {
+      error = "no phone connected";
+      return -1;
+    }
+    ++sent;
+  }
+  return sent;
+}
+
+void SwitchSimulator::dropConnection() {
+  m_impl->onIoThread([this] {
+    asio::error_code ignored;
+    m_impl->acceptor.close(ignored);
+    m_impl->close();
+    return true;
+  });
+}
+
+void SwitchSimulator::restore() {
+  m_impl->onIoThread([this] {
+    if (!m_impl->acceptor.is_open()) m_impl->listen();
+    return true;
+  });
+}
+
+bool SwitchSimulator::waitForRequest(const std::string& name, int timeoutMs, std::size_t count) {
+  std::unique_lock<std::mutex> lock(m_impl->mutex);
+  return m_impl->cv.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] {
+    std::size_t n = 0;
+    for (const Received& r : m_impl->received) n += r.name == name;
+    return n >= count;
+  });
+}
+
+bool SwitchSimulator::waitForConnections(std::size_t count, int timeoutMs) {
+  std::unique_lock<std::mutex> lock(m_impl->mutex);
+  return m_impl->cv.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] { return m_impl->connections >= count; });
+}
+
+std::vector<SwitchSimulator::Received> SwitchSimulator::requests(const std::string& name) const {
+  std::lock_guard<std::mutex> guard(m_impl->mutex);
+  std::vector<Received> result;
+  for (const Received& r : m_impl->received)
+    if (r.name == name) result.push_back(r);
+  return result;
+}
+
+std::string SwitchSimulator::currentMonitorId() const {
+  std::lock_guard<std::mutex> guard(m_impl->mutex);
+  return m_impl->monitorId;
+}

@@ -1,0 +1,70 @@
+// A scripted switch on the loopback interface for the CSTA link's tests and the cstaswitchsim
+// program: it speaks the CSTA XML framing, serves one phone at a time (a new connection replaces
+// the current one), answers the requests the link makes and sends events on command.
+//
+// Thread-safe: its socket work runs on its own I/O thread; the methods below may be called from
+// any thread.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+class SwitchSimulator {
+ public:
+  struct Options {
+    int port = 0;                     // 0: an ephemeral port, see port()
+    bool sendSystemStatus = true;     // send a SystemStatus request first on each connection
+    int systemStatusInvokeId = 4711;  // ... under this invoke id
+    int firstMonitorId = 100;         // cross-reference ids handed out count up from here
+  };
+
+  // How a kind of request is answered.
+  enum class Answer { Normal, Error, None };
+
+  // A request received (or the phone's SystemStatusResponse).
+  struct Received {
+    int invokeId = 0;
+    std::string name;  // local name of the document element
+    std::string xml;
+  };
+
+  explicit SwitchSimulator(Options options);
+  SwitchSimulator() : SwitchSimulator(Options()) {}
+  ~SwitchSimulator();
+  SwitchSimulator(const SwitchSimulator&) = delete;
+  SwitchSimulator& operator=(const SwitchSimulator&) = delete;
+
+  int port() const;
+
+  // Answers every later request named `requestName` ("MonitorStart", ...) the given way.
+  void setAnswer(const std::string& requestName, Answer answer);
+
+  // Sends `xml` as an event (invoke id 9999). An empty <monitorCrossRefID/> or one holding "*"
+  // gets the id of the monitor started last. False when no phone is connected.
+  bool sendEvent(const std::string& xml);
+  // Sends bytes as they are (to break the framing). False when no phone is connected.
+  bool sendRaw(const std::string& bytes);
+  // Sends the event documents of a trace file (root cstaTrace; each <event> holds one event
+  // document; <set> elements are ignored), waiting `delayMs` between events. Returns the number
+  // sent, or -1 with `error` when the file cannot be read or no phone is connected.
+  int playTrace(const std::string& path, int delayMs, std::string& error);
+
+  // Closes the current connection and refuses new ones until restore().
+  void dropConnection();
+  void restore();
+
+  // Waits until `count` requests named `name` have been received in all; true when they have.
+  bool waitForRequest(const std::string& name, int timeoutMs, std::size_t count = 1);
+  // Waits until `count` connections have been accepted in all.
+  bool waitForConnections(std::size_t count, int timeoutMs);
+  std::vector<Received> requests(const std::string& name) const;
+  // Cross-reference id of the monitor started last and not stopped since; empty when none.
+  std::string currentMonitorId() const;
+
+  struct Impl;
+
+ private:
+  std::unique_ptr<Impl> m_impl;
+};
