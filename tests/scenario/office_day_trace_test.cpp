@@ -10,7 +10,7 @@ namespace {
 
 using namespace scenario;
 
-// `kind "Name" <number> hh:mm:ss[ for mm:ss], ...` with one time per occurrence, newest first.
+// `kind "Name" <number> hh:mm:ss[ for mm:ss][ to <number>], ...`: one time per occurrence, newest first.
 template <class Item, class Getter>
 void render(Lines& out, const char* kind, JournalService& journal, Getter get) {
   std::deque<Item> list;
@@ -23,6 +23,7 @@ void render(Lines& out, const char* kind, JournalService& journal, Getter get) {
       line += (&info == &item.infos().front() ? " " : ", ") + info.timeDate.substr(11);
       if constexpr (std::is_base_of_v<Duration, Info>)
         if (!info.duration.empty()) line += " for " + info.duration;
+      if (!info.connectedNumber.empty()) line += " to <" + info.connectedNumber + ">";
     }
     out.push_back(line);
   }
@@ -57,10 +58,8 @@ TEST_F(OfficeDay, LeavesTheListsItsCommentsDescribe) {
   render<ReceivedCallItem>(shown, "received", *phone->service, &JournalService::getReceivedCallList);
   render<DialledCallItem>(shown, "dialled", *phone->service, &JournalService::getDialledCallList);
   render<ForwardedCallItem>(shown, "forwarded", *phone->service, &JournalService::getForwardedCallList);
-  // Piet Janssen's missed call went when the user called him back and they talked.
   const Lines expected = {
-      // Diverted to voicemail on no answer: KPX journals file it as missed, none as forwarded.
-      R"(missed "Tom Berger" <3412> 11:05:00)",
+      R"(missed "Piet Janssen" <3318> 13:10:00)",
       R"(missed "Jonas Weber" <+4930555777> 10:30:12, 08:41:05)",
       R"(received "Reception, building B" <3300> 17:35:00 for 00:45)",
       R"(received "Maja Ekström" <+46855501020> 09:52:00 for 06:00)",
@@ -68,6 +67,7 @@ TEST_F(OfficeDay, LeavesTheListsItsCommentsDescribe) {
       R"(dialled "Chidi Okonkwo" <02015550199> 15:00:00 for 10:00, 11:40:00)",
       R"(dialled "Piet Janssen" <3318> 14:20:00 for 03:00)",
       R"(dialled "Reception, building B" <3300> 09:15:30 for 01:40)",
+      R"(forwarded "Tom Berger" <3412> 11:05:00 to <7000>)",
   };
   EXPECT_EQ(shown, expected);
   EXPECT_EQ(kept(entries()), stored());
