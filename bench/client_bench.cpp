@@ -77,6 +77,39 @@ void BM_ListRoundTripUnixSocket(benchmark::State& state) {
   state.counters["replyBytes"] = static_cast<double>(bytes);
 }
 
+// The server's half of the round trip, in process: the invoker's reply for the full list.
+struct KeptResponse : InvokerResponse {
+  std::string text;
+  void setResponse(const char* t, int n) override { text.assign(t, static_cast<size_t>(n)); }
+  void complete() override {}
+  std::string getClientId() const override { return "bench"; }
+};
+
+void BM_ListReplyInProcess(benchmark::State& state) {
+  TempDir dir;
+  ServedPhone served(dir);
+  const std::string request = Helper::createMethodRequest(Helper::GET_MISSED_CALL_LIST);
+  for (auto _ : state) {
+    KeptResponse response;
+    served.invoker.handleMessage(&served.phone.service, request.data(), static_cast<int>(request.size()), &response);
+    benchmark::DoNotOptimize(response.text.data());
+  }
+}
+
+// The client's half: parsing the reply into a list.
+void BM_ListReplyParse(benchmark::State& state) {
+  TempDir dir;
+  ServedPhone served(dir);
+  const std::string request = Helper::createMethodRequest(Helper::GET_MISSED_CALL_LIST);
+  KeptResponse response;
+  served.invoker.handleMessage(&served.phone.service, request.data(), static_cast<int>(request.size()), &response);
+  for (auto _ : state) {
+    std::deque<MissedCallItem> list;
+    Helper::parseXMLMissedCallList(response.text, list);
+    benchmark::DoNotOptimize(list.size());
+  }
+}
+
 // Waits until `client` has the deletion of `id`; the count update before it is read on the way.
 bool awaitDeletion(fw::JournalClient& client, const std::string& id) {
   for (;;) {
@@ -121,6 +154,8 @@ void BM_FanOutToTenSubscribers(benchmark::State& state) {
 }  // namespace
 
 BENCHMARK(BM_ListRoundTripUnixSocket)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_ListReplyInProcess)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ListReplyParse)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_FanOutToTenSubscribers)->Unit(benchmark::kMillisecond)->Iterations(500);
 
 int main(int argc, char** argv) {

@@ -19,33 +19,48 @@ constexpr ListKind kAllLists[] = {ListKind::Missed, ListKind::Received, ListKind
 
 int readCode(ListKind k) {
   switch (k) {
-    case ListKind::Missed: return Helper::GET_MISSED_CALL_LIST;
-    case ListKind::Received: return Helper::GET_RECEIVED_CALL_LIST;
-    case ListKind::Dialled: return Helper::GET_DIALLED_CALL_LIST;
-    case ListKind::Forwarded: return Helper::GET_FORWARDED_CALL_LIST;
-    case ListKind::CallBacks: return Helper::GET_CALL_BACK_LIST;
+    case ListKind::Missed:
+      return Helper::GET_MISSED_CALL_LIST;
+    case ListKind::Received:
+      return Helper::GET_RECEIVED_CALL_LIST;
+    case ListKind::Dialled:
+      return Helper::GET_DIALLED_CALL_LIST;
+    case ListKind::Forwarded:
+      return Helper::GET_FORWARDED_CALL_LIST;
+    case ListKind::CallBacks:
+      return Helper::GET_CALL_BACK_LIST;
   }
   return 0;
 }
 
 int deleteOneCode(ListKind k) {
   switch (k) {
-    case ListKind::Missed: return Helper::DELETE_MISSED_CALL;
-    case ListKind::Received: return Helper::DELETE_RECEIVED_CALL;
-    case ListKind::Dialled: return Helper::DELETE_DIALLED_CALL;
-    case ListKind::Forwarded: return Helper::DELETE_FORWARDED_CALL;
-    case ListKind::CallBacks: return Helper::DELETE_CALL_BACK;
+    case ListKind::Missed:
+      return Helper::DELETE_MISSED_CALL;
+    case ListKind::Received:
+      return Helper::DELETE_RECEIVED_CALL;
+    case ListKind::Dialled:
+      return Helper::DELETE_DIALLED_CALL;
+    case ListKind::Forwarded:
+      return Helper::DELETE_FORWARDED_CALL;
+    case ListKind::CallBacks:
+      return Helper::DELETE_CALL_BACK;
   }
   return 0;
 }
 
 int deleteListCode(ListKind k) {
   switch (k) {
-    case ListKind::Missed: return Helper::DELETE_MISSED_CALL_LIST;
-    case ListKind::Received: return Helper::DELETE_RECEIVED_CALL_LIST;
-    case ListKind::Dialled: return Helper::DELETE_DIALLED_CALL_LIST;
-    case ListKind::Forwarded: return Helper::DELETE_FORWARDED_CALL_LIST;
-    case ListKind::CallBacks: return Helper::DELETE_CALL_BACK_LIST;
+    case ListKind::Missed:
+      return Helper::DELETE_MISSED_CALL_LIST;
+    case ListKind::Received:
+      return Helper::DELETE_RECEIVED_CALL_LIST;
+    case ListKind::Dialled:
+      return Helper::DELETE_DIALLED_CALL_LIST;
+    case ListKind::Forwarded:
+      return Helper::DELETE_FORWARDED_CALL_LIST;
+    case ListKind::CallBacks:
+      return Helper::DELETE_CALL_BACK_LIST;
   }
   return 0;
 }

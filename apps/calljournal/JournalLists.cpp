@@ -224,11 +224,21 @@ bool JournalLists::read(ListKind kind, const std::string& reply) {
   if (reply == Helper::FAILURE) return false;
   bool ok = false;
   switch (kind) {
-    case ListKind::Missed: ok = Helper::parseXMLMissedCallList(reply, missed); break;
-    case ListKind::Received: ok = Helper::parseXMLReceivedCallList(reply, received); break;
-    case ListKind::Dialled: ok = Helper::parseXMLDialledCallList(reply, dialled); break;
-    case ListKind::Forwarded: ok = Helper::parseXMLForwardedCallList(reply, forwarded); break;
-    case ListKind::CallBacks: ok = Helper::parseXMLCallBackList(reply, callbacks); break;
+    case ListKind::Missed:
+      ok = Helper::parseXMLMissedCallList(reply, missed);
+      break;
+    case ListKind::Received:
+      ok = Helper::parseXMLReceivedCallList(reply, received);
+      break;
+    case ListKind::Dialled:
+      ok = Helper::parseXMLDialledCallList(reply, dialled);
+      break;
+    case ListKind::Forwarded:
+      ok = Helper::parseXMLForwardedCallList(reply, forwarded);
+      break;
+    case ListKind::CallBacks:
+      ok = Helper::parseXMLCallBackList(reply, callbacks);
+      break;
   }
   has[index(kind)] = ok;
   return ok;

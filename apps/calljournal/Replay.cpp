@@ -12,6 +12,7 @@
 #include "JournalLists.h"
 #include "framework/CstaTrace.h"
 #include "framework/JournalServiceHelper.h"
+#include "framework/Logging.h"
 
 using Helper = JournalServiceHelper;
 
@@ -77,12 +78,16 @@ int replayCommand(const ReplayOptions& options) {
 
   host::JournalHost journal(host::JournalHost::Mode::Replay);
   if (!trace.steps.empty()) journal.setReplayStart(trace.steps.front().at);
-  if (!journal.configure(options.config, overrides, error) || !journal.start(error)) return fail(error);
+  if (!journal.configure(options.config, overrides, error)) return fail(error);
+  // The lists are the output: only errors are logged unless the configuration asks for more.
+  if (journal.settings().logLevels == host::Settings().logLevels) fw::setLogThresholds("*=2", nullptr);
+  if (!journal.start(error)) return fail(error);
 
   size_t events = 0;
   for (size_t i = first; i < trace.steps.size(); ++i) {
     const fw::CstaTraceStep& step = trace.steps[i];
-    if (!journal.setLocalTime(step.at, error)) return fail(options.trace + ":" + std::to_string(step.line) + ": " + error);
+    if (!journal.setLocalTime(step.at, error))
+      return fail(options.trace + ":" + std::to_string(step.line) + ": " + error);
     if (step.kind == fw::CstaTraceStep::Set) {
       journal.setValue(step.key, step.value);
       continue;

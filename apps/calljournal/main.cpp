@@ -86,7 +86,11 @@ int main(int argc, char** argv) {
   replayCmd->add_option("--db", replay.database, "database to use and keep (default: a fresh temporary one)");
   replayCmd->add_flag("--json", replay.json, "one JSON object instead of tables");
 
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    return app.exit(e) == 0 ? 0 : 2;  // --help is not an error; every other refusal is a usage error
+  }
 
   if (*listCmd) return cli::listCommand(connection, list, json);
   if (*deleteCmd) {

@@ -47,11 +47,16 @@ void runUntilStopped(host::JournalHost& journal, const sigset_t& signals) {
 int main(int argc, char** argv) {
   CLI::App app{"calljournald: the call journal daemon (lists of missed, received, dialled and forwarded calls)"};
   std::string config;
-  app.add_option("-c,--config", config, "configuration file (default: " + std::string(kSystemConfig) +
-                                            " when it exists, else built-in defaults)");
+  app.add_option(
+      "-c,--config", config,
+      "configuration file (default: " + std::string(kSystemConfig) + " when it exists, else built-in defaults)");
   std::vector<std::string> sets;
   app.add_option("-s,--set", sets, "KEY=VALUE over the configuration file (repeatable)");
-  CLI11_PARSE(app, argc, argv);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& e) {
+    return app.exit(e) == 0 ? 0 : 2;  // --help is not an error; every other refusal is a usage error
+  }
 
   if (config.empty() && access(kSystemConfig, R_OK) == 0) config = kSystemConfig;
   std::map<std::string, std::string> overrides;

@@ -10,11 +10,20 @@ namespace host {
 
 namespace {
 
-const char* const kKeys[] = {"database",    "phonebook",      "feature-access-codes",
-                             "switch",      "monitored-device", "csta-request-timeout-ms",
-                             "client-socket", "client-tcp",   "client-tcp-allow-remote",
-                             "log-levels",  "log-file",       "mobility-url",
-                             "module",      nullptr};
+const char* const kKeys[] = {"database",
+                             "phonebook",
+                             "feature-access-codes",
+                             "switch",
+                             "monitored-device",
+                             "csta-request-timeout-ms",
+                             "client-socket",
+                             "client-tcp",
+                             "client-tcp-allow-remote",
+                             "log-levels",
+                             "log-file",
+                             "mobility-url",
+                             "module",
+                             nullptr};
 
 bool isRoot() { return geteuid() == 0; }
 

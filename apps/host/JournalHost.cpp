@@ -119,13 +119,16 @@ bool JournalHost::start(std::string& error) {
     return false;
   }
   m_started = true;
+  // The journal reads its lists from the store when a screen first subscribes; a host serves
+  // clients that read without subscribing, so the lists are read at once.
+  request(JournalServiceHelper::createMethodRequest(JournalServiceHelper::REFRESH_CALL_LOG));
   if (m_mode == Mode::Daemon && !serveClients(error)) {
     stop();
     return false;
   }
-  HOSTLOG(4, "journal started: database %s, switch %s", m_settings.database.c_str(),
-          m_settings.switchPort ? (m_settings.switchHost + ":" + std::to_string(m_settings.switchPort)).c_str()
-                                : "none");
+  HOSTLOG(
+      4, "journal started: database %s, switch %s", m_settings.database.c_str(),
+      m_settings.switchPort ? (m_settings.switchHost + ":" + std::to_string(m_settings.switchPort)).c_str() : "none");
   return true;
 }
 

@@ -121,7 +121,8 @@ std::string answerManagement(const std::string& message, ManagementContext& cont
   for (pugi::xml_node k : root.children("key")) keys.push_back(k.child_value());
   logAppUni("Journal Host", __FILE__, 5, __LINE__, "management %s of %zu key(s)", operation.c_str(), keys.size());
   if (operation == "get") return get(context, keys);
-  if (operation == "set" && keys.size() == 1 && root.child("value")) return set(context, keys[0], root.child_value("value"));
+  if (operation == "set" && keys.size() == 1 && root.child("value"))
+    return set(context, keys[0], root.child_value("value"));
   pugi::xml_document out;
   return finish(out, out.append_child("mgmtResponse"), false,
                 "not a management request: expected get with keys, or set with one key and a value");

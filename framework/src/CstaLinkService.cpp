@@ -249,7 +249,10 @@ void CstaLinkService::Impl::changeFilter(CSTAChangeMonitorFilterRequest& request
       monitor = std::find_if(monitors.begin(), monitors.end(),
                              [&](const Monitor& m) { return m.device == request.getDeviceObject(); });
     if (monitor == monitors.end()) {
-      CSTA_LOG(kLogError, "CSTA ChangeMonitorFilter: no monitor of device %s", request.getDeviceObject().c_str());
+      // The journal sets its filter once it has read its configuration, which may come before its
+      // monitor starts: there is nothing to change yet, and the start carries its own filter.
+      CSTA_LOG(kLogNotable, "CSTA ChangeMonitorFilter: no monitor of device %s yet, not sent",
+               request.getDeviceObject().c_str());
       return request.setResponse(kCstaLinkNoMonitor, nullptr);
     }
     if (options.answerLocally) {

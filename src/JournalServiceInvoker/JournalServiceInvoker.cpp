@@ -52,8 +52,7 @@ std::string applyToSet(std::string& message, JournalServiceIfc& service,
 
 void JournalServiceInvoker::initInvoker(FrameworkContext* context) { m_pFrameworkContext = context; }
 
-void JournalServiceInvoker::handleMessage(Executable* target, const char* msg, int length,
-                                          InvokerResponse* response) {
+void JournalServiceInvoker::handleMessage(Executable* target, const char* msg, int length, InvokerResponse* response) {
   if (!response) {
     JLOG(kInvokerLog, 2, "Invoker response is NULL");
     return;
@@ -140,8 +139,7 @@ std::string JournalServiceInvoker::dispatch(JournalServiceIfc& s, int method, st
   }
 }
 
-std::string JournalServiceInvoker::subscription(JournalServiceIfc& service, InvokerResponse& response,
-                                                bool subscribe) {
+std::string JournalServiceInvoker::subscription(JournalServiceIfc& service, InvokerResponse& response, bool subscribe) {
   const std::string client = response.getClientId();
   Proxy* proxy = m_pFrameworkContext ? m_pFrameworkContext->getProxy(kObserverInterface, client) : nullptr;
   if (!proxy) {

@@ -51,6 +51,8 @@ bool Subprocess::start() {
     int err = open(m_errPath.c_str(), O_WRONLY | O_TRUNC);
     dup2(out, 1);
     dup2(err, 2);
+    // The test's own sockets (a switch simulator's listener, say) must not live on in the child.
+    for (int fd = 3; fd < 1024; ++fd) ::close(fd);
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);

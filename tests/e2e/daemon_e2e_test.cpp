@@ -1,0 +1,245 @@
+// The programs end to end over real sockets: a scripted switch -> calljournald -> calljournal
+// (and clients speaking the protocol directly), on temporary files.
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <thread>
+
+#include "Subprocess.h"
+#include "SwitchSimulator.h"
+#include "framework/JournalClient.h"
+#include "framework/JournalServiceHelper.h"
+
+using Helper = JournalServiceHelper;
+using nlohmann::json;
+
+namespace {
+
+const std::string kTrace = std::string(EXAMPLES_DIR) + "/traces/office-day.xml";
+
+// Polls `condition` every 20 ms for up to `timeoutMs`.
+bool eventually(const std::function<bool()>& condition, int timeoutMs = 15000) {
+  auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+  while (std::chrono::steady_clock::now() < deadline) {
+    if (condition()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return condition();
+}
+
+// A missed call from `number` as three events of the monitored line 3100.
+std::vector<std::string> missedCall(const std::string& callId, const std::string& number) {
+  const std::string ns = " xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed4\"";
+  const std::string conn = "<callID>" + callId + "</callID><deviceID>N&lt;3100&gt;</deviceID>";
+  const std::string caller = "<deviceIdentifier>N&lt;" + number + "&gt;</deviceIdentifier>";
+  const std::string own = "<deviceIdentifier>N&lt;3100&gt;</deviceIdentifier>";
+  return {"<DeliveredEvent" + ns + "><monitorCrossRefID/><connection>" + conn + "</connection><alertingDevice>" + own +
+              "</alertingDevice><callingDevice>" + caller + "</callingDevice><calledDevice>" + own +
+              "</calledDevice><lastRedirectionDevice><notRequired/></lastRedirectionDevice>"
+              "<localConnectionInfo>alerting</localConnectionInfo><cause>newCall</cause></DeliveredEvent>",
+          "<ConnectionClearedEvent" + ns + "><monitorCrossRefID/><droppedConnection><callID>" + callId +
+              "</callID><deviceID>N&lt;" + number + "&gt;</deviceID></droppedConnection><releasingDevice>" + caller +
+              "</releasingDevice><localConnectionInfo>alerting</localConnectionInfo>"
+              "<cause>normalClearing</cause></ConnectionClearedEvent>",
+          "<ConnectionClearedEvent" + ns + "><monitorCrossRefID/><droppedConnection>" + conn +
+              "</droppedConnection><releasingDevice>" + own +
+              "</releasingDevice>"
+              "<localConnectionInfo>null</localConnectionInfo><cause>normalClearing</cause></ConnectionClearedEvent>"};
+}
+
+class DaemonTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/journal-e2e-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    dir = pattern;
+    socket = dir + "/journal.sock";
+    std::ofstream(dir + "/calljournald.conf")
+        << "software-type = Velmora SIP\nsystem-identifier = 0\nserver-based-features = true\n"
+        << "switch = 127.0.0.1:" << sim.port() << "\nmonitored-device = 3100\n"
+        << "database = " << dir << "/journal.db\nclient-socket = " << socket << "\n"
+        << "phonebook = " << EXAMPLES_DIR << "/phonebook.csv\n";
+  }
+  void TearDown() override {
+    daemon.reset();
+    std::system(("rm -rf '" + dir + "'").c_str());
+  }
+
+  void startDaemon() {
+    daemon = std::make_unique<Subprocess>(
+        std::vector<std::string>{CALLJOURNALD_PATH, "--config", dir + "/calljournald.conf"});
+    ASSERT_TRUE(daemon->start());
+    ASSERT_TRUE(eventually([&] {
+      fw::JournalClient probe;
+      std::string error;
+      return probe.connect(socket, error);
+    })) << daemon->err();
+    ASSERT_TRUE(sim.waitForRequest("MonitorStart", 15000, ++monitorStarts)) << daemon->err();
+  }
+
+  Subprocess::Result cli(std::vector<std::string> args) {
+    args.insert(args.begin(), {CALLJOURNAL_PATH, "--socket", socket});
+    return Subprocess::run(args);
+  }
+
+  json lists() {
+    Subprocess::Result r = cli({"list", "--json"});
+    EXPECT_EQ(r.code, 0) << r.err;
+    return r.code == 0 ? json::parse(r.out) : json();
+  }
+
+  // Which parties each list holds, as "list:number" texts. The switch here sends the day's events
+  // within a second, so occurrences that the trace spreads over hours share one time stamp: the
+  // counts of occurrences are the replay's business, not this comparison's.
+  static std::set<std::string> shape(const json& j) {
+    std::set<std::string> out;
+    for (const char* list : {"missed", "received", "dialled", "forwarded"})
+      for (const auto& e : j[list]) out.insert(std::string(list) + ":" + e["infos"][0]["number"].get<std::string>());
+    return out;
+  }
+
+  void playDay() {
+    std::string error;
+    ASSERT_GT(sim.playTrace(kTrace, 0, error), 0) << error;
+  }
+
+  std::string dir, socket;
+  SwitchSimulator sim;
+  std::unique_ptr<Subprocess> daemon;
+  size_t monitorStarts = 0;
+};
+
+fw::JournalClient connectTo(const std::string& socket) {
+  fw::JournalClient client;
+  std::string error;
+  EXPECT_TRUE(client.connect(socket, error)) << error;
+  return client;
+}
+
+}  // namespace
+
+TEST_F(DaemonTest, CallsReachListsAndSubscribersAndADeletionReachesEverySubscriber) {
+  startDaemon();
+  Subprocess watch({CALLJOURNAL_PATH, "--socket", socket, "watch"});
+  ASSERT_TRUE(watch.start());
+  fw::JournalClient second = connectTo(socket);
+  std::string reply, error, message;
+  ASSERT_TRUE(second.call(Helper::createMethodRequest(Helper::SUBSCRIBE), reply, error)) << error;
+  ASSERT_EQ(reply, Helper::respBool(true));
+
+  playDay();
+  Subprocess::Result replay = Subprocess::run(
+      {CALLJOURNAL_PATH, "replay", kTrace, "--json", "--phonebook", std::string(EXAMPLES_DIR) + "/phonebook.csv"});
+  ASSERT_EQ(replay.code, 0) << replay.err;
+  const auto expected = shape(json::parse(replay.out));
+  ASSERT_FALSE(expected.empty());
+  json now;
+  std::set<std::string> got;
+  ASSERT_TRUE(eventually([&] { return (got = shape(now = lists())) == expected; }))
+      << ::testing::PrintToString(got) << "\n"
+      << ::testing::PrintToString(expected);
+  EXPECT_TRUE(eventually([&] { return watch.out().find("received new") != std::string::npos; })) << watch.out();
+
+  // The day's call ids are hexadecimal, which give every entry filed in one second the same id;
+  // a call with a decimal id has one of its own.
+  for (const std::string& event : missedCall("777", "0309999999")) ASSERT_TRUE(sim.sendEvent(event));
+  std::string id;
+  ASSERT_TRUE(eventually([&] {
+    const json all = lists();
+    for (const auto& e : all["missed"])
+      if (e["infos"][0]["number"] == "0309999999") id = e["entryId"].get<std::string>();
+    return !id.empty();
+  }));
+  Subprocess::Result del = cli({"delete", id});
+  ASSERT_EQ(del.code, 0) << del.err;
+  bool seen = false;
+  while (!seen && second.nextEvent(message, error, 5000)) {
+    MissedCallItem item;
+    std::string got;
+    int action = -1;
+    seen = Helper::parseObsReqMissedCallsUpdate(message, item, got, action) && got == id && action == 2;
+  }
+  EXPECT_TRUE(seen) << error;
+  EXPECT_TRUE(eventually([&] { return watch.out().find("missed deleted") != std::string::npos; })) << watch.out();
+  EXPECT_EQ(cli({"delete", id}).code, 1);  // gone
+}
+
+TEST_F(DaemonTest, ListsSurviveALinkDropAndADaemonKilledAndRestarted) {
+  startDaemon();
+  sim.dropConnection();
+  sim.restore();
+  ASSERT_TRUE(sim.waitForRequest("MonitorStart", 30000, ++monitorStarts)) << daemon->err();
+  for (const std::string& event : missedCall("5A01", "0301234567")) ASSERT_TRUE(sim.sendEvent(event));
+  json before;
+  ASSERT_TRUE(eventually([&] { return (before = lists())["missed"].size() == 1; })) << daemon->err();
+  EXPECT_EQ(before["unviewedMissed"], 1);
+
+  daemon->signal(SIGKILL);
+  daemon->wait(5000);
+  startDaemon();  // over the socket file the killed daemon left
+  json after = lists();
+  EXPECT_EQ(after["missed"], before["missed"]);
+
+  daemon->signal(SIGTERM);
+  EXPECT_EQ(daemon->wait(10000), 0) << daemon->err();
+  EXPECT_NE(access(socket.c_str(), F_OK), 0) << "socket left behind";
+  Subprocess::Result r = cli({"list"});
+  EXPECT_EQ(r.code, 1);
+  EXPECT_NE(r.err.find("is calljournald running?"), std::string::npos) << r.err;
+}
+
+TEST_F(DaemonTest, BadClientInputGetsFailureOrAClosedConnectionNeverACrash) {
+  startDaemon();
+  fw::JournalClient client = connectTo(socket);
+  std::string reply, error;
+  ASSERT_TRUE(client.call("<journalRequest><method>noSuchMethod</method></journalRequest>", reply, error));
+  EXPECT_EQ(reply, Helper::FAILURE);
+  ASSERT_TRUE(client.call("<journalRequest><method>getMissed", reply, error));
+  EXPECT_EQ(reply, Helper::FAILURE);
+  ASSERT_TRUE(client.call(Helper::createMethodRequest(Helper::DELETE_DIALLED_CALL, {"no-such-id"}), reply, error));
+  EXPECT_EQ(reply, Helper::FAILURE);
+
+  fw::JournalClient oversize = connectTo(socket);
+  EXPECT_FALSE(oversize.call(std::string(5u << 20, 'x'), reply, error, 5000));
+  fw::JournalClient broken = connectTo(socket);
+  ASSERT_TRUE(broken.send(std::string(), error));  // an empty request is answered FAILURE
+
+  ASSERT_TRUE(client.call(Helper::createMethodRequest(Helper::GET_MISSED_CALL_LIST), reply, error)) << error;
+  EXPECT_NE(reply, Helper::FAILURE);
+  ASSERT_TRUE(
+      sim.sendRaw(std::string("\x00\x00\x00\x03"
+                              "9999",
+                              8)));  // a frame shorter than its header
+  ASSERT_TRUE(sim.waitForRequest("MonitorStart", 30000, ++monitorStarts)) << daemon->err();
+  EXPECT_TRUE(daemon->running());
+
+  EXPECT_EQ(cli({"config", "get", "no-such-setting"}).code, 1);
+  EXPECT_EQ(cli({"delete"}).code, 2);
+  EXPECT_EQ(cli({"frobnicate"}).code, 2);
+  Subprocess::Result set = cli({"config", "set", "missed-logging", "false"});
+  EXPECT_EQ(set.code, 0) << set.err;
+  Subprocess::Result get = cli({"config", "get", "missed-logging", "software-type"});
+  EXPECT_NE(get.out.find("software-type = Velmora SIP"), std::string::npos) << get.out;
+  EXPECT_NE(get.out.find("missed-logging = 1"), std::string::npos) << get.out;  // "1": not logged
+}
+
+TEST(ReplayTest, AMalformedTraceIsRefusedWithItsPlaceAndWritesNothing) {
+  char pattern[] = "/tmp/journal-replay-XXXXXX";
+  ASSERT_NE(mkdtemp(pattern), nullptr);
+  const std::string dir = pattern;
+  std::ofstream(dir + "/bad.xml") << "<cstaTrace>\n  <event at=\"2024-03-05T07:00:00\">\n    <DeliveredEvent>\n"
+                                  << "</cstaTrace>\n";
+  Subprocess::Result r = Subprocess::run({CALLJOURNAL_PATH, "replay", dir + "/bad.xml", "--db", dir + "/j.db"});
+  EXPECT_EQ(r.code, 1);
+  EXPECT_NE(r.err.find("bad.xml:"), std::string::npos) << r.err;
+  EXPECT_NE(access((dir + "/j.db").c_str(), F_OK), 0);
+  std::system(("rm -rf '" + dir + "'").c_str());
+}
