@@ -5,19 +5,24 @@
 #                                   e.g. --benchmark_filter=Load
 #   scripts/bench.sh store [args]   the store benchmarks only
 #   scripts/bench.sh replay [args]  the replay only; arguments: --calls=N --seed=N --flavour=kpx|sip|all
+#   scripts/bench.sh client [args]  clients over the Unix socket: a full list's round trip and one
+#                                   change fanned out to 10 subscribers
 # The replay's exit status is 2 when its checks failed (the lists were not full, the store or the
 # occurrences did not match): its figures are then withheld.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/setup.sh
 cmake --preset default >/dev/null
-cmake --build --preset default -j"$(nproc)" --target journal_bench journal_replay_bench
+cmake --build --preset default -j"$(nproc)" --target journal_bench journal_replay_bench journal_client_bench
 case "${1:-}" in
   store) shift; exec build/default/bin/journal_bench "$@" ;;
   replay) shift; exec build/default/bin/journal_replay_bench "$@" ;;
+  client) shift; exec build/default/bin/journal_client_bench "$@" ;;
 esac
 status=0
 build/default/bin/journal_bench "$@" || status=$?
 echo
 build/default/bin/journal_replay_bench || status=$?
+echo
+build/default/bin/journal_client_bench || status=$?
 exit "$status"
