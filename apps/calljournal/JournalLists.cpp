@@ -92,19 +92,24 @@ std::string nameOf(const CallItem& item) {
   return item.getFirstname() + " " + item.getSurname();
 }
 
+// Characters a terminal shows for UTF-8 text: every byte but continuation bytes.
+size_t displayWidth(const std::string& text) {
+  return static_cast<size_t>(std::count_if(text.begin(), text.end(), [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
 // Columns padded to their widest cell, two blanks apart.
 void printRows(const std::vector<Row>& rows, std::ostream& out) {
   std::vector<size_t> widths;
   for (const Row& row : rows)
     for (size_t i = 0; i < row.size(); ++i) {
       if (widths.size() <= i) widths.push_back(0);
-      widths[i] = std::max(widths[i], row[i].size());
+      widths[i] = std::max(widths[i], displayWidth(row[i]));
     }
   for (const Row& row : rows) {
     std::string line;
     for (size_t i = 0; i < row.size(); ++i) {
       line += row[i];
-      if (i + 1 < row.size()) line += std::string(widths[i] - row[i].size() + 2, ' ');
+      if (i + 1 < row.size()) line += std::string(widths[i] - displayWidth(row[i]) + 2, ' ');
     }
     out << "  " << line << '\n';
   }
@@ -132,6 +137,15 @@ Row entryRow(const CallBackItem& item) {
           item.getEntryId()};
 }
 
+// The heading of the column after CALLS.
+template <class Item>
+const char* detailHeading() {
+  if constexpr (std::is_same_v<Item, MissedCallItem>) return "";
+  if constexpr (std::is_same_v<Item, ForwardedCallItem>) return "FORWARDED";
+  if constexpr (std::is_same_v<Item, CallBackItem>) return "STATE";
+  return "DURATION";
+}
+
 template <class Item>
 void printList(const char* title, const std::deque<Item>& list, const std::string& note, std::ostream& out) {
   out << title << " (" << list.size() << (list.size() == 1 ? " entry" : " entries") << note << ")\n";
@@ -139,7 +153,7 @@ void printList(const char* title, const std::deque<Item>& list, const std::strin
     out << "  (empty)\n\n";
     return;
   }
-  std::vector<Row> rows{{"TIME", "NUMBER", "NAME", "CALLS", "", "ID"}};
+  std::vector<Row> rows{{"TIME", "NUMBER", "NAME", "CALLS", detailHeading<Item>(), "ID"}};
   for (const Item& item : list) rows.push_back(entryRow(item));
   printRows(rows, out);
   out << '\n';

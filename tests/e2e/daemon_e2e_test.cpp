@@ -229,6 +229,14 @@ TEST_F(DaemonTest, BadClientInputGetsFailureOrAClosedConnectionNeverACrash) {
   Subprocess::Result get = cli({"config", "get", "missed-logging", "software-type"});
   EXPECT_NE(get.out.find("software-type = Velmora SIP"), std::string::npos) << get.out;
   EXPECT_NE(get.out.find("missed-logging = 1"), std::string::npos) << get.out;  // "1": not logged
+
+  // SIGHUP reads the file again; an unknown event from the switch is skipped.
+  ASSERT_TRUE(
+      sim.sendEvent("<FancyNewEvent xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed6\"/>"));
+  std::ofstream(dir + "/calljournald.conf", std::ios::app) << "reg-number = 4242\n";
+  daemon->signal(SIGHUP);
+  EXPECT_TRUE(eventually([&] { return cli({"config", "get", "reg-number"}).out.find("4242") != std::string::npos; }));
+  EXPECT_TRUE(daemon->running());
 }
 
 TEST(ReplayTest, AMalformedTraceIsRefusedWithItsPlaceAndWritesNothing) {
