@@ -14,57 +14,6 @@ namespace cli {
 
 namespace {
 
-constexpr ListKind kAllLists[] = {ListKind::Missed, ListKind::Received, ListKind::Dialled, ListKind::Forwarded,
-                                  ListKind::CallBacks};
-
-int readCode(ListKind k) {
-  switch (k) {
-    case ListKind::Missed:
-      return Helper::GET_MISSED_CALL_LIST;
-    case ListKind::Received:
-      return Helper::GET_RECEIVED_CALL_LIST;
-    case ListKind::Dialled:
-      return Helper::GET_DIALLED_CALL_LIST;
-    case ListKind::Forwarded:
-      return Helper::GET_FORWARDED_CALL_LIST;
-    case ListKind::CallBacks:
-      return Helper::GET_CALL_BACK_LIST;
-  }
-  return 0;
-}
-
-int deleteOneCode(ListKind k) {
-  switch (k) {
-    case ListKind::Missed:
-      return Helper::DELETE_MISSED_CALL;
-    case ListKind::Received:
-      return Helper::DELETE_RECEIVED_CALL;
-    case ListKind::Dialled:
-      return Helper::DELETE_DIALLED_CALL;
-    case ListKind::Forwarded:
-      return Helper::DELETE_FORWARDED_CALL;
-    case ListKind::CallBacks:
-      return Helper::DELETE_CALL_BACK;
-  }
-  return 0;
-}
-
-int deleteListCode(ListKind k) {
-  switch (k) {
-    case ListKind::Missed:
-      return Helper::DELETE_MISSED_CALL_LIST;
-    case ListKind::Received:
-      return Helper::DELETE_RECEIVED_CALL_LIST;
-    case ListKind::Dialled:
-      return Helper::DELETE_DIALLED_CALL_LIST;
-    case ListKind::Forwarded:
-      return Helper::DELETE_FORWARDED_CALL_LIST;
-    case ListKind::CallBacks:
-      return Helper::DELETE_CALL_BACK_LIST;
-  }
-  return 0;
-}
-
 // A connected client, or an explanation of why the daemon cannot be reached.
 class Session {
  public:
@@ -89,7 +38,7 @@ class Session {
   bool readLists(JournalLists& lists, const std::vector<ListKind>& kinds) {
     for (ListKind kind : kinds) {
       std::string reply;
-      if (!call(readCode(kind), {}, reply)) return false;
+      if (!call(listMethods(kind).read, {}, reply)) return false;
       if (!lists.read(kind, reply)) {
         m_error = std::string("the journal refused to give the ") + listName(kind) + " list";
         return false;
@@ -112,7 +61,7 @@ bool boolReply(const std::string& reply) {
 
 std::vector<ListKind> kindsOf(const std::string& list) {
   ListKind kind;
-  if (list.empty() || list == "all") return {std::begin(kAllLists), std::end(kAllLists)};
+  if (list.empty() || list == "all") return {std::begin(kAllListKinds), std::end(kAllListKinds)};
   listKindFromName(list, kind);
   return {kind};
 }
@@ -150,7 +99,7 @@ int deleteCommand(const Connection& c, const std::string& list, bool all, const 
     };
     collect(lists.missed), collect(lists.received), collect(lists.dialled), collect(lists.forwarded),
         collect(lists.callbacks);
-    if (!s.call(deleteListCode(kind), every, reply)) return fail(s.error());
+    if (!s.call(listMethods(kind).deleteList, every, reply)) return fail(s.error());
     if (!boolReply(reply)) return fail(std::string("the journal refused to empty the ") + list + " list");
     std::cout << "deleted " << every.size() << " entries from the " << list << " list\n";
     return 0;
@@ -164,7 +113,7 @@ int deleteCommand(const Connection& c, const std::string& list, bool all, const 
     } else if (!lists.find(id, kind)) {
       return fail("no entry with id " + id + " (see calljournal list for the ids)");
     }
-    if (!s.call(deleteOneCode(kind), {id}, reply)) return fail(s.error());
+    if (!s.call(listMethods(kind).deleteOne, {id}, reply)) return fail(s.error());
     if (!boolReply(reply)) return fail("no entry with id " + id + " in the " + listName(kind) + " list");
     std::cout << "deleted " << id << " from the " << listName(kind) << " list\n";
   }

@@ -234,6 +234,16 @@ bool listKindFromName(const std::string& name, ListKind& kind) {
 
 const char* listName(ListKind kind) { return kNames[index(kind)]; }
 
+const ListMethods& listMethods(ListKind kind) {
+  static const ListMethods kMethods[] = {
+      {Helper::GET_MISSED_CALL_LIST, Helper::DELETE_MISSED_CALL, Helper::DELETE_MISSED_CALL_LIST},
+      {Helper::GET_RECEIVED_CALL_LIST, Helper::DELETE_RECEIVED_CALL, Helper::DELETE_RECEIVED_CALL_LIST},
+      {Helper::GET_DIALLED_CALL_LIST, Helper::DELETE_DIALLED_CALL, Helper::DELETE_DIALLED_CALL_LIST},
+      {Helper::GET_FORWARDED_CALL_LIST, Helper::DELETE_FORWARDED_CALL, Helper::DELETE_FORWARDED_CALL_LIST},
+      {Helper::GET_CALL_BACK_LIST, Helper::DELETE_CALL_BACK, Helper::DELETE_CALL_BACK_LIST}};
+  return kMethods[index(kind)];
+}
+
 bool JournalLists::read(ListKind kind, const std::string& reply) {
   if (reply == Helper::FAILURE) return false;
   bool ok = false;

@@ -12,6 +12,14 @@
 namespace cli {
 
 enum class ListKind { Missed, Received, Dialled, Forwarded, CallBacks };
+constexpr ListKind kAllListKinds[] = {ListKind::Missed, ListKind::Received, ListKind::Dialled, ListKind::Forwarded,
+                                      ListKind::CallBacks};
+
+// The client method codes that read a list, delete one of its entries and delete a set of them.
+struct ListMethods {
+  int read, deleteOne, deleteList;
+};
+const ListMethods& listMethods(ListKind kind);
 
 // "missed", "received", "dialled", "forwarded", "callbacks" <-> kind; false for another word.
 bool listKindFromName(const std::string& name, ListKind& kind);

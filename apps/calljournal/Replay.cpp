@@ -47,13 +47,8 @@ size_t leadingSets(const fw::CstaTrace& trace, std::map<std::string, std::string
 }
 
 bool readAllLists(host::JournalHost& journal, JournalLists& lists) {
-  const std::pair<ListKind, int> reads[] = {{ListKind::Missed, Helper::GET_MISSED_CALL_LIST},
-                                            {ListKind::Received, Helper::GET_RECEIVED_CALL_LIST},
-                                            {ListKind::Dialled, Helper::GET_DIALLED_CALL_LIST},
-                                            {ListKind::Forwarded, Helper::GET_FORWARDED_CALL_LIST},
-                                            {ListKind::CallBacks, Helper::GET_CALL_BACK_LIST}};
-  for (const auto& [kind, code] : reads)
-    if (!lists.read(kind, journal.request(Helper::createMethodRequest(code)))) return false;
+  for (ListKind kind : kAllListKinds)
+    if (!lists.read(kind, journal.request(Helper::createMethodRequest(listMethods(kind).read)))) return false;
   return true;
 }
 

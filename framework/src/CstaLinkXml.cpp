@@ -7,37 +7,15 @@
 #include <vector>
 
 #include "CstaLinkInternal.h"
+#include "CstaXmlNodes.h"
 
 namespace fw {
 namespace link {
 namespace {
 
+using namespace csta_xml::nodes;
+
 constexpr const char* kNamespace = "http://www.ecma-international.org/standards/ecma-323/csta/ed4";
-
-const char* localName(const pugi::xml_node& node) {
-  const char* name = node.name();
-  const char* colon = std::strrchr(name, ':');
-  return colon ? colon + 1 : name;
-}
-
-pugi::xml_node child(const pugi::xml_node& node, const char* name) {
-  for (pugi::xml_node c = node.first_child(); c; c = c.next_sibling())
-    if (c.type() == pugi::node_element && std::strcmp(localName(c), name) == 0) return c;
-  return pugi::xml_node();
-}
-
-pugi::xml_node firstElement(const pugi::xml_node& node) {
-  for (pugi::xml_node c = node.first_child(); c; c = c.next_sibling())
-    if (c.type() == pugi::node_element) return c;
-  return pugi::xml_node();
-}
-
-std::string trimmed(const char* raw) {
-  std::string text(raw);
-  const auto first = text.find_first_not_of(" \t\r\n");
-  if (first == std::string::npos) return std::string();
-  return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
-}
 
 // A request document: declaration and document element in our namespace.
 class Request {

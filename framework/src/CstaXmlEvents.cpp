@@ -10,39 +10,14 @@
 #include <sstream>
 #include <string>
 
+#include "CstaXmlNodes.h"
 #include "framework/CstaEvents.h"
 #include "framework/CstaXml.h"
 
 namespace csta_xml {
 namespace {
 
-const char* localName(const pugi::xml_node& node) {
-  const char* name = node.name();
-  const char* colon = std::strrchr(name, ':');
-  return colon ? colon + 1 : name;
-}
-
-pugi::xml_node child(const pugi::xml_node& node, const char* name) {
-  for (pugi::xml_node c = node.first_child(); c; c = c.next_sibling())
-    if (c.type() == pugi::node_element && std::strcmp(localName(c), name) == 0) return c;
-  return pugi::xml_node();
-}
-
-pugi::xml_node descendant(const pugi::xml_node& node, const char* name) {
-  for (pugi::xml_node c = node.first_child(); c; c = c.next_sibling()) {
-    if (c.type() != pugi::node_element) continue;
-    if (std::strcmp(localName(c), name) == 0) return c;
-    if (pugi::xml_node found = descendant(c, name)) return found;
-  }
-  return pugi::xml_node();
-}
-
-std::string trimmed(const char* raw) {
-  std::string text(raw);
-  const auto first = text.find_first_not_of(" \t\r\n");
-  if (first == std::string::npos) return std::string();
-  return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
-}
+using namespace nodes;
 
 std::string text(const pugi::xml_node& node) { return node ? trimmed(node.child_value()) : std::string(); }
 
