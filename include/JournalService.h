@@ -223,7 +223,7 @@ class JournalService : public Service,
   // The journal's own three settings, kept in the store's settings table.
   void readConfigItemsFromDB();
   // Stores `value` under `tag`; true when the store took it and the member changed.
-  bool updateBoolConfigItem(bool& member, const char* tag, const std::string& value);
+  bool updateBoolConfigItem(std::atomic<bool>& member, const char* tag, const std::string& value);
   // Each sets `reason` (code 10) when the value was already current.
   bool updateEnabledState(const std::string& value, std::string& reason);
   bool updateMissedLoggingState(const std::string& value, std::string& reason);
@@ -555,18 +555,21 @@ class JournalService : public Service,
   std::unique_ptr<KPXConference> m_conferences[kMaxConferences];  // guarded by m_callsLock
   std::unique_ptr<SipConference> m_sipConference;                 // the CSTA event thread's; see the cleared handler
   Semaphore m_callsLock;
-  int m_tzOffset = 0;
-  int m_daylightSaveMinutes = 0;
-  int m_systemIdentifier = 0;
-  std::string m_callLogControl;
-  std::string m_regNumber;
-  bool m_serverBasedFeatures = false;
-  bool m_localCallLog = false;
-  bool m_serverCallLog = false;
-  bool m_mixedCallLog = false;
-  bool m_callLogEnabled = true;
-  bool m_missedLogging = true;
-  bool m_deleteMissedWhenCalled = false;
+  // Configuration values: written on the management thread (a change of the configuration) while
+  // the CSTA event thread and client requests read them, hence atomic. Each is read on its own; no
+  // rule needs two of them to change together.
+  std::atomic<int> m_tzOffset{0};
+  std::atomic<int> m_daylightSaveMinutes{0};
+  std::atomic<int> m_systemIdentifier{0};
+  std::string m_callLogControl;  // read and written on the management thread only
+  std::string m_regNumber;       // read and written on the management thread only
+  std::atomic<bool> m_serverBasedFeatures{false};
+  std::atomic<bool> m_localCallLog{false};
+  std::atomic<bool> m_serverCallLog{false};
+  std::atomic<bool> m_mixedCallLog{false};
+  std::atomic<bool> m_callLogEnabled{true};
+  std::atomic<bool> m_missedLogging{true};
+  std::atomic<bool> m_deleteMissedWhenCalled{false};
   MobilityServiceIfc* m_pMobilitySvc = nullptr;
   int m_autoSaveInitialTimer = -1;
   int m_autoSaveTimer = -1;

@@ -50,9 +50,11 @@ void JournalService::readLocalMgmtData(unsigned groups) {
   if (groups & kSystemGroup) {
     m_systemIdentifier = 0;
     if (getKVDBValue("system-identifier", value)) m_systemIdentifier = toInt(value);
-    JLOG(kEventsLog, 5, "%s():system-identifier = %d", __func__, m_systemIdentifier);
-    m_softwareType.clear();
-    getKVDBValue("software-type", m_softwareType);
+    JLOG(kEventsLog, 5, "%s():system-identifier = %d", __func__, m_systemIdentifier.load());
+    // The event thread reads the software type all the time: it is only written when it changed.
+    std::string softwareType;
+    getKVDBValue("software-type", softwareType);
+    if (softwareType != m_softwareType) m_softwareType = softwareType;
     JLOG(kEventsLog, 5, "%s():software-type = %s", __func__, m_softwareType.c_str());
     m_callLogControl.clear();
     getKVDBValue("call-log-control", m_callLogControl);
@@ -61,7 +63,7 @@ void JournalService::readLocalMgmtData(unsigned groups) {
     getKVDBValue("reg-number", m_regNumber);
     JLOG(kEventsLog, 5, "%s():reg-number = %s", __func__, m_regNumber.c_str());
     m_serverBasedFeatures = getKVDBValue("server-based-features", value) && value == "true";
-    JLOG(kEventsLog, 5, "%s():server-based-features = %d", __func__, m_serverBasedFeatures);
+    JLOG(kEventsLog, 5, "%s():server-based-features = %d", __func__, m_serverBasedFeatures.load());
     deriveLoggingMode();
     changeMonitorFilter();
   }

@@ -35,7 +35,7 @@ void JournalService::readConfigItemsFromDB() {
     m_deleteMissedWhenCalled = ClientUtils::stob(value);
 }
 
-bool JournalService::updateBoolConfigItem(bool& member, const char* tag, const std::string& value) {
+bool JournalService::updateBoolConfigItem(std::atomic<bool>& member, const char* tag, const std::string& value) {
   std::string message =
       Helper::createXMLField(Helper::REASONFORMESSAGE, Helper::UPDATEREQUEST) + Helper::createXMLField(tag, value);
   Helper::addXMLHeaderFooter(message, Helper::SETTINGS_SCHEMA);
