@@ -130,6 +130,8 @@ TEST_F(DaemonTest, CallsReachListsAndSubscribersAndADeletionReachesEverySubscrib
   startDaemon();
   Subprocess watch({CALLJOURNAL_PATH, "--socket", socket, "watch"});
   ASSERT_TRUE(watch.start());
+  // A new subscriber is first told the counts: then the watch is in place.
+  ASSERT_TRUE(eventually([&] { return watch.out().find("unviewedMissed") != std::string::npos; })) << watch.err();
   fw::JournalClient second = connectTo(socket);
   std::string reply, error, message;
   ASSERT_TRUE(second.call(Helper::createMethodRequest(Helper::SUBSCRIBE), reply, error)) << error;
