@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds and runs every test: the whole suite on the default preset and under address+undefined
-# sanitizers, and the concurrency tests under the thread sanitizer. Prints ctest's summary for each.
+# sanitizers, and the concurrency tests (with those of the switch link, the client server and the
+# daemon) under the thread sanitizer. Prints ctest's summary for each.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -20,4 +21,7 @@ run_preset() {
 run_preset default
 run_preset asan
 run_preset tsan -L concurrency
+# The threads of the daemon's parts: the CSTA link, the client server, and the daemon end to end.
+echo "==== tsan: tests of the switch link, the client server and the daemon"
+ctest --preset tsan -R 'CstaLinkTest|ClientServerTest|DaemonTest'
 echo "==== all test runs passed"
