@@ -161,10 +161,19 @@ JournalClient::Read JournalClient::readFrame(std::string& payload, std::string& 
         return Read::kFailed;
       }
       if (m_buffer.size() >= 4 + length) {
-        payload = m_buffer.substr(4, length);
-        m_buffer.erase(0, 4 + length);
+        if (m_buffer.size() == 4 + length) {
+          // The usual case: the buffer holds this frame alone and becomes the payload.
+          m_buffer.erase(0, 4);
+          payload = std::move(m_buffer);
+          m_buffer.clear();
+        } else {
+          payload = m_buffer.substr(4, length);
+          m_buffer.erase(0, 4 + length);
+        }
         return Read::kFrame;
       }
+      // A large frame is read straight into its place rather than grown chunk by chunk.
+      m_buffer.reserve(4 + length);
     }
     if (m_fd < 0) {
       error = "not connected";
