@@ -183,7 +183,7 @@ void ClientServer::Impl::addConnection(Connection::Socket socket, const std::str
     connection = std::make_shared<Connection>(*this, std::move(socket), clientId);
     connections[clientId] = connection;
   }
-  logAppUni(kLogHandle, __FILE__, kLogNotable, __LINE__, "client %s connected", connection->clientId().c_str());
+  logAppUni(kLogHandle, __FILE__, kLogTrace, __LINE__, "client %s connected", connection->clientId().c_str());
   connection->start();
 }
 

@@ -28,7 +28,7 @@ std::string frame(const std::string& payload) {
 void Channel::setPayloadType(const std::string& type) {
   // Every payload travels as UTF-8 XML text; another type is noted, and sent the same way.
   if (type != "xml_text") {
-    logAppUni(kLogHandle, __FILE__, kLogNotable, __LINE__, "proxy payload type %s sent as XML text", type.c_str());
+    logAppUni(kLogHandle, __FILE__, kLogTrace, __LINE__, "proxy payload type %s sent as XML text", type.c_str());
   }
 }
 
@@ -51,7 +51,7 @@ void Connection::readHeader() {
   asio::async_read(m_socket, asio::buffer(m_header, sizeof m_header), [self](const asio::error_code& ec, std::size_t) {
     if (self->m_shut) return;
     if (ec) {
-      self->close(ec == asio::error::eof ? "closed by the client" : ec.message(), kLogNotable);
+      self->close(ec == asio::error::eof ? "closed by the client" : ec.message(), kLogTrace);
       return;
     }
     const std::size_t length = (std::size_t{self->m_header[0]} << 24) | (std::size_t{self->m_header[1]} << 16) |
