@@ -79,25 +79,40 @@ bool waitFor(const std::function<bool()>& condition) {
   return condition();
 }
 
+// The reply to `request`; a failed call fails the test.
+std::string call(fw::JournalClient& client, const std::string& request) {
+  std::string reply, error;
+  EXPECT_TRUE(client.call(request, reply, error)) << error;
+  return reply;
+}
+// The message a reply echoes, without the client id.
+std::string echoed(const std::string& reply) { return reply.substr(reply.find('|')); }
+std::string nextEvent(fw::JournalClient& client) {
+  std::string event, error;
+  EXPECT_TRUE(client.nextEvent(event, error, 5000)) << error;
+  return event;
+}
+
+// A server on a fresh socket path (set m_options first), with clients `a` and `b` connected to it.
 class ClientServerTest : public ::testing::Test {
  protected:
   ClientServerTest() : m_context(m_time), m_invoker(m_context) {
-    char dir[] = "/tmp/client_server_XXXXXX";
-    m_dir = mkdtemp(dir);
-    m_options.socketPath = m_dir + "/journal.sock";
+    m_options.socketPath = "/tmp/client_server_" + std::to_string(getpid()) + ".sock";
+    std::remove(m_options.socketPath.c_str());
   }
   ~ClientServerTest() override {
     m_server.reset();
     std::remove(m_options.socketPath.c_str());
-    rmdir(m_dir.c_str());
   }
-  void start() {
+  void start(bool connectClients = true) {
     m_server = std::make_unique<fw::ClientServer>(m_context, m_options);
     m_server->setTarget(nullptr, &m_invoker);
     m_server->addProxyFactory(
         kInterface, [this] { return ++m_factoryCalls, new TestProxy; }, kDetach);
     std::string error;
     ASSERT_TRUE(m_server->start(error)) << error;
+    for (fw::JournalClient* client : {&a, &b})
+      if (connectClients) connect(*client);
   }
   void connect(fw::JournalClient& client) {
     std::string error;
@@ -105,8 +120,7 @@ class ClientServerTest : public ::testing::Test {
   }
   // The client id the server gave `client`, from the reply to a request.
   std::string idOf(fw::JournalClient& client) {
-    std::string reply, error;
-    EXPECT_TRUE(client.call("<who/>", reply, error)) << error;
+    const std::string reply = call(client, "<who/>");
     return reply.substr(0, reply.find('|'));
   }
 
@@ -114,10 +128,10 @@ class ClientServerTest : public ::testing::Test {
   FrameworkContext m_context;
   RecordingInvoker m_invoker;
   LogCapture m_log;
-  std::string m_dir;
   fw::ClientServerOptions m_options;
   std::unique_ptr<fw::ClientServer> m_server;
   std::atomic<int> m_factoryCalls{0};
+  fw::JournalClient a, b;
 };
 
 TEST_F(ClientServerTest, RepliesComeInOrderAndHandlersAndIdentitiesAreKept) {
@@ -125,9 +139,6 @@ TEST_F(ClientServerTest, RepliesComeInOrderAndHandlersAndIdentitiesAreKept) {
   m_server->setHandler("daemonStatus", [](const std::string& message, const std::string& client) {
     return "<status>" + client + " " + std::to_string(message.size()) + "</status>";
   });
-  fw::JournalClient a, b;
-  connect(a);
-  connect(b);
   const std::string idA = idOf(a), idB = idOf(b);
   EXPECT_EQ(idA.rfind("unix:", 0), 0u);
   EXPECT_NE(idA, idB);
@@ -136,32 +147,21 @@ TEST_F(ClientServerTest, RepliesComeInOrderAndHandlersAndIdentitiesAreKept) {
   // Pipelined on a third connection: five frames sent before any reply is read come back in order.
   fw::JournalClient c;
   connect(c);
-  std::string reply, error;
+  std::string error;
   for (int i = 0; i < 5; ++i) ASSERT_TRUE(c.send("<m>" + std::to_string(i) + "</m>", error));
-  for (int i = 0; i < 5; ++i) {
-    ASSERT_TRUE(c.call("<m>" + std::to_string(i + 5) + "</m>", reply, error)) << error;
-    EXPECT_EQ(reply.substr(reply.find('|')), "|<m>" + std::to_string(i) + "</m>");
-  }
+  for (int i = 0; i < 5; ++i)
+    EXPECT_EQ(echoed(call(c, "<m>" + std::to_string(i + 5) + "</m>")), "|<m>" + std::to_string(i) + "</m>");
   // An empty reply travels as a zero-length frame; text that is not XML still reaches the invoker.
-  ASSERT_TRUE(a.call("", reply, error)) << error;
-  EXPECT_EQ(reply, "");
-  ASSERT_TRUE(a.call("not <xml", reply, error)) << error;
-  EXPECT_EQ(reply, idA + "|not <xml");
+  EXPECT_EQ(call(a, ""), "");
+  EXPECT_EQ(call(a, "not <xml"), idA + "|not <xml");
   const std::string status = "<?xml version=\"1.0\"?><daemonStatus/>";
-  ASSERT_TRUE(b.call(status, reply, error)) << error;
-  EXPECT_EQ(reply, "<status>" + idB + " " + std::to_string(status.size()) + "</status>");
+  EXPECT_EQ(call(b, status), "<status>" + idB + " " + std::to_string(status.size()) + "</status>");
   EXPECT_EQ(m_invoker.seen().messages.size(), 15u);  // the handler's message never reached the invoker
 }
 
 TEST_F(ClientServerTest, EachConnectionHasItsOwnProxyDetachedWhenItCloses) {
   start();
-  fw::JournalClient a, b;
-  connect(a);
-  connect(b);
-  std::string reply, error, event;
-  ASSERT_TRUE(a.call(kSubscribe, reply, error)) << error;
-  ASSERT_TRUE(a.call(kSubscribe, reply, error)) << error;
-  ASSERT_TRUE(b.call(kSubscribe, reply, error)) << error;
+  for (fw::JournalClient* client : {&a, &a, &b}) call(*client, kSubscribe);
   const std::string idA = idOf(a), idB = idOf(b);
   TestProxy* proxyA = m_invoker.seen().proxies.at(idA);
   TestProxy* proxyB = m_invoker.seen().proxies.at(idB);
@@ -171,13 +171,9 @@ TEST_F(ClientServerTest, EachConnectionHasItsOwnProxyDetachedWhenItCloses) {
 
   proxyA->channel->send("<journalEvent>a</journalEvent>");
   proxyB->channel->send("<journalEvent>b</journalEvent>");
-  // An event that arrives while a reply is awaited is kept for later.
-  ASSERT_TRUE(a.call("<m/>", reply, error)) << error;
-  EXPECT_EQ(reply, idA + "|<m/>");
-  ASSERT_TRUE(a.nextEvent(event, error, 5000)) << error;
-  EXPECT_EQ(event, "<journalEvent>a</journalEvent>");
-  ASSERT_TRUE(b.nextEvent(event, error, 5000)) << error;
-  EXPECT_EQ(event, "<journalEvent>b</journalEvent>");
+  EXPECT_EQ(call(a, "<m/>"), idA + "|<m/>");  // an event that arrives meanwhile is kept for later
+  EXPECT_EQ(nextEvent(a), "<journalEvent>a</journalEvent>");
+  EXPECT_EQ(nextEvent(b), "<journalEvent>b</journalEvent>");
 
   a.close();
   ASSERT_TRUE(waitFor([&] { return m_server->connectionCount() == 1; }));
@@ -191,40 +187,30 @@ TEST_F(ClientServerTest, EachConnectionHasItsOwnProxyDetachedWhenItCloses) {
 TEST_F(ClientServerTest, AnOversizeFrameClosesOnlyThatConnection) {
   m_options.maxFrameSize = 1024;
   start();
-  fw::JournalClient a, b;
-  connect(a);
-  connect(b);
   const std::string idA = idOf(a);
+  call(a, std::string(1024, 'x'));  // at the limit: fine
   std::string reply, error;
-  ASSERT_TRUE(a.call(std::string(1024, 'x'), reply, error)) << error;  // at the limit: fine
   EXPECT_FALSE(a.call(std::string(1025, 'x'), reply, error));
   EXPECT_FALSE(a.connected()) << error;
   EXPECT_TRUE(m_log.contains(idA, fw::kLogError));
-  ASSERT_TRUE(b.call("<m/>", reply, error)) << error;
-  EXPECT_EQ(reply.substr(reply.find('|')), "|<m/>");
+  EXPECT_EQ(echoed(call(b, "<m/>")), "|<m/>");
 }
 
 TEST_F(ClientServerTest, AStuckSubscriberIsDisconnectedWithoutBlockingTheSender) {
   m_options.maxQueuedBytes = 64 * 1024;
   start();
-  fw::JournalClient stuck, other;
-  connect(stuck);
-  connect(other);
-  std::string reply, error;
-  ASSERT_TRUE(stuck.call(kSubscribe, reply, error)) << error;
-  const std::string id = idOf(stuck);
+  call(a, kSubscribe);
+  const std::string id = idOf(a);
   ProxyRequest* channel = m_invoker.seen().proxies.at(id)->channel;
-  // Far more than the socket buffers and the queue hold together; the client never reads.
+  // Far more than the socket buffers and the queue hold together; `a` never reads.
   const std::string event = "<journalEvent>" + std::string(4096, 'e') + "</journalEvent>";
-  int sent = 0;
-  while (m_server->connectionCount() == 2 && sent < 20000) {
+  for (int sent = 0; m_server->connectionCount() == 2 && sent < 20000; ++sent) {
     std::lock_guard<std::mutex> guard(TestProxy::gate);
     if (TestProxy::live == 1) channel->send(event);
-    ++sent;
   }
   ASSERT_TRUE(waitFor([&] { return m_server->connectionCount() == 1; }));
   EXPECT_TRUE(m_log.contains("client " + id + " does not keep up", fw::kLogError));
-  ASSERT_TRUE(other.call("<m/>", reply, error)) << error;
+  EXPECT_EQ(echoed(call(b, "<m/>")), "|<m/>");
 }
 
 TEST_F(ClientServerTest, SocketFileIsOwnerOnlyReplacesAStaleOneAndGoesAtStop) {
@@ -235,20 +221,18 @@ TEST_F(ClientServerTest, SocketFileIsOwnerOnlyReplacesAStaleOneAndGoesAtStop) {
   std::strcpy(address.sun_path, m_options.socketPath.c_str());
   ASSERT_EQ(bind(stale, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
   close(stale);
-  start();
+  start(false);
   struct stat st;
   ASSERT_EQ(stat(m_options.socketPath.c_str(), &st), 0);
   EXPECT_TRUE(S_ISSOCK(st.st_mode));
   EXPECT_EQ(st.st_mode & 0777, 0600u);
   // A second server refuses the path while the first answers on it.
-  fw::ClientServer second(m_context, m_options);
   std::string error;
-  EXPECT_FALSE(second.start(error));
+  EXPECT_FALSE(fw::ClientServer(m_context, m_options).start(error));
   EXPECT_NE(error.find("another server"), std::string::npos) << error;
   m_server->stop();
   EXPECT_NE(stat(m_options.socketPath.c_str(), &st), 0);
-  fw::JournalClient client;
-  EXPECT_FALSE(client.connect(m_options.socketPath, error));
+  EXPECT_FALSE(fw::JournalClient().connect(m_options.socketPath, error));
   EXPECT_EQ(error, "cannot connect to " + m_options.socketPath + ": No such file or directory");
 }
 
@@ -256,17 +240,15 @@ TEST_F(ClientServerTest, TcpListensOnLoopbackAndRefusesOtherHostsUnlessAllowed) 
   m_options.socketPath.clear();
   m_options.tcpPort = 0;
   m_options.tcpHost = "0.0.0.0";
-  fw::ClientServer refused(m_context, m_options);
-  std::string error, reply;
-  EXPECT_FALSE(refused.start(error));
+  std::string error;
+  EXPECT_FALSE(fw::ClientServer(m_context, m_options).start(error));
   EXPECT_NE(error.find("not a loopback address"), std::string::npos) << error;
 
   m_options.tcpHost = "127.0.0.1";
-  start();
+  start(false);
   ASSERT_GT(m_server->tcpPort(), 0);
-  fw::JournalClient client;
-  ASSERT_TRUE(client.connect("tcp:127.0.0.1:" + std::to_string(m_server->tcpPort()), error)) << error;
-  ASSERT_TRUE(client.call("<m/>", reply, error)) << error;
+  ASSERT_TRUE(a.connect("tcp:127.0.0.1:" + std::to_string(m_server->tcpPort()), error)) << error;
+  const std::string reply = call(a, "<m/>");
   EXPECT_EQ(reply.rfind("tcp:127.0.0.1:", 0), 0u) << reply;
   EXPECT_NE(reply.find('#'), std::string::npos) << reply;
 

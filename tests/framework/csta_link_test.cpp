@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <fstream>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -33,7 +34,7 @@ class Sink : public Service, public CSTAEventIfc {
     }
     std::lock_guard<std::mutex> guard(m_mutex);
     m_seen.push_back(seen);
-    m_threads.push_back(std::this_thread::get_id());
+    m_thread = std::this_thread::get_id();
     m_cv.notify_all();
   }
   bool waitFor(const std::string& text) {
@@ -45,16 +46,16 @@ class Sink : public Service, public CSTAEventIfc {
     std::lock_guard<std::mutex> guard(m_mutex);
     return m_seen;
   }
-  std::vector<std::thread::id> threads() {
+  std::thread::id thread() {  // of the last delivery
     std::lock_guard<std::mutex> guard(m_mutex);
-    return m_threads;
+    return m_thread;
   }
 
  private:
   std::mutex m_mutex;
   std::condition_variable m_cv;
   std::vector<std::string> m_seen;
-  std::vector<std::thread::id> m_threads;
+  std::thread::id m_thread;
 };
 
 std::string delivered(const std::string& callId, const std::string& crossRefId = "") {
@@ -67,50 +68,75 @@ std::string delivered(const std::string& callId, const std::string& crossRefId =
          "<lineKey>2</lineKey></private></privateData></extensions></DeliveredEvent>";
 }
 
-std::string seenDelivered(const std::string& callId) { return "delivered " + callId + " from 302118840100 cause 22"; }
+std::vector<std::string> seenDelivered(const std::string& callId) {
+  return {"delivered " + callId + " from 302118840100 cause 22"};
+}
 
-fw::CstaLinkOptions linkTo(int port) {
+std::string code(int responseCode) { return "code " + std::to_string(responseCode); }
+
+void expectParts(const std::string& xml, std::initializer_list<const char*> parts) {
+  for (const char* part : parts) EXPECT_NE(xml.find(part), std::string::npos) << part << " in " << xml;
+}
+
+// A link to a switch simulator (none when answering locally); options are set before start().
+class CstaLinkTest : public ::testing::Test {
+ protected:
+  CstaLinkTest() {
+    options.monitoredDevice = "3012";
+    options.reconnectInitialMs = 20;
+    options.reconnectMaxMs = 200;
+  }
+  void start() {
+    if (!options.answerLocally) sim = std::make_unique<SwitchSimulator>(simOptions);
+    if (sim) options.port = sim->port();
+    link = std::make_unique<fw::CstaLinkService>(options);
+    link->start();
+  }
+  // What became of a request: "ok", "error" (an error response), "no response", or the link's code.
+  template <class Request>
+  std::string send(Request& request) {
+    link->sendRequest(request);
+    if (request.getResponseCode() != 0) return code(request.getResponseCode());
+    if (!request.getResponse()) return "no response";
+    return request.getResponse()->isError() ? "error" : "ok";
+  }
+  // Starts a monitor of the phone's line for `to`: the cross-reference id, or what send() gave.
+  std::string startMonitor(Sink& to, const CSTAMonitorFilter* filter = nullptr) {
+    CSTAMonitorStartRequest request;
+    request.setSourceService(&to);
+    request.setCSTAEventIfc(&to);
+    request.setDeviceObject("localDeviceID");
+    if (filter) request.setRequestedMonitorFilter(*filter);
+    const std::string outcome = send(request);
+    auto* response = dynamic_cast<CSTAMonitorStartResponse*>(request.getResponse());
+    return outcome == "ok" && response ? response->GetMonitorCrossRefID() : outcome;
+  }
+  std::string registerSink() {
+    CSTASystemStatusRequest request;
+    request.setSourceService(&sink);
+    return send(request);
+  }
+  std::string stopMonitor(const std::string& id) {
+    CSTAMonitorStopRequest request;
+    request.setMonitorCrossRefID(id);
+    return send(request);
+  }
+  std::string xml(const std::string& request, std::size_t index = 0) { return sim->requests(request).at(index).xml; }
+
+  LogCapture log;
+  Sink sink, second;  // sinks outlive the link, which delivers what is queued when it stops
+  SwitchSimulator::Options simOptions;
   fw::CstaLinkOptions options;
-  options.port = port;
-  options.monitoredDevice = "3012";
-  options.reconnectInitialMs = 20;
-  options.reconnectMaxMs = 200;
-  return options;
-}
+  std::unique_ptr<SwitchSimulator> sim;
+  std::unique_ptr<fw::CstaLinkService> link;
+};
 
-// Starts a monitor of the phone's line for `sink`; the cross-reference id, empty on failure.
-std::string startMonitor(fw::CstaLinkService& link, Sink& sink, const CSTAMonitorFilter* filter = nullptr) {
-  CSTAMonitorStartRequest request;
-  request.setSourceService(&sink);
-  request.setCSTAEventIfc(&sink);
-  request.setDeviceObject("localDeviceID");
-  if (filter) request.setRequestedMonitorFilter(*filter);
-  link.sendRequest(request);
-  auto* response = dynamic_cast<CSTAMonitorStartResponse*>(request.getResponse());
-  return request.getResponseCode() == 0 && response && !response->isError() ? response->GetMonitorCrossRefID() : "";
-}
-
-template <class Request>
-int send(fw::CstaLinkService& link, Request& request, bool* error = nullptr) {
-  link.sendRequest(request);
-  if (error) *error = request.getResponse() && request.getResponse()->isError();
-  return request.getResponseCode();
-}
-
-TEST(CstaLinkTest, SessionRequestsOnTheWire) {
-  SwitchSimulator sim;
-  Sink sink;  // sinks outlive the link, which delivers what is queued when it stops
-  fw::CstaLinkService link(linkTo(sim.port()));
-  link.start();
-  ASSERT_TRUE(sim.waitForRequest("SystemStatusResponse", kWaitMs));
-  EXPECT_EQ(sim.requests("SystemStatusResponse")[0].invokeId, 4711);
-
-  CSTASystemStatusRequest registerRequest;
-  registerRequest.setSourceService(&sink);
-  bool error = true;
-  EXPECT_EQ(send(link, registerRequest, &error), 0);
-  EXPECT_FALSE(error);
-  EXPECT_NE(sim.requests("SystemRegister")[0].xml.find("<systemStatus>true</systemStatus>"), std::string::npos);
+TEST_F(CstaLinkTest, SessionRequestsOnTheWire) {
+  start();
+  ASSERT_TRUE(sim->waitForRequest("SystemStatusResponse", kWaitMs));
+  EXPECT_EQ(sim->requests("SystemStatusResponse")[0].invokeId, 4711);
+  EXPECT_EQ(registerSink(), "ok");
+  expectParts(xml("SystemRegister"), {"<systemStatus>true</systemStatus>"});
 
   CSTAMonitorFilter filter;  // as the journal asks: call control without held calls, call-log entries
   filter.setCallControlFilter(false);
@@ -118,14 +144,12 @@ TEST(CstaLinkTest, SessionRequestsOnTheWire) {
   filter.setVendorSpecificFilter(true);
   filter.setCallLogEntryFilter(false);
   filter.setSystemStatusFilter(false);
-  EXPECT_EQ(startMonitor(link, sink, &filter), "100");
-  const std::string start = sim.requests("MonitorStart")[0].xml;
-  for (const char* part :
-       {"<monitorObject><deviceObject>3012</deviceObject></monitorObject>",
-        "<callcontrol><callCleared>false</callCleared>", "<held>true</held>", "<delivered>false</delivered>",
-        "<private>false</private>", "xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed4\""})
-    EXPECT_NE(start.find(part), std::string::npos) << part << " in " << start;
-  EXPECT_EQ(start.find("callAssociated"), std::string::npos) << start;
+  EXPECT_EQ(startMonitor(sink, &filter), "100");
+  expectParts(xml("MonitorStart"),
+              {"<monitorObject><deviceObject>3012</deviceObject></monitorObject>",
+               "<callcontrol><callCleared>false</callCleared>", "<held>true</held>", "<delivered>false</delivered>",
+               "<private>false</private>", "xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed4\""});
+  EXPECT_EQ(xml("MonitorStart").find("callAssociated"), std::string::npos);
 
   CSTAChangeMonitorFilterRequest change;
   change.setCSTAEventIfc(&sink);
@@ -134,11 +158,10 @@ TEST(CstaLinkTest, SessionRequestsOnTheWire) {
   changed.setLogicalDeviceFilter(true);
   changed.setFS_DNDFilter(false);
   change.setRequestedFilterList(changed);
-  EXPECT_EQ(send(link, change), 0);
-  const std::string changeXml = sim.requests("ChangeMonitorFilter")[0].xml;
-  EXPECT_NE(changeXml.find("<monitorCrossRefID>100</monitorCrossRefID><requestedFilterList><logicalDeviceFeature>"),
-            std::string::npos);
-  EXPECT_NE(changeXml.find("<doNotDisturb>false</doNotDisturb><forwarding>true</forwarding>"), std::string::npos);
+  EXPECT_EQ(send(change), "ok");
+  expectParts(xml("ChangeMonitorFilter"),
+              {"<monitorCrossRefID>100</monitorCrossRefID><requestedFilterList><logicalDeviceFeature>",
+               "<doNotDisturb>false</doNotDisturb><forwarding>true</forwarding>"});
 
   // The escape's call-log entry reads back as the switch's own call-log event form.
   const std::string name = "Åsa <Nord>";
@@ -147,8 +170,8 @@ TEST(CstaLinkTest, SessionRequestsOnTheWire) {
       CallLogEntryEvent::ACTION_DELETE, CallLogEntryEvent::LT_MISSED, CallLogEntryEvent::TF_UTC, "0301234",
       CallLogEntryEvent::PV_SHOWN, "2026-03-01T10:00:00", CallLogEntryEvent::PV_RESTRICTED, &name,
       CallLogEntryEvent::PV_NONE, nullptr, CallLogEntryEvent::PV_NONE, nullptr, CallLogEntryEvent::PV_SHOWN, &name));
-  EXPECT_EQ(send(link, escape), 0);
-  std::string asEvent = sim.requests("Escape")[0].xml;
+  EXPECT_EQ(send(escape), "ok");
+  std::string asEvent = xml("Escape");
   asEvent.replace(asEvent.find("<Escape"), 7, "<PrivateEvent");
   asEvent.replace(asEvent.find("</Escape>"), 9, "</PrivateEvent>");
   auto parsed = csta_xml::parseCstaEvent(asEvent);
@@ -163,159 +186,120 @@ TEST(CstaLinkTest, SessionRequestsOnTheWire) {
   EXPECT_TRUE(entry->getCallLogEntry() == expected);
 
   // A SystemStatus request of the switch later on: answered under its id and passed to the registrant.
-  ASSERT_TRUE(sim.sendRaw(csta_xml::encodeFrame(
+  ASSERT_TRUE(sim->sendRaw(csta_xml::encodeFrame(
       77,
       "<SystemStatus xmlns=\"http://www.ecma.ch/standards/ecma-323/csta/ed2\"><systemStatus>overloadImminent"
       "</systemStatus></SystemStatus>")));
   EXPECT_TRUE(sink.waitFor("status overloadImminent"));
-  ASSERT_TRUE(sim.waitForRequest("SystemStatusResponse", kWaitMs, 2));
-  EXPECT_EQ(sim.requests("SystemStatusResponse")[1].invokeId, 77);
+  ASSERT_TRUE(sim->waitForRequest("SystemStatusResponse", kWaitMs, 2));
+  EXPECT_EQ(sim->requests("SystemStatusResponse")[1].invokeId, 77);
 }
 
-TEST(CstaLinkTest, EventsGoToTheirMonitorOnTheEventThread) {
-  LogCapture log;
-  SwitchSimulator::Options quiet;  // no SystemStatus, which the monitors' sinks would get too
-  quiet.sendSystemStatus = false;
-  SwitchSimulator sim(quiet);
-  Sink first, second;
-  fw::CstaLinkService link(linkTo(sim.port()));
-  link.start();
-  const std::string firstId = startMonitor(link, first);
-  ASSERT_FALSE(firstId.empty());
-  ASSERT_EQ(startMonitor(link, second), "101");
-
-  ASSERT_TRUE(sim.sendEvent("<DeliveredEvent><monitorCrossRefID>"));                   // malformed
-  ASSERT_TRUE(sim.sendEvent("<HeldEvent><monitorCrossRefID/></HeldEvent>"));           // not read here
-  ASSERT_TRUE(sim.sendEvent(delivered("FF000100000000002D65C85C1C750000", firstId)));  // to the first only
-  ASSERT_TRUE(sim.sendEvent(delivered("2")));                                          // the current monitor
-  ASSERT_TRUE(second.waitFor(seenDelivered("2")));
-  link.drainEvents();
-  ASSERT_EQ(first.seen(), std::vector<std::string>{seenDelivered("FF000100000000002D65C85C1C750000")});
-  ASSERT_EQ(second.seen(), std::vector<std::string>{seenDelivered("2")});
-  EXPECT_NE(first.threads()[0], std::this_thread::get_id());
-  EXPECT_EQ(first.threads()[0], second.threads()[0]);
+TEST_F(CstaLinkTest, EventsGoToTheirMonitorOnTheEventThread) {
+  simOptions.sendSystemStatus = false;  // which the monitors' sinks would get too
+  start();
+  ASSERT_EQ(startMonitor(sink), "100");
+  ASSERT_EQ(startMonitor(second), "101");
+  ASSERT_TRUE(sim->sendEvent("<DeliveredEvent><monitorCrossRefID>"));                 // malformed
+  ASSERT_TRUE(sim->sendEvent("<HeldEvent><monitorCrossRefID/></HeldEvent>"));         // not read here
+  ASSERT_TRUE(sim->sendEvent(delivered("FF000100000000002D65C85C1C750000", "100")));  // to the first only
+  ASSERT_TRUE(sim->sendEvent(delivered("2")));                                        // the current monitor
+  ASSERT_TRUE(second.waitFor(seenDelivered("2")[0]));
+  link->drainEvents();
+  ASSERT_EQ(sink.seen(), seenDelivered("FF000100000000002D65C85C1C750000"));
+  ASSERT_EQ(second.seen(), seenDelivered("2"));
+  EXPECT_NE(sink.thread(), std::this_thread::get_id());
+  EXPECT_EQ(sink.thread(), second.thread());
   EXPECT_TRUE(log.contains("not well-formed", fw::kLogError));
   EXPECT_TRUE(log.contains("HeldEvent", fw::kLogTrace));
 }
 
-TEST(CstaLinkTest, RequestFailures) {
-  SwitchSimulator sim;
-  fw::CstaLinkOptions options = linkTo(sim.port());
+TEST_F(CstaLinkTest, RequestFailures) {
   options.requestTimeoutMs = 300;
-  Sink sink;
-  fw::CstaLinkService link(options);
-  link.start();
-  sim.setAnswer("MonitorStart", SwitchSimulator::Answer::Error);
-  CSTAMonitorStartRequest start;
-  start.setCSTAEventIfc(&sink);
-  start.setDeviceObject("localDeviceID");
-  bool error = false;
-  EXPECT_EQ(send(link, start, &error), 0);
-  EXPECT_TRUE(error);
-  EXPECT_NE(dynamic_cast<CSTAMonitorStartResponse*>(start.getResponse()), nullptr);
-
-  sim.setAnswer("MonitorStop", SwitchSimulator::Answer::None);
-  CSTAMonitorStopRequest stop;
-  stop.setMonitorCrossRefID("5");
-  EXPECT_EQ(send(link, stop), fw::kCstaLinkTimedOut);
-  EXPECT_EQ(stop.getResponse(), nullptr);
-
+  start();
+  sim->setAnswer("MonitorStart", SwitchSimulator::Answer::Error);
+  EXPECT_EQ(startMonitor(sink), "error");
+  sim->setAnswer("MonitorStop", SwitchSimulator::Answer::None);
+  EXPECT_EQ(stopMonitor("5"), code(fw::kCstaLinkTimedOut));
   // A monitor of a device that was never started has no id to change.
   CSTAChangeMonitorFilterRequest change;
   change.setDeviceObject("localDeviceID");
-  EXPECT_EQ(send(link, change), fw::kCstaLinkNoMonitor);
+  EXPECT_EQ(send(change), code(fw::kCstaLinkNoMonitor));
 }
 
-TEST(CstaLinkTest, LinkLossAndReturnRestoresTheSession) {
-  LogCapture log;
-  SwitchSimulator sim;
-  Sink sink;
-  fw::CstaLinkService link(linkTo(sim.port()));
-  link.start();
-  CSTASystemStatusRequest registerRequest;
-  registerRequest.setSourceService(&sink);
-  ASSERT_EQ(send(link, registerRequest), 0);
+TEST_F(CstaLinkTest, LinkLossAndReturnRestoresTheSession) {
+  start();
+  ASSERT_EQ(registerSink(), "ok");
   CSTAMonitorFilter filter;
   filter.setHeldFilter(true);
-  ASSERT_EQ(startMonitor(link, sink, &filter), "100");
+  ASSERT_EQ(startMonitor(sink, &filter), "100");
 
-  sim.dropConnection();
+  sim->dropConnection();
   ASSERT_TRUE(sink.waitFor("status disabled"));
   CSTAEscapeRequest whileDown;
-  EXPECT_EQ(send(link, whileDown), fw::kCstaLinkNotConnected);
-  sim.restore();
-  ASSERT_TRUE(sim.waitForRequest("MonitorStart", kWaitMs, 2));
+  EXPECT_EQ(send(whileDown), code(fw::kCstaLinkNotConnected));
+  sim->restore();
+  ASSERT_TRUE(sim->waitForRequest("MonitorStart", kWaitMs, 2));
   ASSERT_TRUE(sink.waitFor("status enabled"));
-  EXPECT_EQ(sim.requests("SystemRegister").size(), 2u);
-  EXPECT_EQ(sim.requests("MonitorStart")[1].xml, sim.requests("MonitorStart")[0].xml);
-  link.drainEvents();  // the restart runs on the event thread
-  ASSERT_TRUE(sim.sendEvent(delivered("7", "101")));
-  ASSERT_TRUE(sink.waitFor(seenDelivered("7")));
+  EXPECT_EQ(sim->requests("SystemRegister").size(), 2u);
+  EXPECT_EQ(xml("MonitorStart", 1), xml("MonitorStart"));
+  link->drainEvents();  // the restart runs on the event thread
+  ASSERT_TRUE(sim->sendEvent(delivered("7", "101")));
+  ASSERT_TRUE(sink.waitFor(seenDelivered("7")[0]));
   const std::vector<std::string> seen = sink.seen();
   EXPECT_LT(std::find(seen.begin(), seen.end(), "status disabled"),
             std::find(seen.begin(), seen.end(), "status enabled"));
 
-  CSTAMonitorStopRequest stop;
-  stop.setMonitorCrossRefID("100");  // the module keeps the id of its first start
-  EXPECT_EQ(send(link, stop), 0);
-  EXPECT_NE(sim.requests("MonitorStop")[0].xml.find("<monitorCrossRefID>101</monitorCrossRefID>"), std::string::npos);
+  EXPECT_EQ(stopMonitor("100"), "ok");  // the module keeps the id of its first start
+  expectParts(xml("MonitorStop"), {"<monitorCrossRefID>101</monitorCrossRefID>"});
   EXPECT_EQ(log.count("lost"), 1);
   EXPECT_TRUE(log.contains("is back", fw::kLogNotable));
 }
 
-TEST(CstaLinkTest, BadFrameFromTheSwitchReconnects) {
-  LogCapture log;
-  SwitchSimulator sim;
-  Sink sink;
-  fw::CstaLinkService link(linkTo(sim.port()));
-  link.start();
-  ASSERT_EQ(startMonitor(link, sink), "100");
+TEST_F(CstaLinkTest, BadFrameFromTheSwitchReconnects) {
+  start();
+  ASSERT_EQ(startMonitor(sink), "100");
   ASSERT_TRUE(
-      sim.sendRaw(std::string("\0\0\0\x05"
-                              "9999",
-                              8)));  // a length shorter than the header
-  ASSERT_TRUE(sim.waitForConnections(2, kWaitMs));
-  ASSERT_TRUE(sim.waitForRequest("MonitorStart", kWaitMs, 2));
+      sim->sendRaw(std::string("\0\0\0\x05"
+                               "9999",
+                               8)));  // a length shorter than the header
+  ASSERT_TRUE(sim->waitForConnections(2, kWaitMs));
+  ASSERT_TRUE(sim->waitForRequest("MonitorStart", kWaitMs, 2));
   ASSERT_TRUE(sink.waitFor("status enabled"));
-  link.drainEvents();
+  link->drainEvents();
   const std::string trace = ::testing::TempDir() + "csta_link_trace.xml";
   std::ofstream(trace) << "<cstaTrace><set at=\"0\" key=\"k\" value=\"v\"/><event at=\"1\">" << delivered("8", "*")
                        << "</event></cstaTrace>";
   std::string error;
-  EXPECT_EQ(sim.playTrace(trace, 0, error), 1) << error;
-  EXPECT_TRUE(sink.waitFor(seenDelivered("8")));
+  EXPECT_EQ(sim->playTrace(trace, 0, error), 1) << error;
+  EXPECT_TRUE(sink.waitFor(seenDelivered("8")[0]));
   EXPECT_TRUE(log.contains("framing error", fw::kLogError));
 }
 
-TEST(CstaLinkTest, AnswersLocallyAndRoutesDeliveredDocuments) {
-  fw::CstaLinkOptions options;
+TEST_F(CstaLinkTest, AnswersLocallyAndRoutesDeliveredDocuments) {
   options.answerLocally = true;
-  Sink first, second;
-  fw::CstaLinkService link(options);
-  link.start();
-  EXPECT_TRUE(link.connected());
-  EXPECT_EQ(startMonitor(link, first), "1");
-  EXPECT_EQ(startMonitor(link, second), "2");
+  start();
+  EXPECT_TRUE(link->connected());
+  EXPECT_EQ(startMonitor(sink), "1");
+  EXPECT_EQ(startMonitor(second), "2");
   CSTAEscapeRequest escape;
-  EXPECT_EQ(send(link, escape), 0);
+  EXPECT_EQ(send(escape), "ok");
 
   std::string error;
-  EXPECT_TRUE(link.deliverDocument(delivered("9", "2"), error)) << error;
-  EXPECT_FALSE(link.deliverDocument("<MonitorStartResponse/>", error));
+  EXPECT_TRUE(link->deliverDocument(delivered("9", "2"), error)) << error;
+  EXPECT_FALSE(link->deliverDocument("<MonitorStartResponse/>", error));
   EXPECT_NE(error.find("MonitorStartResponse"), std::string::npos);
-  EXPECT_FALSE(link.deliverDocument("<DeliveredEvent>", error));
-  link.drainEvents();
-  EXPECT_TRUE(first.seen().empty());
-  EXPECT_EQ(second.seen(), std::vector<std::string>{seenDelivered("9")});
+  EXPECT_FALSE(link->deliverDocument("<DeliveredEvent>", error));
+  link->drainEvents();
+  EXPECT_TRUE(sink.seen().empty());
+  EXPECT_EQ(second.seen(), seenDelivered("9"));
 
-  CSTAMonitorStopRequest stop;
-  stop.setMonitorCrossRefID("2");
-  EXPECT_EQ(send(link, stop), 0);
-  EXPECT_TRUE(link.deliverDocument(delivered("10", "2"), error));  // unknown id now: every monitor
-  link.drainEvents();
-  EXPECT_EQ(first.seen(), std::vector<std::string>{seenDelivered("10")});
-  link.stop();
-  EXPECT_FALSE(link.connected());
+  EXPECT_EQ(stopMonitor("2"), "ok");
+  EXPECT_TRUE(link->deliverDocument(delivered("10", "2"), error));  // unknown id now: every monitor
+  link->drainEvents();
+  EXPECT_EQ(sink.seen(), seenDelivered("10"));
+  link->stop();
+  EXPECT_FALSE(link->connected());
 }
 
 }  // namespace
