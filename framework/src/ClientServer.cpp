@@ -244,6 +244,7 @@ void ClientServer::Impl::handleRequest(const std::shared_ptr<Connection>& connec
     reply = JournalServiceHelper::FAILURE;
   }
   connection->enqueue(reply);
+  connection->requestDone();
 }
 
 void ClientServer::Impl::detach(const std::shared_ptr<Connection>& connection) {

@@ -69,8 +69,7 @@ void Connection::readHeader() {
 void Connection::readBody(std::size_t length) {
   m_body.assign(length, '\0');
   if (length == 0) {
-    m_server.requestArrived(shared_from_this(), std::string());
-    readHeader();
+    requestHandedOn(std::string());
     return;
   }
   auto self = shared_from_this();
@@ -80,7 +79,28 @@ void Connection::readBody(std::size_t length) {
       self->close(ec == asio::error::eof ? "closed by the client inside a frame" : ec.message(), kLogNotable);
       return;
     }
-    self->m_server.requestArrived(self, std::move(self->m_body));
+    self->requestHandedOn(std::move(self->m_body));
+  });
+}
+
+void Connection::requestHandedOn(std::string message) {
+  ++m_pending;
+  m_server.requestArrived(shared_from_this(), std::move(message));
+  if (m_pending < kMaxPendingRequests) {
+    readHeader();
+    return;
+  }
+  m_readPaused = true;
+  logAppUni(kLogHandle, __FILE__, kLogTrace, __LINE__, "client %s: %zu requests pending, reading paused",
+            m_clientId.c_str(), m_pending);
+}
+
+void Connection::requestDone() {
+  auto self = shared_from_this();
+  asio::post(m_server.io, [self] {
+    --self->m_pending;
+    if (!self->m_readPaused || self->m_shut) return;
+    self->m_readPaused = false;
     self->readHeader();
   });
 }

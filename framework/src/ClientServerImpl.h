@@ -74,6 +74,13 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void enqueue(const std::string& payload);
   // I/O thread: closes the socket (once) and hands the connection to the server for detaching.
   void close(const std::string& why, int level);
+  // Request thread: one of this client's requests has been answered.
+  void requestDone();
+
+  // Requests of one client waiting for the request thread at most; beyond that the connection is
+  // not read until one is answered, so a client that floods requests waits instead of the server
+  // holding them all.
+  static constexpr std::size_t kMaxPendingRequests = 16;
 
   // Proxies of this client, guarded by proxyMutex (lock 2 of the server's order). While
   // `detaching`, existing proxies are still found but no new one is made.
@@ -84,6 +91,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
  private:
   void readHeader();
   void readBody(std::size_t length);
+  // I/O thread: a request has been handed on; reads the next unless too many are pending.
+  void requestHandedOn(std::string message);
   void writeNext();
 
   ClientServer::Impl& m_server;
@@ -91,7 +100,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   const std::string m_clientId;
   unsigned char m_header[4] = {0, 0, 0, 0};
   std::string m_body;
-  bool m_shut = false;  // I/O thread only: close() ran
+  bool m_shut = false;        // I/O thread only: close() ran
+  std::size_t m_pending = 0;  // I/O thread only: requests handed on and not yet answered
+  bool m_readPaused = false;  // I/O thread only: reading waits for an answer
 
   std::mutex m_outMutex;          // leaf lock (3): guards the members below
   std::deque<std::string> m_out;  // framed messages; the front one is being written while m_writing

@@ -259,3 +259,24 @@ TEST_F(ClientServerTest, TcpListensOnLoopbackAndRefusesOtherHostsUnlessAllowed) 
 }
 
 }  // namespace
+
+TEST_F(ClientServerTest, AClientFloodingRequestsIsReadNoFasterThanItIsAnswered) {
+  start();
+  std::mutex held;
+  std::unique_lock<std::mutex> hold(held);
+  m_server->setHandler("slow", [&](const std::string& message, const std::string&) {
+    std::lock_guard<std::mutex> wait(held);
+    return message;
+  });
+  std::string error;
+  for (int i = 0; i < 100; ++i) ASSERT_TRUE(a.send("<slow n=\"" + std::to_string(i) + "\"/>", error)) << error;
+  ASSERT_TRUE(waitFor([&] { return m_log.contains("requests pending, reading paused"); }));
+  hold.unlock();
+  // Nothing was lost while reading waited: each call now gets the reply of the flood's next request.
+  for (int i = 0; i < 100; ++i) {
+    std::string reply;
+    ASSERT_TRUE(a.call("<slow n=\"x\"/>", reply, error, 5000)) << i << " " << error;
+    EXPECT_EQ(reply, "<slow n=\"" + std::to_string(i) + "\"/>");
+  }
+  m_server.reset();  // the requests still queued use `held`
+}
