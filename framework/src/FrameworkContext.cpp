@@ -14,8 +14,7 @@ struct FrameworkContext::WakeLink {
   FrameworkContext* context = nullptr;
 };
 
-FrameworkContext::FrameworkContext(fw::TimeSource& time)
-    : m_time(time), m_wakeLink(std::make_shared<WakeLink>()) {
+FrameworkContext::FrameworkContext(fw::TimeSource& time) : m_time(time), m_wakeLink(std::make_shared<WakeLink>()) {
   m_wakeLink->context = this;
   std::shared_ptr<WakeLink> link = m_wakeLink;
   m_listenerToken = m_time.addListener([link] {
@@ -72,8 +71,8 @@ Proxy* FrameworkContext::getProxy(const std::string& interfaceName, const std::s
 
 int FrameworkContext::createTimer(Executable* owner, int delayMs) {
   if (!owner || delayMs < 0) {
-    logAppUni(kLogHandle, __FILE__, fw::kLogError, __LINE__,
-              "createTimer refused: owner %p, delay %d ms", static_cast<void*>(owner), delayMs);
+    logAppUni(kLogHandle, __FILE__, fw::kLogError, __LINE__, "createTimer refused: owner %p, delay %d ms",
+              static_cast<void*>(owner), delayMs);
     return -1;
   }
   int id;
@@ -128,8 +127,7 @@ void FrameworkContext::settle() {
   std::unique_lock<std::mutex> lock(m_mutex);
   if (onTimerThread()) {
     lock.unlock();
-    logAppUni(kLogHandle, __FILE__, fw::kLogError, __LINE__,
-              "settle called on the timer thread; ignored");
+    logAppUni(kLogHandle, __FILE__, fw::kLogError, __LINE__, "settle called on the timer thread; ignored");
     return;
   }
   m_cv.wait(lock, [this] { return m_stop || !busy(); });
@@ -197,8 +195,7 @@ void FrameworkContext::deliver(std::unique_lock<std::mutex>& lock, int timerId) 
   m_cv.notify_all();
 }
 
-void FrameworkContext::sleepUntilDue(std::unique_lock<std::mutex>& lock, int dueId,
-                                     int64_t deadline) {
+void FrameworkContext::sleepUntilDue(std::unique_lock<std::mutex>& lock, int dueId, int64_t deadline) {
   // A manual clock does not move by itself: only its listener (wake) ends the wait.
   if (dueId == 0 || m_time.isManual()) {
     m_cv.wait(lock);
@@ -214,6 +211,4 @@ void FrameworkContext::wake() {
   m_cv.notify_all();
 }
 
-bool FrameworkContext::onTimerThread() const {
-  return std::this_thread::get_id() == m_timerThreadId;
-}
+bool FrameworkContext::onTimerThread() const { return std::this_thread::get_id() == m_timerThreadId; }
