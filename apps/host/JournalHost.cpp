@@ -13,6 +13,7 @@
 #include "framework/FilePhonebook.h"
 #include "framework/FrameworkContext.h"
 #include "framework/Invoker.h"
+#include "framework/JournalClient.h"
 #include "framework/JournalServiceHelper.h"
 #include "framework/LocalMgmt.h"
 #include "framework/Logging.h"
@@ -114,6 +115,13 @@ void JournalHost::applyLogSettings() {
 
 bool JournalHost::start(std::string& error) {
   if (m_started) return true;
+  // A daemon already serving this socket keeps it, and this one touches nothing of it.
+  fw::JournalClient probe;
+  std::string unused;
+  if (m_mode == Mode::Daemon && probe.connect(m_settings.clientSocket, unused)) {
+    error = "another journal daemon is serving " + m_settings.clientSocket;
+    return false;
+  }
   if (!startServices(error) || !loadModule(error)) {
     stop();
     return false;

@@ -189,6 +189,9 @@ TEST_F(DaemonTest, ListsSurviveALinkDropAndADaemonKilledAndRestarted) {
   startDaemon();  // over the socket file the killed daemon left
   json after = lists();
   EXPECT_EQ(after["missed"], before["missed"]);
+  Subprocess::Result second = Subprocess::run({CALLJOURNALD_PATH, "--config", dir + "/calljournald.conf"});
+  EXPECT_EQ(second.code, 1);
+  EXPECT_NE(second.err.find("another journal daemon is serving"), std::string::npos) << second.err;
 
   daemon->signal(SIGTERM);
   EXPECT_EQ(daemon->wait(10000), 0) << daemon->err();
