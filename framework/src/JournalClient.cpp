@@ -205,6 +205,18 @@ JournalClient::Read JournalClient::readFrame(std::string& payload, std::string& 
   }
 }
 
+bool JournalClient::isAwaitedReply(std::string& payload) {
+  if (isEvent(payload)) {
+    m_events.push_back(std::move(payload));
+    return false;
+  }
+  if (m_repliesToSkip > 0) {
+    --m_repliesToSkip;  // the late reply of a call that timed out
+    return false;
+  }
+  return true;
+}
+
 bool JournalClient::call(const std::string& request, std::string& reply, std::string& error, int timeoutMs) {
   if (!send(request, error)) return false;
   const long long deadline = deadlineAfter(timeoutMs);
@@ -220,11 +232,7 @@ bool JournalClient::call(const std::string& request, std::string& reply, std::st
       case Read::kFrame:
         break;
     }
-    if (isEvent(payload)) {
-      m_events.push_back(std::move(payload));
-    } else if (m_repliesToSkip > 0) {
-      --m_repliesToSkip;
-    } else {
+    if (isAwaitedReply(payload)) {
       reply = std::move(payload);
       error.clear();
       return true;
@@ -237,19 +245,8 @@ bool JournalClient::nextEvent(std::string& message, std::string& error, int time
   const long long deadline = deadlineAfter(timeoutMs);
   std::string payload;
   while (m_events.empty()) {
-    switch (readFrame(payload, error, deadline)) {
-      case Read::kFailed:
-        return false;
-      case Read::kTimeout:
-        return false;
-      case Read::kFrame:
-        break;
-    }
-    if (isEvent(payload)) {
-      m_events.push_back(std::move(payload));
-    } else if (m_repliesToSkip > 0) {
-      --m_repliesToSkip;  // the late reply of a call that timed out
-    }
+    if (readFrame(payload, error, deadline) != Read::kFrame) return false;
+    isAwaitedReply(payload);  // no call awaits a reply here: only events and late replies come
   }
   message = std::move(m_events.front());
   m_events.pop_front();

@@ -42,6 +42,9 @@ class JournalClient {
   // The next complete frame, reading from the socket until `deadlineMs` (monotonic clock, -1 none).
   Read readFrame(std::string& payload, std::string& error, long long deadlineMs);
   bool fail(std::string& error, const std::string& text);
+  // Files an observer message for nextEvent and drops the late reply of a timed-out call; true
+  // when `payload` is the reply a call is waiting for.
+  bool isAwaitedReply(std::string& payload);
 
   int m_fd = -1;
   std::string m_address;
