@@ -173,8 +173,7 @@ TEST_F(SqliteStoreTest, SettingsAreReplacedAndFailuresAnswerFailedLogAndChangeNo
   };
   const auto field = [](const char* name, const char* value) { return H::createXMLField(name, value); };
   EXPECT_EQ(send(H::READREQUEST), "<storeReply table=\"journalSettings\"><result>ok</result></storeReply>");
-  EXPECT_NE(send(H::UPDATEREQUEST, field(H::MISSED_LOGGING, "false") + field(H::CALL_LOG_ENABLED, "true")),
-            "failed");
+  EXPECT_NE(send(H::UPDATEREQUEST, field(H::MISSED_LOGGING, "false") + field(H::CALL_LOG_ENABLED, "true")), "failed");
   EXPECT_NE(send(H::WRITEREQUEST, field(H::MISSED_LOGGING, "true")), "failed");
 
   MissedCallItem kept = missed("E1", "kept", 2);
@@ -218,8 +217,8 @@ TEST_F(SqliteStoreTest, MigratesAVersion1FileAndRefusesNewerVersionsAndFilesItCa
   query(old, schema + insert);
   sqlite3_free(insert);
   ASSERT_TRUE(store.open(old, error)) << error;
-  EXPECT_EQ(query(old, "PRAGMA user_version"), (Rows{{"2"}}));
-  EXPECT_EQ(query(old, "SELECT unique_id, occurrences FROM callLogMissedCalls"), (Rows{{"1", "3"}}));
+  EXPECT_EQ(query(old, "PRAGMA user_version; SELECT unique_id, occurrences FROM callLogMissedCalls"),
+            (Rows{{"2"}, {"1", "3"}}));
   item.setUniqueId("1");
   EXPECT_EQ(readMissed(store), std::deque<MissedCallItem>{item});
 
