@@ -206,10 +206,15 @@ std::string countLine(const char* name, bool ok, unsigned count, bool json) {
 std::string observerMessageLine(const std::string& msg, bool json) {
   const std::string op = Helper::getObserverOperation(msg);
   unsigned count = 0;
-  if (op == Helper::OBS_MISSEDCALLSCOUNTUPDATE)
-    return countLine("unviewedMissed", Helper::parseObsReqMissedCallsCountUpdate(msg, count), count, json);
-  if (op == Helper::OBS_CALLBACKSCOUNTUPDATE)
-    return countLine("callbacks", Helper::parseObsReqCallBacksCountUpdate(msg, count), count, json);
+  // The count is parsed before it is passed on: an argument list would be free to copy it first.
+  if (op == Helper::OBS_MISSEDCALLSCOUNTUPDATE) {
+    const bool parsed = Helper::parseObsReqMissedCallsCountUpdate(msg, count);
+    return countLine("unviewedMissed", parsed, count, json);
+  }
+  if (op == Helper::OBS_CALLBACKSCOUNTUPDATE) {
+    const bool parsed = Helper::parseObsReqCallBacksCountUpdate(msg, count);
+    return countLine("callbacks", parsed, count, json);
+  }
   if (op == Helper::OBS_MISSEDCALLSUPDATE)
     return updateLine<MissedCallItem>(msg, "missed", Helper::parseObsReqMissedCallsUpdate, json);
   if (op == Helper::OBS_RECEIVEDCALLSUPDATE)
