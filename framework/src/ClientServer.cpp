@@ -256,14 +256,7 @@ void ClientServer::Impl::detach(const std::shared_ptr<Connection>& connection) {
       if (!entry.second.detachMessage.empty()) detachMessages.push_back(entry.second.detachMessage);
     }
   }
-  for (const std::string& message : detachMessages) {
-    try {
-      invoke(message, connection->clientId());
-    } catch (...) {
-      logAppUni(kLogHandle, __FILE__, kLogError, __LINE__, "client %s: detach message threw",
-                connection->clientId().c_str());
-    }
-  }
+  for (const std::string& message : detachMessages) detachAll(message, connection->clientId());
   std::map<std::string, clientserver::ProxyEntry> proxies;
   {
     std::lock_guard<std::mutex> guard(connection->proxyMutex);
@@ -273,6 +266,27 @@ void ClientServer::Impl::detach(const std::shared_ptr<Connection>& connection) {
   proxies.clear();
   std::lock_guard<std::mutex> guard(mutex);
   connections.erase(connection->clientId());
+}
+
+// A client may have subscribed its proxy more than once, and each detach takes back one: the
+// message is repeated for as long as the module answers it with true, so that nothing the module
+// keeps refers to the proxy once it is deleted.
+void ClientServer::Impl::detachAll(const std::string& message, const std::string& clientId) {
+  const std::string detached = JournalServiceHelper::respBool(true);
+  std::size_t count = 0;
+  try {
+    while (invoke(message, clientId) == detached) {
+      if (++count == kMaxDetaches) {
+        logAppUni(kLogHandle, __FILE__, kLogError, __LINE__, "client %s: still attached after %zu detach messages",
+                  clientId.c_str(), count);
+        return;
+      }
+    }
+  } catch (...) {
+    logAppUni(kLogHandle, __FILE__, kLogError, __LINE__, "client %s: detach message threw", clientId.c_str());
+  }
+  if (count > 1)
+    logAppUni(kLogHandle, __FILE__, kLogTrace, __LINE__, "client %s: detached %zu times", clientId.c_str(), count);
 }
 
 Proxy* ClientServer::Impl::getProxy(const std::string& interfaceName, const std::string& clientId) {

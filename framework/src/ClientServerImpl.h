@@ -156,6 +156,10 @@ class ClientServer::Impl {
   void addConnection(clientserver::Connection::Socket socket, const std::string& prefix);
   void handleRequest(const std::shared_ptr<clientserver::Connection>& connection, const std::string& message);
   void detach(const std::shared_ptr<clientserver::Connection>& connection);
+  // Sends a proxy's detach message until the module no longer answers it with true.
+  void detachAll(const std::string& message, const std::string& clientId);
+  // A bound on the repetitions, for a module that would answer true for ever.
+  static constexpr std::size_t kMaxDetaches = 1u << 20;
   // Runs `message` through the invoker on the client's behalf; the reply text.
   std::string invoke(const std::string& message, const std::string& clientId);
   void removeSocketFile();

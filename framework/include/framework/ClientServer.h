@@ -77,7 +77,9 @@ class ClientServer {
   void setTarget(Executable* target, Invoker* invoker);
   // Proxies of `interfaceName` for a client are made by `factory` once per connection,
   // initialised with that connection's ProxyRequest; when the connection closes, `detachMessage`
-  // (if not empty) is handed to the invoker on the client's behalf before the proxy is deleted.
+  // (if not empty) is handed to the invoker on the client's behalf before the proxy is deleted,
+  // again and again while the invoker answers it with true (a proxy subscribed twice is detached
+  // twice).
   void addProxyFactory(const std::string& interfaceName, std::function<Proxy*()> factory, std::string detachMessage);
   // Messages whose root element is `rootElement` are answered by `handler`.
   void setHandler(const std::string& rootElement,
