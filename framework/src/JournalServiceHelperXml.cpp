@@ -191,6 +191,23 @@ bool JournalServiceHelper::getAndRemoveXMLValue(std::string& xml, const char* ta
   return true;
 }
 
+bool JournalServiceHelper::getXMLValues(const std::string& xml, const char* tag, std::vector<std::string>& values) {
+  pugi::xml_document doc;
+  if (!journalxml::parse(doc, xml)) return false;
+  const std::string wanted = tag ? tag : "";
+  // Document order, walked without recursion: a request may be deep as well as long.
+  for (pugi::xml_node node = doc.first_child(); node;) {
+    if (node.type() == pugi::node_element && wanted == node.name()) values.emplace_back(node.text().get());
+    if (node.first_child()) {
+      node = node.first_child();
+      continue;
+    }
+    while (node && !node.next_sibling()) node = node.parent();
+    if (node) node = node.next_sibling();
+  }
+  return true;
+}
+
 bool JournalServiceHelper::parseLastUniqueId(const std::string& reply, std::string& id) {
   id.clear();
   // A store's answer to a write, "<storeReply ...>...<lastUniqueId>digits</lastUniqueId></storeReply>",
