@@ -19,6 +19,7 @@ const char* const kKeys[] = {"database",
                              "client-socket",
                              "client-tcp",
                              "client-tcp-allow-remote",
+                             "client-max-connections",
                              "log-levels",
                              "log-file",
                              "mobility-url",
@@ -115,6 +116,11 @@ bool readSettings(const std::map<std::string, std::string>& values, Settings& s,
   std::string timeout = valueOf(values, "csta-request-timeout-ms", "5000");
   if (!parseNumber(timeout, s.requestTimeoutMs) || s.requestTimeoutMs <= 0) {
     error = "csta-request-timeout-ms: \"" + timeout + "\" is not a positive number of milliseconds";
+    return false;
+  }
+  std::string connections = valueOf(values, "client-max-connections", "64");
+  if (!parseNumber(connections, s.clientMaxConnections) || s.clientMaxConnections <= 0) {
+    error = "client-max-connections: \"" + connections + "\" is not a positive number of clients";
     return false;
   }
   return true;

@@ -12,6 +12,7 @@
 //                                                            others: $XDG_RUNTIME_DIR or /tmp/calljournal-UID)
 //   client-tcp               host:port of an extra TCP listener (none)
 //   client-tcp-allow-remote  "true" to let client-tcp listen on a non-loopback address (false)
+//   client-max-connections   clients served at once; more are refused (64)
 //   log-levels               "Journal Service=5, *=4"        (*=4)
 //   log-file                 file for log lines              (stderr)
 //   mobility-url             where a visitor's journal is uploaded (none)
@@ -34,6 +35,7 @@ struct Settings {
   std::string clientTcpHost;
   int clientTcpPort = -1;  // -1: no TCP listener
   bool clientTcpAllowRemote = false;
+  int clientMaxConnections = 64;
   std::string logLevels = "*=4";
   std::string logFile;
   std::string mobilityUrl;

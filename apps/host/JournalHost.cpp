@@ -215,6 +215,7 @@ bool JournalHost::serveClients(std::string& error) {
   options.tcpHost = m_settings.clientTcpHost;
   options.tcpPort = m_settings.clientTcpPort;
   options.allowNonLoopbackTcp = m_settings.clientTcpAllowRemote;
+  options.maxConnections = static_cast<std::size_t>(m_settings.clientMaxConnections);
   if (!makeParentDirectories(options.socketPath, error)) return false;
   p.server = std::make_unique<fw::ClientServer>(p.context, options);
   p.server->setTarget(p.service, p.invoker);

@@ -30,6 +30,7 @@ std::string settingValue(const Settings& s, const std::string& key) {
   if (key == "client-socket") return s.clientSocket;
   if (key == "client-tcp") return s.clientTcpPort >= 0 ? s.clientTcpHost + ":" + std::to_string(s.clientTcpPort) : "";
   if (key == "client-tcp-allow-remote") return s.clientTcpAllowRemote ? "true" : "false";
+  if (key == "client-max-connections") return std::to_string(s.clientMaxConnections);
   if (key == "log-levels") return s.logLevels;
   if (key == "log-file") return s.logFile;
   if (key == "mobility-url") return s.mobilityUrl;

@@ -178,13 +178,30 @@ void ClientServer::Impl::acceptTcp() {
 void ClientServer::Impl::addConnection(Connection::Socket socket, const std::string& prefix) {
   std::shared_ptr<Connection> connection;
   {
-    std::lock_guard<std::mutex> guard(mutex);
+    std::unique_lock<std::mutex> guard(mutex);
+    if (connections.size() >= options.maxConnections) {
+      const bool first = !refusing;
+      refusing = true;
+      guard.unlock();
+      refuseConnection(socket, first);
+      return;
+    }
+    refusing = false;
     const std::string clientId = prefix + std::to_string(nextConnection++);
     connection = std::make_shared<Connection>(*this, std::move(socket), clientId);
     connections[clientId] = connection;
   }
   logAppUni(kLogHandle, __FILE__, kLogTrace, __LINE__, "client %s connected", connection->clientId().c_str());
   connection->start();
+}
+
+// The limit of connections is reached: this one is closed before anything is read from it.
+void ClientServer::Impl::refuseConnection(Connection::Socket& socket, bool firstOfARun) {
+  logAppUni(kLogHandle, __FILE__, firstOfARun ? kLogError : kLogTrace, __LINE__,
+            "a client was refused: %zu connections are open, the most this server takes", options.maxConnections);
+  asio::error_code ignored;
+  socket.shutdown(asio::socket_base::shutdown_both, ignored);
+  socket.close(ignored);
 }
 
 void ClientServer::Impl::requestArrived(std::shared_ptr<Connection> connection, std::string message) {

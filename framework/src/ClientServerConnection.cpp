@@ -1,5 +1,6 @@
 // One client connection of the client server: the frame reader, the bounded outgoing queue, and
 // the pieces handed to modules (the proxy channel, the request's response).
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 
@@ -62,25 +63,31 @@ void Connection::readHeader() {
                   kLogError);
       return;
     }
+    self->m_body.clear();
     self->readBody(length);
   });
 }
 
 void Connection::readBody(std::size_t length) {
-  m_body.assign(length, '\0');
-  if (length == 0) {
-    requestHandedOn(std::string());
+  const std::size_t have = m_body.size();
+  if (have == length) {
+    requestHandedOn(std::move(m_body));
     return;
   }
+  // The buffer grows by what may come now, not by what the header announced.
+  const std::size_t wanted = std::min(kReadPiece, length - have);
+  m_body.resize(have + wanted);
   auto self = shared_from_this();
-  asio::async_read(m_socket, asio::buffer(&m_body[0], length), [self](const asio::error_code& ec, std::size_t) {
-    if (self->m_shut) return;
-    if (ec) {
-      self->close(ec == asio::error::eof ? "closed by the client inside a frame" : ec.message(), kLogNotable);
-      return;
-    }
-    self->requestHandedOn(std::move(self->m_body));
-  });
+  m_socket.async_read_some(
+      asio::buffer(&m_body[have], wanted), [self, length, have](const asio::error_code& ec, std::size_t n) {
+        if (self->m_shut) return;
+        if (ec) {
+          self->close(ec == asio::error::eof ? "closed by the client inside a frame" : ec.message(), kLogNotable);
+          return;
+        }
+        self->m_body.resize(have + n);
+        self->readBody(length);
+      });
 }
 
 void Connection::requestHandedOn(std::string message) {
@@ -113,7 +120,7 @@ void Connection::enqueue(const std::string& payload) {
   {
     std::lock_guard<std::mutex> guard(m_outMutex);
     if (m_closed) return;
-    if (m_queuedBytes + framed.size() > m_server.options.maxQueuedBytes) {
+    if (m_queuedBytes > 0 && m_queuedBytes + framed.size() > m_server.options.maxQueuedBytes) {
       // The queue is left as it is: its front may be in the middle of being written.
       m_closed = true;
       overflow = true;

@@ -90,6 +90,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
  private:
   void readHeader();
+  // Reads the `length` bytes of a frame's body in pieces, appending them to m_body.
   void readBody(std::size_t length);
   // I/O thread: a request has been handed on; reads the next unless too many are pending.
   void requestHandedOn(std::string message);
@@ -99,10 +100,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
   Socket m_socket;
   const std::string m_clientId;
   unsigned char m_header[4] = {0, 0, 0, 0};
-  std::string m_body;
-  bool m_shut = false;        // I/O thread only: close() ran
-  std::size_t m_pending = 0;  // I/O thread only: requests handed on and not yet answered
-  bool m_readPaused = false;  // I/O thread only: reading waits for an answer
+  std::string m_body;  // I/O thread only: the frame being read; grows as its bytes arrive
+  static constexpr std::size_t kReadPiece = 16 * 1024;  // the most one read adds to m_body
+  bool m_shut = false;                                  // I/O thread only: close() ran
+  std::size_t m_pending = 0;                            // I/O thread only: requests handed on and not yet answered
+  bool m_readPaused = false;                            // I/O thread only: reading waits for an answer
 
   std::mutex m_outMutex;          // leaf lock (3): guards the members below
   std::deque<std::string> m_out;  // framed messages; the front one is being written while m_writing
@@ -146,6 +148,7 @@ class ClientServer::Impl {
   std::map<std::string, std::shared_ptr<clientserver::Connection>> connections;  // until detached
   uint64_t nextConnection = 1;
   int boundPort = -1;
+  bool refusing = false;  // the last connection was refused for the limit (logged once per run)
 
  private:
   bool listenUnix(std::string& error);
@@ -154,6 +157,7 @@ class ClientServer::Impl {
   void acceptTcp();
   // The client id is `prefix` followed by the connection's number.
   void addConnection(clientserver::Connection::Socket socket, const std::string& prefix);
+  void refuseConnection(clientserver::Connection::Socket& socket, bool firstOfARun);
   void handleRequest(const std::shared_ptr<clientserver::Connection>& connection, const std::string& message);
   void detach(const std::shared_ptr<clientserver::Connection>& connection);
   // Sends a proxy's detach message until the module no longer answers it with true.

@@ -1,5 +1,10 @@
 // Clients of the daemon as users meet them: a screen that subscribes twice and goes away, the
 // counts `calljournal watch` prints, and what the CLI says about the ids it was given.
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <cstring>
 #include <sstream>
 
 #include "DaemonFixture.h"
@@ -33,6 +38,16 @@ class ClientsDaemonTest : public DaemonTest {
  protected:
   void sendAll(const std::vector<std::string>& events) {
     for (const std::string& event : events) ASSERT_TRUE(sim.sendEvent(event));
+  }
+  // A connection to the daemon's socket that sends `bytes` and is left open; its descriptor.
+  int rawConnection(const std::string& bytes) {
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, socket.c_str(), sizeof address.sun_path - 1);
+    EXPECT_EQ(0, ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address));
+    EXPECT_EQ(static_cast<ssize_t>(bytes.size()), ::write(fd, bytes.data(), bytes.size()));
+    return fd;
   }
   size_t missedEntries() {
     const json all = lists();
@@ -93,4 +108,29 @@ TEST_F(ClientsDaemonTest, WatchPrintsTheCountsTheDaemonSends) {
   EXPECT_EQ(1, callbacks[0]);
   EXPECT_EQ(2, callbacks[1]);
   EXPECT_EQ(1, callbacks[2]);
+}
+
+TEST_F(ClientsDaemonTest, ClientsBeyondTheConnectionLimitAreRefusedAndTheRestServed) {
+  std::ofstream(dir + "/calljournald.conf", std::ios::app) << "client-max-connections = 3\n";
+  startDaemon();
+  // Three clients that announce a frame of 4 MiB and send nothing more hold every place.
+  std::vector<int> holders;
+  // A connection the daemon refused (the start-up probe may still hold a place) ends at once.
+  while (holders.size() < 3) {
+    const int fd = rawConnection(std::string("\x00\x40\x00\x00", 4));
+    pollfd ended{fd, POLLIN, 0};
+    if (poll(&ended, 1, 300) == 0) {
+      holders.push_back(fd);
+    } else {
+      close(fd);
+    }
+  }
+  Subprocess::Result refused = cli({"list", "missed"});
+  EXPECT_EQ(1, refused.code) << refused.out << refused.err << daemon->err();
+  close(holders.back());
+  ASSERT_TRUE(eventually([&] { return cli({"list", "missed"}).code == 0; })) << daemon->err();
+  Subprocess::Result config = cli({"config", "get", "client-max-connections"});
+  EXPECT_NE(config.out.find("client-max-connections = 3"), std::string::npos) << config.out;
+  EXPECT_TRUE(daemon->running());
+  for (int fd : holders) close(fd);
 }

@@ -280,3 +280,54 @@ TEST_F(ClientServerTest, AClientFloodingRequestsIsReadNoFasterThanItIsAnswered) 
   }
   m_server.reset();  // the requests still queued use `held`
 }
+
+TEST_F(ClientServerTest, ConnectionsBeyondTheLimitAreRefusedUntilOneCloses) {
+  m_options.maxConnections = 2;
+  start();  // a and b take both places
+  fw::JournalClient third;
+  connect(third);  // the socket accepts; the server closes it at once
+  std::string reply, error;
+  EXPECT_FALSE(third.call("<m/>", reply, error, 5000));
+  EXPECT_TRUE(m_log.contains("a client was refused: 2 connections are open", fw::kLogError));
+  EXPECT_EQ("|<m/>", echoed(call(a, "<m/>")));
+
+  b.close();
+  ASSERT_TRUE(waitFor([&] { return m_server->connectionCount() == 1; }));
+  fw::JournalClient fourth;
+  connect(fourth);
+  EXPECT_EQ("|<m/>", echoed(call(fourth, "<m/>")));
+}
+
+TEST_F(ClientServerTest, AReplyLargerThanTheQueueBoundGoesWhenNothingElseWaits) {
+  m_options.maxQueuedBytes = 64 * 1024;
+  start();
+  const std::string large = "<m>" + std::string(256 * 1024, 'x') + "</m>";
+  const std::string reply = call(a, large);  // echoed back: four times the bound
+  EXPECT_EQ(idOf(a).size() + 1 + large.size(), reply.size());
+  EXPECT_TRUE(a.connected());
+}
+
+TEST_F(ClientServerTest, AFrameArrivingInPiecesIsReadWhole) {
+  start();
+  // A header announcing the frame, then its bytes in three writes with pauses between them.
+  const std::string body = "<m>" + std::string(200 * 1024, 'y') + "</m>";
+  const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  std::strcpy(address.sun_path, m_options.socketPath.c_str());
+  ASSERT_EQ(0, ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address));
+  const uint32_t length = static_cast<uint32_t>(body.size());
+  const unsigned char header[4] = {static_cast<unsigned char>(length >> 24), static_cast<unsigned char>(length >> 16),
+                                   static_cast<unsigned char>(length >> 8), static_cast<unsigned char>(length)};
+  ASSERT_EQ(4, write(fd, header, 4));
+  const std::size_t third = body.size() / 3;
+  for (std::size_t at = 0; at < body.size(); at += third) {
+    const std::size_t n = std::min(third, body.size() - at);
+    ASSERT_EQ(static_cast<ssize_t>(n), write(fd, body.data() + at, n));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  ASSERT_TRUE(waitFor([&] { return m_invoker.seen().messages.size() == 1; }));
+  const std::string seen = m_invoker.seen().messages.front();
+  EXPECT_EQ(body, seen.substr(seen.find('|') + 1));
+  close(fd);
+}

@@ -20,10 +20,16 @@
 // Client identity (InvokerResponse::getClientId and the context's getProxy): one text per
 // connection, never reused while the server runs: "unix:7", "tcp:127.0.0.1:5555#8".
 //
+// Incoming frames: a frame's buffer grows as its bytes arrive, so a header announcing a large
+// frame costs nothing until the bytes come. At most maxConnections are served at once; a client
+// connecting beyond that is closed at once (a level-2 line for the first refusal of a run of them).
+//
 // Outgoing queue: each connection has one queue for its replies and its proxies' messages, sent
 // in the order they were queued. ProxyRequest::send may be called from any thread and never
 // blocks; when more than maxQueuedBytes (frame headers included) wait to be written, the client
-// is disconnected with a level-2 log line. Messages for a closed connection are dropped.
+// is disconnected with a level-2 log line. A message queued while nothing else waits always goes,
+// however large (a reply of a large list can always be read). Messages for a closed connection
+// are dropped.
 //
 // Connection end: the proxies of that client are detached on the request thread, after every
 // request the client sent before: for each proxy with a detach message, the message is handed
@@ -63,6 +69,7 @@ struct ClientServerOptions {
   bool allowNonLoopbackTcp = false;       // refuse (start() fails) a non-loopback tcpHost unless set
   std::size_t maxFrameSize = 4u << 20;    // a larger frame closes that connection with a log line
   std::size_t maxQueuedBytes = 8u << 20;  // per connection; more piled up disconnects the client
+  std::size_t maxConnections = 64;        // more at once are refused (closed at once, logged)
 };
 
 class ClientServer {
