@@ -66,7 +66,32 @@ std::vector<ListKind> kindsOf(const std::string& list) {
   return {kind};
 }
 
+// `ids` without repetitions, in the order given.
+std::vector<std::string> distinct(const std::vector<std::string>& ids) {
+  std::vector<std::string> out;
+  std::set<std::string> seen;
+  for (const std::string& id : ids)
+    if (seen.insert(id).second) out.push_back(id);
+  return out;
+}
+
 }  // namespace
+
+// Refuses the whole command when an id names no entry of the lists read: nothing is changed for
+// the others either, so the user can correct the command and run it again. 0 when all are known.
+int refuseUnknown(const JournalLists& lists, const std::vector<std::string>& ids, const std::string& where,
+                  const char* verb) {
+  std::vector<std::string> unknown;
+  for (const std::string& id : ids) {
+    ListKind kind;
+    if (!lists.find(id, kind)) unknown.push_back(id);
+  }
+  if (unknown.empty()) return 0;
+  std::string names;
+  for (const std::string& id : unknown) names += (names.empty() ? "" : ", ") + id;
+  return fail(std::string(unknown.size() == 1 ? "no entry with id " : "no entries with ids ") + names + where +
+              "; nothing was " + verb + " (see calljournal list for the ids)");
+}
 
 int fail(const std::string& message) {
   std::cerr << "calljournal: " << message << '\n';
@@ -105,52 +130,69 @@ int deleteCommand(const Connection& c, const std::string& list, bool all, const 
     return 0;
   }
   JournalLists lists;
-  if (list.empty() && !s.readLists(lists, kindsOf("all"))) return fail(s.error());
-  for (const std::string& id : ids) {
+  if (!s.readLists(lists, kindsOf(list))) return fail(s.error());
+  const std::vector<std::string> wanted = distinct(ids);
+  if (int refused = refuseUnknown(lists, wanted, list.empty() ? "" : " in the " + list + " list", "deleted"))
+    return refused;
+  for (const std::string& id : wanted) {
     ListKind kind;
-    if (!list.empty()) {
-      listKindFromName(list, kind);
-    } else if (!lists.find(id, kind)) {
-      return fail("no entry with id " + id + " (see calljournal list for the ids)");
-    }
+    lists.find(id, kind);
     if (!s.call(listMethods(kind).deleteOne, {id}, reply)) return fail(s.error());
-    if (!boolReply(reply)) return fail("no entry with id " + id + " in the " + listName(kind) + " list");
-    std::cout << "deleted " << id << " from the " << listName(kind) << " list\n";
+    if (!boolReply(reply))
+      return fail("the entry " + id + " of the " + listName(kind) + " list is gone already (deleted meanwhile?)");
+    std::cout << "deleted " << id << " from the " << listName(kind) << " list: " << lists.describe(id) << '\n';
   }
   return 0;
 }
 
 int deleteCallsCommand(const Connection& c, const std::vector<std::string>& ids) {
   Session s(c);
+  if (!s.ok()) return fail(s.error());
+  // The call lists, in the order the journal tries them; callbacks are no calls.
+  JournalLists lists;
+  if (!s.readLists(lists, {ListKind::Received, ListKind::Dialled, ListKind::Missed, ListKind::Forwarded}))
+    return fail(s.error());
+  const std::vector<std::string> wanted = distinct(ids);
+  if (int refused = refuseUnknown(lists, wanted, " in a call list", "deleted")) return refused;
   std::string reply;
-  if (!s.ok() || !s.call(Helper::DELETE_CALLS, ids, reply)) return fail(s.error());
-  if (!boolReply(reply)) return fail("none of the ids names an entry (see calljournal list for the ids)");
-  std::cout << "deleted\n";
+  if (!s.call(Helper::DELETE_CALLS, wanted, reply)) return fail(s.error());
+  if (!boolReply(reply)) return fail("the journal deleted none of the entries (deleted meanwhile?)");
+  for (const std::string& id : wanted) {
+    ListKind kind;
+    lists.find(id, kind);
+    std::cout << "deleted " << id << " from the " << listName(kind) << " list: " << lists.describe(id) << '\n';
+  }
   return 0;
 }
 
 int markViewedCommand(const Connection& c, const std::vector<std::string>& ids) {
   Session s(c);
   if (!s.ok()) return fail(s.error());
-  std::vector<std::string> which = ids;
-  if (which.empty()) {
-    JournalLists lists;
-    if (!s.readLists(lists, {ListKind::Missed})) return fail(s.error());
+  JournalLists lists;
+  if (!s.readLists(lists, {ListKind::Missed})) return fail(s.error());
+  std::vector<std::string> which = distinct(ids);
+  if (int refused = refuseUnknown(lists, which, " in the missed list", "marked")) return refused;
+  if (which.empty())
     for (const auto& item : lists.missed) which.push_back(item.getEntryId());
-  }
   std::string reply;
   if (!s.call(Helper::SET_MISSED_CALL_LIST_AS_VIEWED, which, reply)) return fail(s.error());
   if (!boolReply(reply)) return fail("the journal refused to mark the missed calls viewed");
   std::cout << "marked " << which.size() << " missed " << (which.size() == 1 ? "entry" : "entries") << " viewed\n";
+  if (!ids.empty())
+    for (const std::string& id : which) std::cout << "  " << id << ": " << lists.describe(id) << '\n';
   return 0;
 }
 
 int ageCommand(const Connection& c, const std::string& id) {
   Session s(c);
+  if (!s.ok()) return fail(s.error());
+  JournalLists lists;
+  if (!s.readLists(lists, {ListKind::Missed})) return fail(s.error());
+  if (int refused = refuseUnknown(lists, {id}, " in the missed list", "aged")) return refused;
   std::string reply;
-  if (!s.ok() || !s.call(Helper::AGE_MISSED_CALL, {id}, reply)) return fail(s.error());
+  if (!s.call(Helper::AGE_MISSED_CALL, {id}, reply)) return fail(s.error());
   if (reply == Helper::FAILURE) return fail("the journal refused to age " + id);
-  std::cout << "aged " << id << '\n';
+  std::cout << "aged " << id << ": " << lists.describe(id) << '\n';
   return 0;
 }
 

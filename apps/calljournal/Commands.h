@@ -31,4 +31,10 @@ int replayCommand(const ReplayOptions& options);
 // Prints "calljournal: <message>" on stderr and returns 1.
 int fail(const std::string& message);
 
+struct JournalLists;
+// Exit code 1, with a line naming each id of `ids` that no list of `lists` holds; 0 when all do.
+// `where` ends the line's first part (" in the missed list"), `verb` says what was not done.
+int refuseUnknown(const JournalLists& lists, const std::vector<std::string>& ids, const std::string& where,
+                  const char* verb);
+
 }  // namespace cli

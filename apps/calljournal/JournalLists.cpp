@@ -177,7 +177,7 @@ std::string updateLine(const std::string& msg, const char* list, Parse parse, bo
     j["action"] = actionName(action);
     j["id"] = id;
     j["entry"] = entryJson(item);
-    return j.dump();
+    return j.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
   }
   std::string line = std::string(list) + " " + actionName(action);
   std::string number;
@@ -198,7 +198,7 @@ std::string countLine(const char* name, bool ok, unsigned count, bool json) {
   if (!json) return std::string(name) + " " + std::to_string(count);
   ordered_json j;
   j[name] = count;
-  return j.dump();
+  return j.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
 }
 
 }  // namespace
@@ -278,6 +278,28 @@ unsigned JournalLists::unviewedMissed() const {
       std::count_if(missed.begin(), missed.end(), [](const MissedCallItem& i) { return !i.getViewed(); }));
 }
 
+std::string JournalLists::describe(const std::string& entryId) const {
+  auto text = [](const auto& item) {
+    std::string number;
+    if constexpr (std::is_same_v<std::decay_t<decltype(item)>, CallBackItem>) {
+      number = item.getNumber();
+    } else if (!item.infos().empty()) {
+      number = item.infos().front().number;
+    }
+    const std::string name = nameOf(item);
+    if (number.empty()) number = "(no number)";
+    return name.empty() ? number : number + " \"" + name + "\"";
+  };
+  auto in = [&](const auto& list, std::string& found) {
+    for (const auto& item : list)
+      if (item.getEntryId() == entryId) return found = text(item), true;
+    return false;
+  };
+  std::string found;
+  in(missed, found) || in(received, found) || in(dialled, found) || in(forwarded, found) || in(callbacks, found);
+  return found;
+}
+
 bool JournalLists::find(const std::string& entryId, ListKind& kind) const {
   auto holds = [&](const auto& list) {
     return std::any_of(list.begin(), list.end(), [&](const auto& i) { return i.getEntryId() == entryId; });
@@ -299,7 +321,8 @@ std::string toJson(const JournalLists& lists) {
   if (lists.has[2]) j["dialled"] = listJson(lists.dialled);
   if (lists.has[3]) j["forwarded"] = listJson(lists.forwarded);
   if (lists.has[4]) j["callbacks"] = listJson(lists.callbacks);
-  return j.dump(2);
+  // Text that is not UTF-8 is shown with replacement characters rather than refused.
+  return j.dump(2, ' ', false, ordered_json::error_handler_t::replace);
 }
 
 void printTables(const JournalLists& lists, std::ostream& out) {

@@ -36,8 +36,11 @@ struct JournalLists {
   // Reads one list reply into its list; false for FAILURE or a reply that is not a list.
   bool read(ListKind kind, const std::string& reply);
   unsigned unviewedMissed() const;
-  // The list holding `entryId`, if any.
+  // The list holding `entryId`, if any (the first of missed, received, dialled, forwarded,
+  // callbacks).
   bool find(const std::string& entryId, ListKind& kind) const;
+  // The party of the entry `entryId` for people: its number and name; empty when no list has it.
+  std::string describe(const std::string& entryId) const;
 };
 
 // {"unviewedMissed": n, "missed": [...], ...}: the lists read, newest first, fields in camelCase.

@@ -92,21 +92,29 @@ int main(int argc, char** argv) {
     return app.exit(e) == 0 ? 0 : 2;  // --help is not an error; every other refusal is a usage error
   }
 
-  if (*listCmd) return cli::listCommand(connection, list, json);
-  if (*deleteCmd) {
-    if (deleteAll && deleteList.empty()) return cli::fail("--all needs --list LIST"), 2;
-    if (deleteAll && !ids.empty()) return cli::fail("give ids or --all, not both"), 2;
-    if (!deleteAll && ids.empty()) return cli::fail("give the ids to delete, or --all --list LIST"), 2;
-    return cli::deleteCommand(connection, deleteList, deleteAll, ids);
+  auto run = [&]() -> int {
+    if (*listCmd) return cli::listCommand(connection, list, json);
+    if (*deleteCmd) {
+      if (deleteAll && deleteList.empty()) return cli::fail("--all needs --list LIST"), 2;
+      if (deleteAll && !ids.empty()) return cli::fail("give ids or --all, not both"), 2;
+      if (!deleteAll && ids.empty()) return cli::fail("give the ids to delete, or --all --list LIST"), 2;
+      return cli::deleteCommand(connection, deleteList, deleteAll, ids);
+    }
+    if (*deleteCallsCmd) return cli::deleteCallsCommand(connection, ids);
+    if (*viewedCmd) return cli::markViewedCommand(connection, ids);
+    if (*ageCmd) return cli::ageCommand(connection, id);
+    if (*lastCmd) return cli::lastDialledCommand(connection, json);
+    if (*refreshCmd) return cli::refreshCommand(connection);
+    if (*watchCmd) return cli::watchCommand(connection, json);
+    if (*getCmd) return cli::configGetCommand(connection, keys);
+    if (*setCmd) return cli::configSetCommand(connection, key, value);
+    if (*replayCmd) return cli::replayCommand(replay);
+    return 2;
+  };
+  // Whatever a daemon answers, the client ends with a plain line, never an abort.
+  try {
+    return run();
+  } catch (const std::exception& e) {
+    return cli::fail(std::string("stopped on an unexpected failure: ") + e.what());
   }
-  if (*deleteCallsCmd) return cli::deleteCallsCommand(connection, ids);
-  if (*viewedCmd) return cli::markViewedCommand(connection, ids);
-  if (*ageCmd) return cli::ageCommand(connection, id);
-  if (*lastCmd) return cli::lastDialledCommand(connection, json);
-  if (*refreshCmd) return cli::refreshCommand(connection);
-  if (*watchCmd) return cli::watchCommand(connection, json);
-  if (*getCmd) return cli::configGetCommand(connection, keys);
-  if (*setCmd) return cli::configSetCommand(connection, key, value);
-  if (*replayCmd) return cli::replayCommand(replay);
-  return 2;
 }

@@ -134,3 +134,116 @@ TEST_F(ClientsDaemonTest, ClientsBeyondTheConnectionLimitAreRefusedAndTheRestSer
   EXPECT_TRUE(daemon->running());
   for (int fd : holders) close(fd);
 }
+
+TEST_F(ClientsDaemonTest, TheCliActsOnKnownIdsOnlyAndSaysWhatItRemovedFromWhichList) {
+  startDaemon();
+  sendAll(missedCall("4711", "0301112222"));
+  sendAll(missedCall("4712", "0303334444"));
+  ASSERT_TRUE(eventually([&] { return missedEntries() == 2; })) << daemon->err();
+  const json before = lists();
+  const std::string first = before["missed"][0]["entryId"], second = before["missed"][1]["entryId"];
+
+  Subprocess::Result unknown = cli({"delete-calls", first, "no-such-id"});
+  EXPECT_EQ(1, unknown.code);
+  EXPECT_NE(unknown.err.find("no entry with id no-such-id in a call list; nothing was deleted"), std::string::npos)
+      << unknown.err;
+  EXPECT_EQ(before, lists());
+  Subprocess::Result wrongList = cli({"delete", "--list", "received", first});
+  EXPECT_EQ(1, wrongList.code);
+  EXPECT_NE(wrongList.err.find("no entry with id " + first + " in the received list"), std::string::npos)
+      << wrongList.err;
+  EXPECT_EQ(1, cli({"mark-viewed", "no-such-id"}).code);
+  EXPECT_EQ(1, cli({"age", "no-such-id"}).code);
+  EXPECT_EQ(before, lists());
+
+  Subprocess::Result viewed = cli({"mark-viewed", second});
+  EXPECT_EQ(0, viewed.code) << viewed.err;
+  EXPECT_NE(viewed.out.find("marked 1 missed entry viewed"), std::string::npos) << viewed.out;
+  Subprocess::Result deleted = cli({"delete-calls", first});
+  EXPECT_EQ(0, deleted.code) << deleted.err;
+  EXPECT_EQ("deleted " + first + " from the missed list: 0303334444\n", deleted.out);
+  const json after = lists();
+  ASSERT_EQ(1u, after["missed"].size());
+  EXPECT_EQ(second, after["missed"][0]["entryId"]);
+  EXPECT_EQ(true, after["missed"][0]["viewed"]);
+}
+
+namespace {
+
+// A daemon that answers in its own way: every request gets `reply`, a subscription is answered
+// true and followed by `event`, then the connection closes. Serves one client at a time.
+class OddDaemon {
+ public:
+  OddDaemon(std::string path, std::string reply, std::string event)
+      : m_path(std::move(path)), m_reply(std::move(reply)), m_event(std::move(event)) {
+    m_listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, m_path.c_str(), sizeof address.sun_path - 1);
+    EXPECT_EQ(0, bind(m_listener, reinterpret_cast<sockaddr*>(&address), sizeof address));
+    EXPECT_EQ(0, listen(m_listener, 4));
+    m_thread = std::thread([this] { serve(); });
+  }
+  ~OddDaemon() {
+    shutdown(m_listener, SHUT_RDWR);
+    close(m_listener);
+    m_thread.join();
+  }
+
+ private:
+  static bool readFrame(int fd, std::string& payload) {
+    unsigned char header[4];
+    if (recv(fd, header, 4, MSG_WAITALL) != 4) return false;
+    payload.resize((size_t{header[0]} << 24) | (size_t{header[1]} << 16) | (size_t{header[2]} << 8) | header[3]);
+    return payload.empty() || recv(fd, &payload[0], payload.size(), MSG_WAITALL) == ssize_t(payload.size());
+  }
+  static void writeFrame(int fd, const std::string& payload) {
+    const auto n = static_cast<uint32_t>(payload.size());
+    const std::string framed = std::string{char(n >> 24), char(n >> 16), char(n >> 8), char(n)} + payload;
+    EXPECT_EQ(ssize_t(framed.size()), send(fd, framed.data(), framed.size(), MSG_NOSIGNAL));
+  }
+  void serve() {
+    for (int fd; (fd = accept(m_listener, nullptr, nullptr)) >= 0; close(fd)) {
+      for (std::string request; readFrame(fd, request);) {
+        if (request.find(">subscribe<") == std::string::npos) {
+          writeFrame(fd, m_reply);
+          continue;
+        }
+        writeFrame(fd, Helper::respBool(true));
+        writeFrame(fd, m_event);
+        break;
+      }
+    }
+  }
+  std::string m_path, m_reply, m_event;
+  int m_listener = -1;
+  std::thread m_thread;
+};
+
+}  // namespace
+
+TEST(MisbehavingDaemonTest, TheCliNeverAbortsWhateverTheDaemonAnswers) {
+  char pattern[] = "/tmp/journal-odd-XXXXXX";
+  ASSERT_NE(nullptr, mkdtemp(pattern));
+  const std::string path = std::string(pattern) + "/odd.sock";
+  MissedCallItem item("2024-03-05T07:08:09Z00000001", "M\xFF\xFEller", "", {}, false);
+  {
+    OddDaemon odd(path, Helper::respGetMissedCallList({item}), Helper::obsReqMissedCallsUpdate(item, "", 0));
+    Subprocess::Result list = Subprocess::run({CALLJOURNAL_PATH, "--socket", path, "list", "missed", "--json"});
+    EXPECT_EQ(0, list.code) << list.err;
+    EXPECT_NE(list.out.find("M\xEF\xBF\xBD\xEF\xBF\xBDller"), std::string::npos) << list.out;  // U+FFFD twice
+    Subprocess::Result watch = Subprocess::run({CALLJOURNAL_PATH, "--socket", path, "watch", "--json"});
+    EXPECT_EQ(1, watch.code) << watch.err;  // the daemon went away after its message
+    EXPECT_NE(watch.out.find("M\xEF\xBF\xBD\xEF\xBF\xBDller"), std::string::npos) << watch.out;
+  }
+  {
+    OddDaemon odd(path + "2", "<journalResponse><list>&broken", "<journalEvent>\x01");
+    for (const char* command : {"list", "mark-viewed", "last-dialled", "refresh", "delete-calls"}) {
+      std::vector<std::string> args = {CALLJOURNAL_PATH, "--socket", path + "2", command};
+      if (std::string(command) == "delete-calls") args.push_back("some-id");
+      Subprocess::Result r = Subprocess::run(args);
+      EXPECT_EQ(1, r.code) << command << ": " << r.err;
+    }
+  }
+  std::system(("rm -rf '" + std::string(pattern) + "'").c_str());
+}
