@@ -128,8 +128,11 @@ bool JournalHost::start(std::string& error) {
   }
   m_started = true;
   // The journal reads its lists from the store when a screen first subscribes; a host serves
-  // clients that read without subscribing, so the lists are read at once.
+  // clients that read without subscribing, so the lists are read at once. The switch's events
+  // were held since before the journal started its monitor: a call that ended meanwhile is filed
+  // into the lists read here, not into empty ones.
   request(JournalServiceHelper::createMethodRequest(JournalServiceHelper::REFRESH_CALL_LOG));
+  m_parts->csta->releaseEvents();
   if (m_mode == Mode::Daemon && !serveClients(error)) {
     stop();
     return false;
@@ -175,6 +178,7 @@ bool JournalHost::startServices(std::string& error) {
   link.requestTimeoutMs = m_settings.requestTimeoutMs;
   link.answerLocally = m_mode == Mode::Replay;
   p.csta = std::make_unique<fw::CstaLinkService>(link);
+  p.csta->holdEvents();  // until the journal's lists are read (start())
   p.csta->start();
 
   p.context.registerService("LocalMgmtIfc", &p.mgmt);
