@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 
 namespace host {
 
@@ -53,6 +54,12 @@ bool parseNumber(const std::string& text, int& value) {
   return true;
 }
 
+bool isOneOf(const std::string& value, std::initializer_list<const char*> allowed) {
+  for (const char* a : allowed)
+    if (value == a) return true;
+  return false;
+}
+
 std::string valueOf(const std::map<std::string, std::string>& values, const char* key, std::string fallback) {
   auto it = values.find(key);
   return it == values.end() || it->second.empty() ? fallback : it->second;
@@ -87,7 +94,33 @@ std::string programDirectory() {
   return slash == std::string::npos ? "." : full.substr(0, slash);
 }
 
+const std::map<std::string, std::string>& phoneDefaults() {
+  // Without a software type the journal is a KPX phone in every respect.
+  static const std::map<std::string, std::string> defaults = {{"software-type", "Velmora KPX"}};
+  return defaults;
+}
+
+bool checkPhoneValue(const std::string& key, const std::string& value, std::string& error) {
+  if (value.empty()) return true;  // as good as not given
+  int number = 0;
+  if (isOneOf(key, {"system-identifier", "sntp-tz-offset", "daylight-save-minutes"}) && !parseNumber(value, number)) {
+    error = key + ": \"" + value + "\" is not a whole number";
+    return false;
+  }
+  if (isOneOf(key, {"daylight-save", "server-based-features"}) && !isOneOf(value, {"true", "false"})) {
+    error = key + ": \"" + value + "\" is neither true nor false";
+    return false;
+  }
+  if (key == "disable-access-calllog" && !isOneOf(value, {"0", "1", "2"})) {
+    error = key + ": \"" + value + "\" is not 0, 1 or 2";
+    return false;
+  }
+  return true;
+}
+
 bool readSettings(const std::map<std::string, std::string>& values, Settings& s, std::string& error) {
+  for (const auto& [key, value] : values)
+    if (!checkPhoneValue(key, value, error)) return false;
   s.database = valueOf(values, "database", defaultDatabase());
   s.phonebook = valueOf(values, "phonebook", "");
   s.monitoredDevice = valueOf(values, "monitored-device", "3100");

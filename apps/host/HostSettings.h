@@ -16,6 +16,13 @@
 //   log-file                 file for log lines              (stderr)
 //   mobility-url             where a visitor's journal is uploaded (none)
 //   module                   the journal module              (../lib/libjournalservice.so beside the program)
+//
+// The phone's own values (read by the journal through local management) are checked too, and
+// have defaults where the journal needs one (phoneDefaults); an empty value counts as not given:
+//   software-type            "Velmora SIP" follows SIP rules, any other KPX rules  (Velmora KPX)
+//   system-identifier, sntp-tz-offset, daylight-save-minutes      whole numbers
+//   daylight-save, server-based-features                          true or false
+//   disable-access-calllog   0, 1 or 2
 #pragma once
 
 #include <map>
@@ -45,8 +52,14 @@ const char* const* settingKeys();
 bool isSettingKey(const std::string& key);
 
 // Settings from configuration values; false with a plain message naming the key for a value
-// that cannot be used (a port that is not a number, ...).
+// that cannot be used (a port that is not a number, a phone value of the wrong kind, ...).
 bool readSettings(const std::map<std::string, std::string>& values, Settings& settings, std::string& error);
+
+// Whether `value` can be used for the phone value `key` (any value for keys not checked above).
+bool checkPhoneValue(const std::string& key, const std::string& value, std::string& error);
+
+// The phone values in force while the configuration gives none.
+const std::map<std::string, std::string>& phoneDefaults();
 
 // "host:port" -> parts; false when malformed.
 bool splitHostPort(const std::string& text, std::string& host, int& port);

@@ -93,24 +93,58 @@ bool JournalHost::configure(const std::string& path, const std::map<std::string,
                             std::string& error) {
   m_configPath = path;
   m_overrides = overrides;
-  if (!path.empty() && !m_parts->mgmt.loadFile(path, error)) return false;
-  for (const auto& [key, value] : overrides) m_parts->mgmt.setValue(key, value);
-  if (!readSettings(m_parts->mgmt.values(), m_settings, error)) {
-    if (!path.empty()) error = path + ": " + error;
-    return false;
-  }
-  applyLogSettings();
+  std::map<std::string, std::string> values;
+  Settings settings;
+  std::shared_ptr<fw::LogSink> sink;
+  if (!readConfiguration(values, settings, error)) return false;
+  if (!settings.logFile.empty() && !openLogFile(settings.logFile, sink, error)) return false;
+  m_parts->mgmt.replaceValues(values);
+  for (const auto& [key, value] : phoneDefaults()) m_parts->mgmt.setDefault(key, value);
+  m_settings = settings;
+  useLogFile(settings.logFile, sink);
+  applyLogThresholds();
   return true;
 }
 
-void JournalHost::applyLogSettings() {
+bool JournalHost::readConfiguration(std::map<std::string, std::string>& values, Settings& settings,
+                                    std::string& error) const {
+  values.clear();
+  if (!m_configPath.empty() && !FileLocalMgmt::readFile(m_configPath, values, error)) return false;
+  for (const auto& [key, value] : m_overrides) values[key] = value;  // --set stays over the file
+  if (!readSettings(values, settings, error)) {
+    if (!m_configPath.empty()) error = m_configPath + ": " + error;
+    return false;
+  }
+  return true;
+}
+
+bool JournalHost::openLogFile(const std::string& path, std::shared_ptr<fw::LogSink>& sink, std::string& error) {
+  try {
+    sink = std::make_shared<fw::FileSink>(path);
+  } catch (const std::exception& e) {
+    error = e.what();  // names the file and the reason
+    return false;
+  }
+  return true;
+}
+
+void JournalHost::useLogFile(const std::string& path, std::shared_ptr<fw::LogSink> sink) {
+  Parts& p = *m_parts;
+  if (sink) {
+    std::shared_ptr<fw::LogSink> previous = fw::setLogSink(std::move(sink));
+    if (!p.sinkReplaced) p.previousSink = std::move(previous);
+    p.sinkReplaced = true;
+  } else if (path.empty() && p.sinkReplaced) {
+    fw::setLogSink(p.previousSink);
+    p.sinkReplaced = false;
+  }
+  m_settings.logFile = path;
+}
+
+void JournalHost::applyLogThresholds() {
   std::string error;
   if (!fw::setLogThresholds(m_settings.logLevels, &error))
     HOSTLOG(2, "log-levels \"%s\" not used: %s", m_settings.logLevels.c_str(), error.c_str());
-  if (!m_settings.logFile.empty() && !m_parts->sinkReplaced) {
-    m_parts->previousSink = fw::setLogSink(std::make_shared<fw::FileSink>(m_settings.logFile));
-    m_parts->sinkReplaced = true;
-  }
 }
 
 bool JournalHost::start(std::string& error) {
@@ -165,7 +199,7 @@ bool JournalHost::startServices(std::string& error) {
     error = "cannot open the database " + m_settings.database + ": " + error;
     return false;
   }
-  if (!m_settings.phonebook.empty() && !p.phonebook.load(m_settings.phonebook, error)) return false;
+  if (!m_settings.phonebook.empty() && !loadPhonebook(error)) return false;
   p.digits = std::make_unique<ConfiguredDigitAnalysis>(p.mgmt);
   std::string visitor = value("mobility-current-user");
   if (visitor.empty()) visitor = value("mac-addr");
@@ -189,6 +223,15 @@ bool JournalHost::startServices(std::string& error) {
   p.context.registerService("MobilityServiceIfc", p.mobility.get());
   p.context.registerService("CSTAServiceIfc", p.csta.get());
   return true;
+}
+
+bool JournalHost::loadPhonebook(std::string& error) {
+  struct stat file {};
+  if (stat(m_settings.phonebook.c_str(), &file) == 0 && !S_ISREG(file.st_mode)) {
+    error = "phonebook " + m_settings.phonebook + " is not a file";
+    return false;
+  }
+  return m_parts->phonebook.load(m_settings.phonebook, error).has_value();
 }
 
 bool JournalHost::loadModule(std::string& error) {
@@ -258,18 +301,29 @@ void JournalHost::stop() {
   m_started = false;
 }
 
+// Everything that can refuse the new file is checked before any of it is used: the file itself,
+// every setting and phone value, the log file and the phonebook (whose reload keeps the contacts
+// held before when it fails). Settings other than the log, the mobility URL and the phonebook's
+// contents take effect at the next start.
 bool JournalHost::reload(std::string& error) {
   if (m_configPath.empty()) {
     error = "no configuration file to read again";
     return false;
   }
-  if (!m_parts->mgmt.reload(error)) return false;
+  std::map<std::string, std::string> values;
   Settings settings;
-  if (!readSettings(m_parts->mgmt.values(), settings, error)) return false;
+  std::shared_ptr<fw::LogSink> sink;
+  if (!readConfiguration(values, settings, error)) return false;
+  const bool newLogFile = settings.logFile != m_settings.logFile;
+  if (newLogFile && !settings.logFile.empty() && !openLogFile(settings.logFile, sink, error)) return false;
+  if (!m_settings.phonebook.empty() && !m_parts->phonebook.reload(error)) return false;
+
+  m_parts->mgmt.replaceValues(values);
   m_settings.logLevels = settings.logLevels;
-  applyLogSettings();
+  m_settings.mobilityUrl = settings.mobilityUrl;
+  if (newLogFile) useLogFile(settings.logFile, sink);
+  applyLogThresholds();
   if (m_parts->mobility) m_parts->mobility->setUrl(settings.mobilityUrl);
-  if (!m_settings.phonebook.empty()) m_parts->phonebook.reload(error);
   m_parts->mgmt.drainNotifications();
   HOSTLOG(4, "configuration %s read again", m_configPath.c_str());
   return true;
@@ -287,7 +341,7 @@ std::string JournalHost::handleManagement(const std::string& message) {
                               Settings s;
                               std::string error;
                               if (readSettings(m_parts->mgmt.values(), s, error)) m_settings.logLevels = s.logLevels;
-                              applyLogSettings();
+                              applyLogThresholds();
                             }};
   return answerManagement(message, context);
 }
