@@ -1,6 +1,10 @@
 #include "HostSettings.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
 
 #include <climits>
 #include <cstdlib>
@@ -42,7 +46,7 @@ std::string defaultSocket() {
   if (isRoot()) return "/run/calljournal/calljournal.sock";
   const char* runtime = std::getenv("XDG_RUNTIME_DIR");
   if (runtime && *runtime) return std::string(runtime) + "/calljournal.sock";
-  return "/tmp/calljournal-" + std::to_string(geteuid()) + "/calljournal.sock";
+  return sharedSocketFolder() + "/calljournal.sock";
 }
 
 bool parseNumber(const std::string& text, int& value) {
@@ -68,6 +72,34 @@ std::string valueOf(const std::map<std::string, std::string>& values, const char
 }  // namespace
 
 const char* const* settingKeys() { return kKeys; }
+
+std::string sharedSocketFolder() { return "/tmp/calljournal-" + std::to_string(geteuid()); }
+
+bool checkPrivateFolder(const std::string& folder, std::string& error) {
+  struct stat info {};
+  if (lstat(folder.c_str(), &info) != 0) {
+    error = "cannot use the socket folder " + folder + ": " + std::strerror(errno);
+    return false;
+  }
+  const std::string advice = "; set XDG_RUNTIME_DIR or client-socket to use another folder";
+  if (!S_ISDIR(info.st_mode)) {
+    error = "the socket folder " + folder + " is not a directory" + advice;
+    return false;
+  }
+  if (info.st_uid != geteuid()) {
+    error = "the socket folder " + folder + " belongs to user " + std::to_string(info.st_uid) + ", not to user " +
+            std::to_string(geteuid()) + " who runs the daemon" + advice;
+    return false;
+  }
+  if ((info.st_mode & 077) != 0) {
+    char mode[8];
+    std::snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(info.st_mode & 07777));
+    error = "the socket folder " + folder + " is open to other users (mode " + mode +
+            "); make it owner-only (chmod 700 " + folder + ")" + advice;
+    return false;
+  }
+  return true;
+}
 
 bool isSettingKey(const std::string& key) {
   for (const char* const* k = kKeys; *k; ++k)

@@ -9,7 +9,8 @@
 //   monitored-device         the phone's own number at the switch (3100)
 //   csta-request-timeout-ms  time limit of a request to the switch (5000)
 //   client-socket            Unix socket of clients          (root: /run/calljournal/calljournal.sock,
-//                                                            others: $XDG_RUNTIME_DIR or /tmp/calljournal-UID)
+//                                                            others: $XDG_RUNTIME_DIR, else
+//                                                            /tmp/calljournal-UID if private)
 //   client-tcp               host:port of an extra TCP listener (none)
 //   client-tcp-allow-remote  "true" to let client-tcp listen on a non-loopback address (false)
 //   log-levels               "Journal Service=5, *=4"        (*=4)
@@ -63,6 +64,14 @@ const std::map<std::string, std::string>& phoneDefaults();
 
 // "host:port" -> parts; false when malformed.
 bool splitHostPort(const std::string& text, std::string& host, int& port);
+
+// The folder of the default client socket of a daemon that is not root and has no
+// XDG_RUNTIME_DIR: /tmp/calljournal-UID. Anyone may create it first, so it is used only when
+// checkPrivateFolder accepts it.
+std::string sharedSocketFolder();
+// True when `folder` is a directory (not a link) of the effective user that no one else may use;
+// else false with a message that names the folder and what to do.
+bool checkPrivateFolder(const std::string& folder, std::string& error);
 
 // Directory of the running program.
 std::string programDirectory();

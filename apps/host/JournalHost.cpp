@@ -149,6 +149,7 @@ void JournalHost::applyLogThresholds() {
 
 bool JournalHost::start(std::string& error) {
   if (m_started) return true;
+  if (m_mode == Mode::Daemon && !checkSocketFolder(error)) return false;
   // A daemon already serving this socket keeps it, and this one touches nothing of it.
   fw::JournalClient probe;
   std::string unused;
@@ -175,6 +176,19 @@ bool JournalHost::start(std::string& error) {
       4, "journal started: database %s, switch %s", m_settings.database.c_str(),
       m_settings.switchPort ? (m_settings.switchHost + ":" + std::to_string(m_settings.switchPort)).c_str() : "none");
   return true;
+}
+
+// The shared folder of the default socket is made owner-only when it is new; one made by someone
+// else, or open to others, is refused before anything of it is used: whoever controls the folder
+// could take the socket's path and receive the clients' requests.
+bool JournalHost::checkSocketFolder(std::string& error) const {
+  const std::string folder = sharedSocketFolder();
+  if (m_settings.clientSocket != folder + "/calljournal.sock") return true;
+  if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
+    error = "cannot create the socket folder " + folder + ": " + std::strerror(errno);
+    return false;
+  }
+  return checkPrivateFolder(folder, error);
 }
 
 bool JournalHost::startServices(std::string& error) {

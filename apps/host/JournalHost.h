@@ -68,6 +68,7 @@ class JournalHost {
 
  private:
   struct Parts;
+  bool checkSocketFolder(std::string& error) const;
   bool startServices(std::string& error);
   bool loadPhonebook(std::string& error);
   bool loadModule(std::string& error);
