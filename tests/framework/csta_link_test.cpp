@@ -261,9 +261,11 @@ TEST_F(CstaLinkTest, AMonitorAskedForBeforeTheSwitchIsThereStartsWhenItComes) {
   link->start();
   const std::string id = startMonitor(sink);
   EXPECT_EQ("L1", id);  // accepted with an id of the link's own
+  EXPECT_EQ(registerSink(), code(fw::kCstaLinkNotConnected));
   EXPECT_TRUE(log.contains("cannot be reached", fw::kLogError));
   sim = std::make_unique<SwitchSimulator>(later);
   ASSERT_TRUE(sim->waitForRequest("MonitorStart", kWaitMs));
+  EXPECT_EQ(1u, sim->requests("SystemRegister").size());  // made up for, before the monitor
   ASSERT_TRUE(eventually([&] { return !sim->currentMonitorId().empty(); }));
   link->drainEvents();
   ASSERT_TRUE(sim->sendEvent(delivered("4", "*")));
