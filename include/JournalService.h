@@ -280,6 +280,8 @@ class JournalService : public Service,
   void startEvents();
   void stopEvents();
   bool eventsStarted() const { return m_eventsStarted; }
+  // Registers with the CSTA service for the switch's system status (phones other than SIP).
+  void CSTASystemRegister();
 
   // ---- Reports to the switch's call log (escape requests) ----------------------------------------
   bool sendCSTAEscapeRequest(CallLogEntryRequest* entry);

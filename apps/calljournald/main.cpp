@@ -70,14 +70,21 @@ int main(int argc, char** argv) {
   }
 
   sigset_t signals = blockControlSignals();
-  host::JournalHost journal(host::JournalHost::Mode::Daemon);
-  std::string error;
-  if (!journal.configure(config, overrides, error) || !journal.start(error)) {
-    std::cerr << "calljournald: " << error << '\n';
+  // Every fault the daemon knows of is a plain message from configure or start; anything thrown
+  // past them still ends with one line and exit code 1, never an abort.
+  try {
+    host::JournalHost journal(host::JournalHost::Mode::Daemon);
+    std::string error;
+    if (!journal.configure(config, overrides, error) || !journal.start(error)) {
+      std::cerr << "calljournald: " << error << '\n';
+      return 1;
+    }
+    std::cerr << "calljournald: serving clients on " << journal.clientSocketPath() << '\n';
+    runUntilStopped(journal, signals);
+    journal.stop();
+  } catch (const std::exception& e) {
+    std::cerr << "calljournald: " << e.what() << '\n';
     return 1;
   }
-  std::cerr << "calljournald: serving clients on " << journal.clientSocketPath() << '\n';
-  runUntilStopped(journal, signals);
-  journal.stop();
   return 0;
 }

@@ -1,5 +1,6 @@
 #include "SwitchSimulator.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <condition_variable>
@@ -148,9 +149,22 @@ struct SwitchSimulator::Impl {
     if (name == "SystemStatusResponse" || answer == Answer::None) return;
     if (answer == Answer::Error) {
       write(connection, frame.invokeId, document("CSTAErrorCode", "<operation>generic</operation>"));
-    } else {
-      write(connection, frame.invokeId, document(name + "Response", body));
+      return;
     }
+    std::string reply = csta_xml::encodeFrame(frame.invokeId, document(name + "Response", body));
+    if (name == "MonitorStart") {
+      // The events go out in the same write as the answer: the phone reads them together.
+      std::vector<std::string> events;
+      std::string id;
+      {
+        std::lock_guard<std::mutex> guard(mutex);
+        events = eventsAfterMonitorStart;
+        id = monitorId;
+      }
+      for (const std::string& event : events)
+        reply += csta_xml::encodeFrame(csta_xml::kEventInvokeId, fillMonitorId(event, id));
+    }
+    writeRaw(connection, std::move(reply));
   }
 
   // Runs `task` on the I/O thread and returns its result.
@@ -162,12 +176,16 @@ struct SwitchSimulator::Impl {
     return result.get();
   }
 
-  std::string withMonitorId(std::string xml) {
+  std::string withMonitorId(const std::string& xml) {
     std::string id;
     {
       std::lock_guard<std::mutex> guard(mutex);
       id = monitorId;
     }
+    return fillMonitorId(xml, id);
+  }
+
+  static std::string fillMonitorId(std::string xml, const std::string& id) {
     const std::string filled = "<monitorCrossRefID>" + id + "</monitorCrossRefID>";
     for (const char* placeholder : {"<monitorCrossRefID/>", "<monitorCrossRefID></monitorCrossRefID>",
                                     "<monitorCrossRefID>*</monitorCrossRefID>"}) {
@@ -191,6 +209,7 @@ struct SwitchSimulator::Impl {
   std::map<std::string, Answer> answers;
   std::string monitorId;
   int nextMonitorId = 0;
+  std::vector<std::string> eventsAfterMonitorStart;
   std::size_t connections = 0;
 };
 
@@ -226,33 +245,49 @@ bool SwitchSimulator::sendRaw(const std::string& bytes) {
   });
 }
 
-int SwitchSimulator::playTrace(const std::string& path, int delayMs, std::string& error) {
+bool SwitchSimulator::readTraceEvents(const std::string& path, std::vector<std::string>& events, std::string& error) {
   pugi::xml_document trace;
   const pugi::xml_parse_result parsed = trace.load_file(path.c_str());
   if (!parsed) {
     error = path + ": " + parsed.description();
-    return -1;
+    return false;
   }
   pugi::xml_node root = trace.document_element();
   if (std::strcmp(localName(root), "cstaTrace") != 0) {
     error = path + ": the document element is not cstaTrace";
-    return -1;
+    return false;
   }
-  int sent = 0;
+  events.clear();
   for (pugi::xml_node event = root.child("event"); event; event = event.next_sibling("event")) {
     pugi::xml_node content = event.first_child();
     while (content && content.type() != pugi::node_element) content = content.next_sibling();
     if (!content) continue;
     std::ostringstream xml;
     content.print(xml, "", pugi::format_raw | pugi::format_no_declaration);
+    events.push_back(xml.str());
+  }
+  return true;
+}
+
+int SwitchSimulator::playTrace(const std::string& path, int delayMs, std::string& error, std::size_t first,
+                               std::size_t end) {
+  std::vector<std::string> events;
+  if (!readTraceEvents(path, events, error)) return -1;
+  int sent = 0;
+  for (std::size_t i = first; i < std::min(end, events.size()); ++i) {
     if (sent > 0 && delayMs > 0) std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
-    if (!sendEvent(xml.str())) {
+    if (!sendEvent(events[i])) {
       error = "no phone connected";
       return -1;
     }
     ++sent;
   }
   return sent;
+}
+
+void SwitchSimulator::setEventsAfterMonitorStart(std::vector<std::string> events) {
+  std::lock_guard<std::mutex> guard(m_impl->mutex);
+  m_impl->eventsAfterMonitorStart = std::move(events);
 }
 
 void SwitchSimulator::dropConnection() {

@@ -6,6 +6,8 @@
 // any thread.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
@@ -47,9 +49,18 @@ class SwitchSimulator {
   // Sends bytes as they are (to break the framing). False when no phone is connected.
   bool sendRaw(const std::string& bytes);
   // Sends the event documents of a trace file (root cstaTrace; each <event> holds one event
-  // document; <set> elements are ignored), waiting `delayMs` between events. Returns the number
-  // sent, or -1 with `error` when the file cannot be read or no phone is connected.
-  int playTrace(const std::string& path, int delayMs, std::string& error);
+  // document; <set> elements are ignored), waiting `delayMs` between events. Only the events
+  // numbered `first` up to before `end` (counted from 0) are sent. Returns the number sent, or -1
+  // with `error` when the file cannot be read or no phone is connected.
+  int playTrace(const std::string& path, int delayMs, std::string& error, std::size_t first = 0,
+                std::size_t end = SIZE_MAX);
+  // The event documents of a trace file, in order; false with `error` when it cannot be read.
+  static bool readTraceEvents(const std::string& path, std::vector<std::string>& events, std::string& error);
+
+  // Sends `events` right behind the answer to every later MonitorStart that is answered normally,
+  // in the same write, as a switch does that reports a call the moment the monitor runs. Their
+  // monitorCrossRefID is filled as sendEvent does. An empty list turns this off.
+  void setEventsAfterMonitorStart(std::vector<std::string> events);
 
   // Closes the current connection and refuses new ones until restore().
   void dropConnection();

@@ -1,14 +1,17 @@
-// cstaswitchsim --port N [--trace FILE] [--delay-ms N]
+// cstaswitchsim --port N [--trace FILE] [--delay-ms N] [--first-event N] [--at-monitor-start FILE]
 //
 // A scripted switch on 127.0.0.1 for trying the journal's CSTA link by hand: it serves one phone at
 // a time, answers its requests and, each time the phone's monitor has started, plays the trace's
-// events to it (waiting --delay-ms between events). Runs until interrupted.
+// events to it (waiting --delay-ms between events), from event number --first-event on (counted
+// from 0: the rest of a day after a stop). --at-monitor-start names a trace whose events are sent
+// in the same write as every MonitorStart answer. Runs until interrupted.
 #include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "SwitchSimulator.h"
 
@@ -19,7 +22,8 @@ std::atomic<bool> g_stop{false};
 void onSignal(int) { g_stop = true; }
 
 int usage(const char* program) {
-  std::fprintf(stderr, "usage: %s --port N [--trace FILE] [--delay-ms N]\n", program);
+  std::fprintf(stderr, "usage: %s --port N [--trace FILE] [--delay-ms N] [--first-event N] [--at-monitor-start FILE]\n",
+               program);
   return 2;
 }
 
@@ -28,7 +32,9 @@ int usage(const char* program) {
 int main(int argc, char** argv) {
   SwitchSimulator::Options options;
   std::string trace;
+  std::string atMonitorStart;
   int delayMs = 0;
+  int firstEvent = 0;
   bool havePort = false;
   for (int i = 1; i < argc; ++i) {
     const bool hasValue = i + 1 < argc;
@@ -39,15 +45,28 @@ int main(int argc, char** argv) {
       trace = argv[++i];
     } else if (std::strcmp(argv[i], "--delay-ms") == 0 && hasValue) {
       delayMs = std::atoi(argv[++i]);
+    } else if (std::strcmp(argv[i], "--first-event") == 0 && hasValue) {
+      firstEvent = std::atoi(argv[++i]);
+    } else if (std::strcmp(argv[i], "--at-monitor-start") == 0 && hasValue) {
+      atMonitorStart = argv[++i];
     } else {
       return usage(argv[0]);
     }
   }
-  if (!havePort || options.port < 0 || options.port > 65535 || delayMs < 0) return usage(argv[0]);
+  if (!havePort || options.port < 0 || options.port > 65535 || delayMs < 0 || firstEvent < 0) return usage(argv[0]);
 
   std::signal(SIGINT, onSignal);
   std::signal(SIGTERM, onSignal);
   SwitchSimulator simulator(options);
+  if (!atMonitorStart.empty()) {
+    std::vector<std::string> events;
+    std::string error;
+    if (!SwitchSimulator::readTraceEvents(atMonitorStart, events, error)) {
+      std::fprintf(stderr, "cstaswitchsim: %s\n", error.c_str());
+      return 1;
+    }
+    simulator.setEventsAfterMonitorStart(std::move(events));
+  }
   std::printf("cstaswitchsim: listening on 127.0.0.1:%d\n", simulator.port());
   std::fflush(stdout);
 
@@ -59,7 +78,7 @@ int main(int argc, char** argv) {
     std::printf("cstaswitchsim: monitor %s started\n", id.empty() ? "(refused)" : id.c_str());
     if (trace.empty() || id.empty()) continue;
     std::string error;
-    const int sent = simulator.playTrace(trace, delayMs, error);
+    const int sent = simulator.playTrace(trace, delayMs, error, static_cast<std::size_t>(firstEvent));
     if (sent < 0) {
       std::fprintf(stderr, "cstaswitchsim: trace not played: %s\n", error.c_str());
     } else {

@@ -1,10 +1,15 @@
 #include "HostSettings.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
 
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 
 namespace host {
 
@@ -42,7 +47,7 @@ std::string defaultSocket() {
   if (isRoot()) return "/run/calljournal/calljournal.sock";
   const char* runtime = std::getenv("XDG_RUNTIME_DIR");
   if (runtime && *runtime) return std::string(runtime) + "/calljournal.sock";
-  return "/tmp/calljournal-" + std::to_string(geteuid()) + "/calljournal.sock";
+  return sharedSocketFolder() + "/calljournal.sock";
 }
 
 bool parseNumber(const std::string& text, int& value) {
@@ -54,6 +59,12 @@ bool parseNumber(const std::string& text, int& value) {
   return true;
 }
 
+bool isOneOf(const std::string& value, std::initializer_list<const char*> allowed) {
+  for (const char* a : allowed)
+    if (value == a) return true;
+  return false;
+}
+
 std::string valueOf(const std::map<std::string, std::string>& values, const char* key, std::string fallback) {
   auto it = values.find(key);
   return it == values.end() || it->second.empty() ? fallback : it->second;
@@ -62,6 +73,34 @@ std::string valueOf(const std::map<std::string, std::string>& values, const char
 }  // namespace
 
 const char* const* settingKeys() { return kKeys; }
+
+std::string sharedSocketFolder() { return "/tmp/calljournal-" + std::to_string(geteuid()); }
+
+bool checkPrivateFolder(const std::string& folder, std::string& error) {
+  struct stat info {};
+  if (lstat(folder.c_str(), &info) != 0) {
+    error = "cannot use the socket folder " + folder + ": " + std::strerror(errno);
+    return false;
+  }
+  const std::string advice = "; set XDG_RUNTIME_DIR or client-socket to use another folder";
+  if (!S_ISDIR(info.st_mode)) {
+    error = "the socket folder " + folder + " is not a directory" + advice;
+    return false;
+  }
+  if (info.st_uid != geteuid()) {
+    error = "the socket folder " + folder + " belongs to user " + std::to_string(info.st_uid) + ", not to user " +
+            std::to_string(geteuid()) + " who runs the daemon" + advice;
+    return false;
+  }
+  if ((info.st_mode & 077) != 0) {
+    char mode[8];
+    std::snprintf(mode, sizeof mode, "%04o", static_cast<unsigned>(info.st_mode & 07777));
+    error = "the socket folder " + folder + " is open to other users (mode " + mode +
+            "); make it owner-only (chmod 700 " + folder + ")" + advice;
+    return false;
+  }
+  return true;
+}
 
 bool isSettingKey(const std::string& key) {
   for (const char* const* k = kKeys; *k; ++k)
@@ -88,7 +127,33 @@ std::string programDirectory() {
   return slash == std::string::npos ? "." : full.substr(0, slash);
 }
 
+const std::map<std::string, std::string>& phoneDefaults() {
+  // Without a software type the journal is a KPX phone in every respect.
+  static const std::map<std::string, std::string> defaults = {{"software-type", "Velmora KPX"}};
+  return defaults;
+}
+
+bool checkPhoneValue(const std::string& key, const std::string& value, std::string& error) {
+  if (value.empty()) return true;  // as good as not given
+  int number = 0;
+  if (isOneOf(key, {"system-identifier", "sntp-tz-offset", "daylight-save-minutes"}) && !parseNumber(value, number)) {
+    error = key + ": \"" + value + "\" is not a whole number";
+    return false;
+  }
+  if (isOneOf(key, {"daylight-save", "server-based-features"}) && !isOneOf(value, {"true", "false"})) {
+    error = key + ": \"" + value + "\" is neither true nor false";
+    return false;
+  }
+  if (key == "disable-access-calllog" && !isOneOf(value, {"0", "1", "2"})) {
+    error = key + ": \"" + value + "\" is not 0, 1 or 2";
+    return false;
+  }
+  return true;
+}
+
 bool readSettings(const std::map<std::string, std::string>& values, Settings& s, std::string& error) {
+  for (const auto& [key, value] : values)
+    if (!checkPhoneValue(key, value, error)) return false;
   s.database = valueOf(values, "database", defaultDatabase());
   s.phonebook = valueOf(values, "phonebook", "");
   s.monitoredDevice = valueOf(values, "monitored-device", "3100");

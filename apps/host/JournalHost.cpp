@@ -93,28 +93,63 @@ bool JournalHost::configure(const std::string& path, const std::map<std::string,
                             std::string& error) {
   m_configPath = path;
   m_overrides = overrides;
-  if (!path.empty() && !m_parts->mgmt.loadFile(path, error)) return false;
-  for (const auto& [key, value] : overrides) m_parts->mgmt.setValue(key, value);
-  if (!readSettings(m_parts->mgmt.values(), m_settings, error)) {
-    if (!path.empty()) error = path + ": " + error;
-    return false;
-  }
-  applyLogSettings();
+  std::map<std::string, std::string> values;
+  Settings settings;
+  std::shared_ptr<fw::LogSink> sink;
+  if (!readConfiguration(values, settings, error)) return false;
+  if (!settings.logFile.empty() && !openLogFile(settings.logFile, sink, error)) return false;
+  m_parts->mgmt.replaceValues(values);
+  for (const auto& [key, value] : phoneDefaults()) m_parts->mgmt.setDefault(key, value);
+  m_settings = settings;
+  useLogFile(settings.logFile, sink);
+  applyLogThresholds();
   return true;
 }
 
-void JournalHost::applyLogSettings() {
+bool JournalHost::readConfiguration(std::map<std::string, std::string>& values, Settings& settings,
+                                    std::string& error) const {
+  values.clear();
+  if (!m_configPath.empty() && !FileLocalMgmt::readFile(m_configPath, values, error)) return false;
+  for (const auto& [key, value] : m_overrides) values[key] = value;  // --set stays over the file
+  if (!readSettings(values, settings, error)) {
+    if (!m_configPath.empty()) error = m_configPath + ": " + error;
+    return false;
+  }
+  return true;
+}
+
+bool JournalHost::openLogFile(const std::string& path, std::shared_ptr<fw::LogSink>& sink, std::string& error) {
+  try {
+    sink = std::make_shared<fw::FileSink>(path);
+  } catch (const std::exception& e) {
+    error = e.what();  // names the file and the reason
+    return false;
+  }
+  return true;
+}
+
+void JournalHost::useLogFile(const std::string& path, std::shared_ptr<fw::LogSink> sink) {
+  Parts& p = *m_parts;
+  if (sink) {
+    std::shared_ptr<fw::LogSink> previous = fw::setLogSink(std::move(sink));
+    if (!p.sinkReplaced) p.previousSink = std::move(previous);
+    p.sinkReplaced = true;
+  } else if (path.empty() && p.sinkReplaced) {
+    fw::setLogSink(p.previousSink);
+    p.sinkReplaced = false;
+  }
+  m_settings.logFile = path;
+}
+
+void JournalHost::applyLogThresholds() {
   std::string error;
   if (!fw::setLogThresholds(m_settings.logLevels, &error))
     HOSTLOG(2, "log-levels \"%s\" not used: %s", m_settings.logLevels.c_str(), error.c_str());
-  if (!m_settings.logFile.empty() && !m_parts->sinkReplaced) {
-    m_parts->previousSink = fw::setLogSink(std::make_shared<fw::FileSink>(m_settings.logFile));
-    m_parts->sinkReplaced = true;
-  }
 }
 
 bool JournalHost::start(std::string& error) {
   if (m_started) return true;
+  if (m_mode == Mode::Daemon && !checkSocketFolder(error)) return false;
   // A daemon already serving this socket keeps it, and this one touches nothing of it.
   fw::JournalClient probe;
   std::string unused;
@@ -128,8 +163,11 @@ bool JournalHost::start(std::string& error) {
   }
   m_started = true;
   // The journal reads its lists from the store when a screen first subscribes; a host serves
-  // clients that read without subscribing, so the lists are read at once.
+  // clients that read without subscribing, so the lists are read at once. The switch's events
+  // were held since before the journal started its monitor: a call that ended meanwhile is filed
+  // into the lists read here, not into empty ones.
   request(JournalServiceHelper::createMethodRequest(JournalServiceHelper::REFRESH_CALL_LOG));
+  m_parts->csta->releaseEvents();
   if (m_mode == Mode::Daemon && !serveClients(error)) {
     stop();
     return false;
@@ -138,6 +176,19 @@ bool JournalHost::start(std::string& error) {
       4, "journal started: database %s, switch %s", m_settings.database.c_str(),
       m_settings.switchPort ? (m_settings.switchHost + ":" + std::to_string(m_settings.switchPort)).c_str() : "none");
   return true;
+}
+
+// The shared folder of the default socket is made owner-only when it is new; one made by someone
+// else, or open to others, is refused before anything of it is used: whoever controls the folder
+// could take the socket's path and receive the clients' requests.
+bool JournalHost::checkSocketFolder(std::string& error) const {
+  const std::string folder = sharedSocketFolder();
+  if (m_settings.clientSocket != folder + "/calljournal.sock") return true;
+  if (mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
+    error = "cannot create the socket folder " + folder + ": " + std::strerror(errno);
+    return false;
+  }
+  return checkPrivateFolder(folder, error);
 }
 
 bool JournalHost::startServices(std::string& error) {
@@ -162,7 +213,7 @@ bool JournalHost::startServices(std::string& error) {
     error = "cannot open the database " + m_settings.database + ": " + error;
     return false;
   }
-  if (!m_settings.phonebook.empty() && !p.phonebook.load(m_settings.phonebook, error)) return false;
+  if (!m_settings.phonebook.empty() && !loadPhonebook(error)) return false;
   p.digits = std::make_unique<ConfiguredDigitAnalysis>(p.mgmt);
   std::string visitor = value("mobility-current-user");
   if (visitor.empty()) visitor = value("mac-addr");
@@ -175,6 +226,7 @@ bool JournalHost::startServices(std::string& error) {
   link.requestTimeoutMs = m_settings.requestTimeoutMs;
   link.answerLocally = m_mode == Mode::Replay;
   p.csta = std::make_unique<fw::CstaLinkService>(link);
+  p.csta->holdEvents();  // until the journal's lists are read (start())
   p.csta->start();
 
   p.context.registerService("LocalMgmtIfc", &p.mgmt);
@@ -185,6 +237,15 @@ bool JournalHost::startServices(std::string& error) {
   p.context.registerService("MobilityServiceIfc", p.mobility.get());
   p.context.registerService("CSTAServiceIfc", p.csta.get());
   return true;
+}
+
+bool JournalHost::loadPhonebook(std::string& error) {
+  struct stat file {};
+  if (stat(m_settings.phonebook.c_str(), &file) == 0 && !S_ISREG(file.st_mode)) {
+    error = "phonebook " + m_settings.phonebook + " is not a file";
+    return false;
+  }
+  return m_parts->phonebook.load(m_settings.phonebook, error).has_value();
 }
 
 bool JournalHost::loadModule(std::string& error) {
@@ -255,18 +316,29 @@ void JournalHost::stop() {
   m_started = false;
 }
 
+// Everything that can refuse the new file is checked before any of it is used: the file itself,
+// every setting and phone value, the log file and the phonebook (whose reload keeps the contacts
+// held before when it fails). Settings other than the log, the mobility URL and the phonebook's
+// contents take effect at the next start.
 bool JournalHost::reload(std::string& error) {
   if (m_configPath.empty()) {
     error = "no configuration file to read again";
     return false;
   }
-  if (!m_parts->mgmt.reload(error)) return false;
+  std::map<std::string, std::string> values;
   Settings settings;
-  if (!readSettings(m_parts->mgmt.values(), settings, error)) return false;
+  std::shared_ptr<fw::LogSink> sink;
+  if (!readConfiguration(values, settings, error)) return false;
+  const bool newLogFile = settings.logFile != m_settings.logFile;
+  if (newLogFile && !settings.logFile.empty() && !openLogFile(settings.logFile, sink, error)) return false;
+  if (!m_settings.phonebook.empty() && !m_parts->phonebook.reload(error)) return false;
+
+  m_parts->mgmt.replaceValues(values);
   m_settings.logLevels = settings.logLevels;
-  applyLogSettings();
+  m_settings.mobilityUrl = settings.mobilityUrl;
+  if (newLogFile) useLogFile(settings.logFile, sink);
+  applyLogThresholds();
   if (m_parts->mobility) m_parts->mobility->setUrl(settings.mobilityUrl);
-  if (!m_settings.phonebook.empty()) m_parts->phonebook.reload(error);
   m_parts->mgmt.drainNotifications();
   HOSTLOG(4, "configuration %s read again", m_configPath.c_str());
   return true;
@@ -284,7 +356,7 @@ std::string JournalHost::handleManagement(const std::string& message) {
                               Settings s;
                               std::string error;
                               if (readSettings(m_parts->mgmt.values(), s, error)) m_settings.logLevels = s.logLevels;
-                              applyLogSettings();
+                              applyLogThresholds();
                             }};
   return answerManagement(message, context);
 }

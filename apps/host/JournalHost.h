@@ -21,6 +21,7 @@ class Invoker;
 
 namespace fw {
 class CstaLinkService;
+class LogSink;
 class ManualTimeSource;
 }  // namespace fw
 
@@ -35,13 +36,15 @@ class JournalHost {
   JournalHost(const JournalHost&) = delete;
   JournalHost& operator=(const JournalHost&) = delete;
 
-  // Reads the configuration file (none when `path` is empty) and puts `overrides` over it.
+  // Reads the configuration file (none when `path` is empty) and puts `overrides` over it. False
+  // with a plain message (naming the file) for a file, value or log file that cannot be used.
   bool configure(const std::string& path, const std::map<std::string, std::string>& overrides, std::string& error);
   // Starts the services, loads the module and initialises the journal. False with a plain message.
   bool start(std::string& error);
   // Finishes and stops everything; removes the client socket. Idempotent.
   void stop();
-  // Reads the configuration file again and reports each changed value to its observers.
+  // Reads the configuration file again (with the overrides over it) and reports each changed value
+  // to its observers. A file that cannot be used as a whole is refused and changes nothing.
   bool reload(std::string& error);
 
   // One request as a client would send it, answered in this process (used by replay).
@@ -65,10 +68,17 @@ class JournalHost {
 
  private:
   struct Parts;
+  bool checkSocketFolder(std::string& error) const;
   bool startServices(std::string& error);
+  bool loadPhonebook(std::string& error);
   bool loadModule(std::string& error);
   bool serveClients(std::string& error);
-  void applyLogSettings();
+  // The configuration file's values with the overrides over them, checked.
+  bool readConfiguration(std::map<std::string, std::string>& values, Settings& settings, std::string& error) const;
+  static bool openLogFile(const std::string& path, std::shared_ptr<fw::LogSink>& sink, std::string& error);
+  // Logs to `sink` (opened for `path`), or again to stderr when `path` is empty.
+  void useLogFile(const std::string& path, std::shared_ptr<fw::LogSink> sink);
+  void applyLogThresholds();
   // Waits until events, timers and configuration notifications queued so far are delivered.
   void settle();
 

@@ -52,6 +52,8 @@ bool describe(ManagementContext& c, const std::string& key, pugi::xml_node reply
     addSetting(reply, key, value, "journal");
   } else if (c.mgmt.value(key, value)) {
     addSetting(reply, key, value, "configuration");
+  } else if (c.mgmt.defaultValue(key, value)) {
+    addSetting(reply, key, value, "default");
   } else if (isSettingKey(key)) {
     addSetting(reply, key, settingValue(c.settings, key), "default");
   } else {
@@ -74,6 +76,7 @@ std::string get(ManagementContext& c, const std::vector<std::string>& keys) {
   if (keys.empty()) {
     std::map<std::string, bool> all;
     for (const auto& kv : c.mgmt.values()) all[kv.first] = true;
+    for (const auto& kv : c.mgmt.defaults()) all[kv.first] = true;
     for (const char* const* k = settingKeys(); *k; ++k) all[*k] = true;
     for (const char* k : {"call-log-enabled", "missed-logging", "delete-missed-when-called"}) all[k] = true;
     for (const auto& kv : all) describe(c, kv.first, reply);
@@ -99,6 +102,12 @@ std::string set(ManagementContext& c, const std::string& key, const std::string&
     describe(c, key, reply);
     return finish(doc, reply, true, "");
   }
+  // A value the daemon could not start with, or reload, is refused here too.
+  std::map<std::string, std::string> values = c.mgmt.values();
+  values[key] = value;
+  Settings checked;
+  std::string error;
+  if (!readSettings(values, checked, error)) return finish(doc, reply, false, error);
   c.mgmt.setValue(key, value);
   c.mgmt.drainNotifications();
   std::string note;

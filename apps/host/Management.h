@@ -1,8 +1,10 @@
 // The daemon's management messages: clients read and change configuration values through them
 // ("calljournal config get|set"). Values the journal serves (call-log-enabled, missed-logging,
 // delete-missed-when-called, clear-calllog) go through the journal's management agent, which may
-// refuse them; every other value is set as a reload of the configuration file would set it, and
-// its observers are told. Changes are not written back to the file.
+// refuse them; every other value is checked as the configuration file's values are, then set as a
+// reload of the configuration file would set it, and its observers are told. Changes are not
+// written back to the file. A value the configuration does not give shows its default, if it has
+// one, with the source "default".
 //
 //   <mgmtRequest><operation>get</operation><key>software-type</key>...</mgmtRequest>   (no key: all)
 //   <mgmtRequest><operation>set</operation><key>k</key><value>v</value></mgmtRequest>

@@ -2,6 +2,7 @@
 // frames. Everything here runs on the I/O thread; it hands answers to waiting requesters under
 // m_linkMutex and events to the event thread, and never waits for either.
 #include <algorithm>
+#include <cstdio>
 
 #include "CstaLinkInternal.h"
 #include "framework/CstaEvents.h"
@@ -27,27 +28,68 @@ void CstaLinkService::Impl::connect() {
   });
 }
 
+std::string CstaLinkService::Impl::address() const { return options.host + ":" + std::to_string(options.port); }
+
+namespace {
+
+// Milliseconds as seconds for a log line: "0.5", "2", "30".
+std::string seconds(int ms) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%g", ms / 1000.0);
+  return text;
+}
+
+int grown(int delayMs, const CstaLinkOptions& options) {
+  return std::min(delayMs * 2, std::max(options.reconnectMaxMs, options.reconnectInitialMs));
+}
+
+}  // namespace
+
+// The first failed attempt of an outage is logged as an error, with when the next one comes;
+// the later ones only at trace level.
 void CstaLinkService::Impl::connectFailed(const std::string& reason) {
   asio::error_code ignored;
   socket.close(ignored);
+  const int delay = scheduleReconnect();
   if (!outageLogged) {
-    CSTA_LOG(kLogError, "CSTA link to %s:%d cannot be made (%s); retrying", options.host.c_str(), options.port,
-             reason.c_str());
+    CSTA_LOG(kLogError, "CSTA link: the switch at %s cannot be reached (%s); next attempt in %s s", address().c_str(),
+             reason.c_str(), seconds(delay).c_str());
     outageLogged = true;
   } else {
-    CSTA_LOG(kLogTrace, "CSTA link to %s:%d: attempt failed (%s)", options.host.c_str(), options.port, reason.c_str());
+    CSTA_LOG(kLogTrace, "CSTA link to %s: attempt failed (%s); next attempt in %s s", address().c_str(), reason.c_str(),
+             seconds(delay).c_str());
   }
   finishFirstAttempt();
-  scheduleReconnect();
 }
 
-void CstaLinkService::Impl::scheduleReconnect() {
+int CstaLinkService::Impl::scheduleReconnect() {
   const int delay = retryDelayMs;
-  retryDelayMs = std::min(retryDelayMs * 2, std::max(options.reconnectMaxMs, options.reconnectInitialMs));
+  retryDelayMs = grown(retryDelayMs, options);
   retryTimer.expires_after(std::chrono::milliseconds(delay));
   const unsigned attempt = generation;
   retryTimer.async_wait([this, attempt](const asio::error_code& error) {
     if (!error && attempt == generation) connect();
+  });
+  return delay;
+}
+
+void CstaLinkService::Impl::scheduleMonitorRetry(const std::string& reason) {
+  asio::post(io, [this, reason] {
+    if (!isConnected || monitorRetryArmed) return;
+    monitorRetryArmed = true;
+    const int delay = monitorRetryDelayMs;
+    monitorRetryDelayMs = grown(monitorRetryDelayMs, options);
+    CSTA_LOG(monitorFailureLogged ? kLogTrace : kLogError,
+             "CSTA monitor could not be started at %s (%s); next attempt in %s s", address().c_str(), reason.c_str(),
+             seconds(delay).c_str());
+    monitorFailureLogged = true;
+    monitorRetryTimer.expires_after(std::chrono::milliseconds(delay));
+    const unsigned token = ++monitorRetryToken;
+    monitorRetryTimer.async_wait([this, token](const asio::error_code& error) {
+      if (token != monitorRetryToken) return;  // disarmed by a drop
+      monitorRetryArmed = false;
+      if (!error && isConnected) post([this] { startIdleMonitors(); });
+    });
   });
 }
 
@@ -64,13 +106,14 @@ void CstaLinkService::Impl::onConnected() {
   decoder.emplace(options.maxFrameSize);
   writeQueue.clear();
   retryDelayMs = options.reconnectInitialMs;
+  monitorRetryDelayMs = options.reconnectInitialMs;
+  monitorFailureLogged = false;
   const bool isReturn = everConnected;
   everConnected = true;
   outageLogged = false;
   asio::error_code ignored;
   socket.set_option(asio::ip::tcp::no_delay(true), ignored);
-  CSTA_LOG(kLogNotable, "CSTA link to %s:%d %s", options.host.c_str(), options.port,
-           isReturn ? "is back" : "connected");
+  CSTA_LOG(kLogNotable, "CSTA link to %s %s", address().c_str(), isReturn ? "is back" : "connected");
   {
     std::lock_guard<std::mutex> guard(m_linkMutex);
     linkGeneration = generation;
@@ -78,7 +121,7 @@ void CstaLinkService::Impl::onConnected() {
     firstAttemptDone = true;
   }
   m_linkCv.notify_all();
-  if (isReturn) post([this] { resumeSession(); });
+  post([this, isReturn] { resumeSession(isReturn); });
   readMore();
 }
 
@@ -98,11 +141,16 @@ void CstaLinkService::Impl::dropLink(const std::string& reason) {
     pending.clear();
   }
   m_linkCv.notify_all();
-  CSTA_LOG(kLogError, "CSTA link to %s:%d lost (%s); reconnecting", options.host.c_str(), options.port, reason.c_str());
-  outageLogged = true;
+  ++monitorRetryToken;
+  monitorRetryArmed = false;
+  monitorRetryTimer.cancel();
+  forgetRunningMonitors();
   post([this] { deliverStatus(communicationsServiceTexts::systemState_disabled); });
   retryDelayMs = options.reconnectInitialMs;
-  scheduleReconnect();
+  const int delay = scheduleReconnect();
+  CSTA_LOG(kLogError, "CSTA link to %s lost (%s); next attempt in %s s", address().c_str(), reason.c_str(),
+           seconds(delay).c_str());
+  outageLogged = false;  // the first attempt that fails says that the switch cannot be reached
 }
 
 void CstaLinkService::Impl::readMore() {
@@ -137,6 +185,15 @@ void CstaLinkService::Impl::handleFrame(csta_xml::CstaFrame& frame) {
     queueEvent(csta_xml::parseCstaEvent(frame.xml));
     return;
   }
+  // The hook runs before the waiting thread is woken and before the next frame is read: an event
+  // right behind a MonitorStart answer finds the monitor's new id in place.
+  AnswerHook hook;
+  {
+    std::lock_guard<std::mutex> guard(m_linkMutex);
+    const auto waiting = pending.find(frame.invokeId);
+    if (waiting != pending.end()) hook = waiting->second->onAnswer;
+  }
+  if (hook) hook(frame.xml);
   bool matched = false;
   {
     std::lock_guard<std::mutex> guard(m_linkMutex);

@@ -1,6 +1,6 @@
-// The CSTA service over the switch link: synchronous requests, the monitors modules started, and
-// the delivery of events on the event thread. The socket side is in CstaLinkIo.cpp, the XML of
-// requests and answers in CstaLinkXml.cpp.
+// The CSTA service over the switch link: synchronous requests and the delivery of events on the
+// event thread. The monitors are in CstaLinkMonitors.cpp, the socket side in CstaLinkIo.cpp, the
+// XML of requests and answers in CstaLinkXml.cpp.
 #include <algorithm>
 #include <chrono>
 
@@ -9,7 +9,10 @@
 
 namespace fw {
 
-CstaLinkService::Impl::Impl(CstaLinkOptions o) : options(std::move(o)) { retryDelayMs = options.reconnectInitialMs; }
+CstaLinkService::Impl::Impl(CstaLinkOptions o) : options(std::move(o)) {
+  retryDelayMs = options.reconnectInitialMs;
+  monitorRetryDelayMs = options.reconnectInitialMs;
+}
 
 CstaLinkService::CstaLinkService(CstaLinkOptions options) : m_impl(std::make_unique<Impl>(std::move(options))) {}
 
@@ -60,9 +63,13 @@ void CstaLinkService::stop() {
       request->code = kCstaLinkDropped;
     }
     d.pending.clear();
-    events = std::move(d.events);
   }
   d.m_linkCv.notify_all();
+  d.releaseHeld();  // held events are delivered like the others already queued
+  {
+    std::lock_guard<std::mutex> guard(d.m_linkMutex);
+    events = std::move(d.events);
+  }
   events.reset();  // the last owner delivers what is queued and joins the event thread
   CSTA_LOG(kLogNotable, "CSTA service stopped");
 }
@@ -75,6 +82,13 @@ bool CstaLinkService::connected() const {
   }
   return d.isConnected;
 }
+
+void CstaLinkService::holdEvents() {
+  std::lock_guard<std::mutex> guard(m_impl->m_linkMutex);
+  m_impl->eventsHeld = true;
+}
+
+void CstaLinkService::releaseEvents() { m_impl->releaseHeld(); }
 
 void CstaLinkService::drainEvents() {
   std::shared_ptr<WorkQueue> events;
@@ -126,9 +140,11 @@ void CstaLinkService::sendRequest(CSTARequest& request) {
 
 // ---- requests ----
 
-CstaLinkService::Impl::Answer CstaLinkService::Impl::exchange(const char* requestName, const std::string& xml) {
+CstaLinkService::Impl::Answer CstaLinkService::Impl::exchange(const char* requestName, const std::string& xml,
+                                                              AnswerHook onAnswer) {
   Answer answer;
   Pending waiting;
+  waiting.onAnswer = std::move(onAnswer);
   int invokeId = 0;
   unsigned connection = 0;
   std::unique_lock<std::mutex> lock(m_linkMutex);
@@ -143,6 +159,7 @@ CstaLinkService::Impl::Answer CstaLinkService::Impl::exchange(const char* reques
   } while (pending.count(invokeId));
   pending[invokeId] = &waiting;
   connection = linkGeneration;
+  answer.connection = connection;
   lock.unlock();
 
   std::string frame = csta_xml::encodeFrame(invokeId, xml);
@@ -179,104 +196,6 @@ std::string CstaLinkService::Impl::deviceOnWire(const std::string& device) const
   return device == link::kLocalDevice && !options.monitoredDevice.empty() ? options.monitoredDevice : device;
 }
 
-void CstaLinkService::Impl::monitorStart(CSTAMonitorStartRequest& request) {
-  Monitor monitor;
-  monitor.sink = request.getCSTAEventIfc();
-  monitor.device = request.getDeviceObject();
-  monitor.hasFilter = request.hasMonitorFilter();
-  monitor.filter = request.getRequestedMonitorFilter();
-  if (options.answerLocally) {
-    const int state = localState();
-    if (state != kCstaLinkAnswered) return request.setResponse(state, nullptr);
-    std::lock_guard<std::mutex> guard(m_monitorMutex);
-    monitor.moduleId = monitor.currentId = std::to_string(++localCrossRefId);
-    monitors.push_back(monitor);
-    return request.setResponse(kCstaLinkAnswered, new CSTAMonitorStartResponse(monitor.moduleId));
-  }
-  Answer answer = exchange("MonitorStart", link::monitorStartXml(deviceOnWire(monitor.device),
-                                                                 monitor.hasFilter ? &monitor.filter : nullptr));
-  if (auto* started = dynamic_cast<CSTAMonitorStartResponse*>(answer.response.get()); started && !started->isError()) {
-    monitor.moduleId = monitor.currentId = started->GetMonitorCrossRefID();
-    CSTA_LOG(kLogNotable, "CSTA monitor of %s started, cross-reference id %s", deviceOnWire(monitor.device).c_str(),
-             monitor.moduleId.c_str());
-    std::lock_guard<std::mutex> guard(m_monitorMutex);
-    monitors.push_back(monitor);
-  }
-  request.setResponse(answer.code, answer.response.release());
-}
-
-void CstaLinkService::Impl::monitorStop(CSTAMonitorStopRequest& request) {
-  const std::string& id = request.getMonitorCrossRefID();
-  std::string onWire = id;
-  bool known = false;
-  {
-    std::lock_guard<std::mutex> guard(m_monitorMutex);
-    const auto monitor =
-        std::find_if(monitors.begin(), monitors.end(), [&](const Monitor& m) { return m.moduleId == id; });
-    if (monitor != monitors.end()) {
-      known = true;
-      onWire = monitor->currentId;
-      // Not running on the switch (local answers, or not restarted after a return): nothing to stop there.
-      if (options.answerLocally || onWire.empty()) {
-        monitors.erase(monitor);
-        CSTA_LOG(kLogTrace, "CSTA monitor %s stopped here only", id.c_str());
-        return request.setResponse(kCstaLinkAnswered, new CSTAGenericResponse(false));
-      }
-    }
-  }
-  if (options.answerLocally) {
-    const int state = localState();
-    return request.setResponse(state, state == kCstaLinkAnswered ? new CSTAGenericResponse(false) : nullptr);
-  }
-  if (known && onWire != id) CSTA_LOG(kLogTrace, "CSTA MonitorStop %s sent as %s", id.c_str(), onWire.c_str());
-  Answer answer = exchange("MonitorStop", link::monitorStopXml(onWire));
-  if (known && answer.response && !answer.response->isError()) {
-    std::lock_guard<std::mutex> guard(m_monitorMutex);
-    monitors.erase(std::remove_if(monitors.begin(), monitors.end(), [&](const Monitor& m) { return m.moduleId == id; }),
-                   monitors.end());
-  }
-  request.setResponse(answer.code, answer.response.release());
-}
-
-void CstaLinkService::Impl::changeFilter(CSTAChangeMonitorFilterRequest& request) {
-  std::string onWire;
-  {
-    std::lock_guard<std::mutex> guard(m_monitorMutex);
-    auto monitor = std::find_if(monitors.begin(), monitors.end(), [&](const Monitor& m) {
-      return m.device == request.getDeviceObject() && m.sink == request.getCSTAEventIfc();
-    });
-    if (monitor == monitors.end())
-      monitor = std::find_if(monitors.begin(), monitors.end(),
-                             [&](const Monitor& m) { return m.device == request.getDeviceObject(); });
-    if (monitor == monitors.end()) {
-      // The journal sets its filter once it has read its configuration, which may come before its
-      // monitor starts: there is nothing to change yet, and the start carries its own filter.
-      CSTA_LOG(kLogNotable, "CSTA ChangeMonitorFilter: no monitor of device %s yet, not sent",
-               request.getDeviceObject().c_str());
-      return request.setResponse(kCstaLinkNoMonitor, nullptr);
-    }
-    if (options.answerLocally) {
-      monitor->filter = request.getRequestedFilterList();
-      monitor->hasFilter = true;
-      return request.setResponse(kCstaLinkAnswered, new CSTAGenericResponse(false));
-    }
-    onWire = monitor->currentId;
-  }
-  if (onWire.empty()) return request.setResponse(kCstaLinkNotConnected, nullptr);
-  Answer answer =
-      exchange("ChangeMonitorFilter", link::changeMonitorFilterXml(onWire, request.getRequestedFilterList()));
-  if (answer.response && !answer.response->isError()) {
-    // Kept for the restart after a return.
-    std::lock_guard<std::mutex> guard(m_monitorMutex);
-    for (Monitor& m : monitors) {
-      if (m.currentId != onWire) continue;
-      m.filter = request.getRequestedFilterList();
-      m.hasFilter = true;
-    }
-  }
-  request.setResponse(answer.code, answer.response.release());
-}
-
 void CstaLinkService::Impl::systemRegister(CSTASystemStatusRequest& request) {
   {
     std::lock_guard<std::mutex> guard(m_monitorMutex);
@@ -284,13 +203,26 @@ void CstaLinkService::Impl::systemRegister(CSTASystemStatusRequest& request) {
         sink && std::find(statusSinks.begin(), statusSinks.end(), sink) == statusSinks.end())
       statusSinks.push_back(sink);
     systemRegisterMade = true;
+    registering = !options.answerLocally;
   }
   if (options.answerLocally) {
     const int state = localState();
     return request.setResponse(state, state == kCstaLinkAnswered ? new CSTAGenericResponse(false) : nullptr);
   }
   Answer answer = exchange("SystemRegister", link::systemRegisterXml());
+  noteRegistration(answer);
   request.setResponse(answer.code, answer.response.release());
+}
+
+void CstaLinkService::Impl::noteRegistration(const Answer& answer) {
+  std::lock_guard<std::mutex> guard(m_monitorMutex);
+  registering = false;
+  if (answer.response && !answer.response->isError()) registeredOn = answer.connection;
+}
+
+unsigned CstaLinkService::Impl::currentConnection() {
+  std::lock_guard<std::mutex> guard(m_linkMutex);
+  return linkGeneration;
 }
 
 void CstaLinkService::Impl::escape(CSTAEscapeRequest& request) {
@@ -312,9 +244,40 @@ void CstaLinkService::Impl::post(std::function<void()> task) {
   std::shared_ptr<WorkQueue> queue;
   {
     std::lock_guard<std::mutex> guard(m_linkMutex);
+    if (eventsHeld || releasing) {
+      heldTasks.push_back(std::move(task));
+      return;
+    }
     queue = events;
   }
   if (queue) queue->post(std::move(task));
+}
+
+// The held tasks go to the queue in batches taken under m_linkMutex; while a batch is handed over
+// (without the lock: the queue has a lock of its own) new tasks still join heldTasks, so that they
+// follow the batch.
+void CstaLinkService::Impl::releaseHeld() {
+  {
+    std::lock_guard<std::mutex> guard(m_linkMutex);
+    if (!eventsHeld || releasing) return;
+    eventsHeld = false;
+    releasing = true;
+  }
+  for (;;) {
+    std::deque<std::function<void()>> batch;
+    std::shared_ptr<WorkQueue> queue;
+    {
+      std::lock_guard<std::mutex> guard(m_linkMutex);
+      if (heldTasks.empty()) {
+        releasing = false;
+        return;
+      }
+      batch.swap(heldTasks);
+      queue = events;
+    }
+    if (!queue) continue;  // not running: what was held is dropped
+    for (auto& task : batch) queue->post(std::move(task));
+  }
 }
 
 void CstaLinkService::Impl::queueEvent(csta_xml::CstaParseResult parsed) {
@@ -366,38 +329,6 @@ void CstaLinkService::Impl::deliverStatus(const char* status) {
   CSTASystemStatusEvent event;
   event.setSystemStatus(status);
   for (CSTAEventIfc* sink : registrants()) sink->deliverEvent(&event);
-}
-
-void CstaLinkService::Impl::resumeSession() {
-  deliverStatus(communicationsServiceTexts::systemState_enabled);
-  bool registerAgain = false;
-  std::vector<Monitor> restart;
-  {
-    std::lock_guard<std::mutex> guard(m_monitorMutex);
-    registerAgain = systemRegisterMade;
-    restart = monitors;
-  }
-  if (registerAgain) {
-    Answer answer = exchange("SystemRegister", link::systemRegisterXml());
-    if (!answer.response || answer.response->isError())
-      CSTA_LOG(kLogError, "CSTA SystemRegister after the return failed (code %d)", answer.code);
-  }
-  for (const Monitor& m : restart) {
-    Answer answer =
-        exchange("MonitorStart", link::monitorStartXml(deviceOnWire(m.device), m.hasFilter ? &m.filter : nullptr));
-    auto* started = dynamic_cast<CSTAMonitorStartResponse*>(answer.response.get());
-    const std::string id = started && !started->isError() ? started->GetMonitorCrossRefID() : std::string();
-    if (id.empty()) {
-      CSTA_LOG(kLogError, "CSTA monitor %s of %s could not be started again (code %d)", m.moduleId.c_str(),
-               deviceOnWire(m.device).c_str(), answer.code);
-    } else {
-      CSTA_LOG(kLogNotable, "CSTA monitor %s of %s started again as %s", m.moduleId.c_str(),
-               deviceOnWire(m.device).c_str(), id.c_str());
-    }
-    std::lock_guard<std::mutex> guard(m_monitorMutex);
-    for (Monitor& current : monitors)
-      if (current.moduleId == m.moduleId) current.currentId = id;
-  }
 }
 
 }  // namespace fw

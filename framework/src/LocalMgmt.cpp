@@ -107,26 +107,34 @@ bool FileLocalMgmt::parse(const std::string& text, const std::string& origin,
   return true;
 }
 
-bool FileLocalMgmt::loadFile(const std::string& path, std::string& error) {
+bool FileLocalMgmt::readFile(const std::string& path, std::map<std::string, std::string>& values, std::string& error) {
   std::string text;
+  return readWholeFile(path, text, error) && parse(text, path, values, error);
+}
+
+bool FileLocalMgmt::loadFile(const std::string& path, std::string& error) {
   std::map<std::string, std::string> parsed;
-  if (!readWholeFile(path, text, error) || !parse(text, path, parsed, error)) {
-    logAppUni("Framework", __FILE__, fw::kLogError, __LINE__, "configuration not loaded: %s",
-              error.c_str());
+  if (!readFile(path, parsed, error)) {
+    logAppUni("Framework", __FILE__, fw::kLogError, __LINE__, "configuration not loaded: %s", error.c_str());
     return false;
   }
   {
-    // The file replaces every value: what it no longer holds is removed in the same step.
     std::lock_guard<std::mutex> guard(m_mutex);
     m_path = path;
-    std::set<std::string> removed;
-    for (const auto& entry : m_values)
-      if (!parsed.count(entry.first)) removed.insert(entry.first);
-    applyLocked(parsed, removed);
   }
-  logAppUni("Framework", __FILE__, fw::kLogNotable, __LINE__, "configuration %s: %zu values",
-            path.c_str(), parsed.size());
+  replaceValues(parsed);
+  logAppUni("Framework", __FILE__, fw::kLogNotable, __LINE__, "configuration %s: %zu values", path.c_str(),
+            parsed.size());
   return true;
+}
+
+void FileLocalMgmt::replaceValues(const std::map<std::string, std::string>& values) {
+  // What `values` no longer holds is removed in the same step.
+  std::lock_guard<std::mutex> guard(m_mutex);
+  std::set<std::string> removed;
+  for (const auto& entry : m_values)
+    if (!values.count(entry.first)) removed.insert(entry.first);
+  applyLocked(values, removed);
 }
 
 bool FileLocalMgmt::reload(std::string& error) {
@@ -160,6 +168,38 @@ std::map<std::string, std::string> FileLocalMgmt::values() const {
   return m_values;
 }
 
+void FileLocalMgmt::setDefault(const std::string& key, const std::string& value) {
+  if (key.empty()) return;
+  std::lock_guard<std::mutex> guard(m_mutex);
+  std::string before;
+  const bool had = inForceLocked(key, before);
+  m_defaults[key] = value;
+  if (!m_values.count(key) && (!had || before != value)) queueNotificationsLocked(key, true, value);
+}
+
+bool FileLocalMgmt::defaultValue(const std::string& key, std::string& value) const {
+  std::lock_guard<std::mutex> guard(m_mutex);
+  auto it = m_defaults.find(key);
+  if (it == m_defaults.end()) return false;
+  value = it->second;
+  return true;
+}
+
+std::map<std::string, std::string> FileLocalMgmt::defaults() const {
+  std::lock_guard<std::mutex> guard(m_mutex);
+  return m_defaults;
+}
+
+bool FileLocalMgmt::inForceLocked(const std::string& key, std::string& value) const {
+  for (const auto* source : {&m_values, &m_defaults}) {
+    auto it = source->find(key);
+    if (it == source->end()) continue;
+    value = it->second;
+    return true;
+  }
+  return false;
+}
+
 MgmtAgentIfc* FileLocalMgmt::agent(const std::string& agentId) const {
   std::lock_guard<std::mutex> guard(m_mutex);
   auto it = m_agents.find(agentId);
@@ -189,9 +229,9 @@ bool FileLocalMgmt::readData(ManageableData& data) {
   std::lock_guard<std::mutex> guard(m_mutex);
   bool filled = false;
   for (const std::string& key : data.getRootIds()) {
-    auto it = m_values.find(key);
-    if (it == m_values.end()) continue;
-    data.populate(key, it->second);
+    std::string value;
+    if (!inForceLocked(key, value)) continue;
+    data.populate(key, value);
     filled = true;
   }
   return filled;
@@ -214,8 +254,8 @@ bool FileLocalMgmt::registerAgent(const std::string& agentId, MgmtAgentIfc* agen
     std::lock_guard<std::mutex> guard(m_mutex);
     m_agents[agentId] = agent;
   }
-  logAppUni("Framework", __FILE__, fw::kLogTrace, __LINE__, "management agent %s registered%s",
-            agentId.c_str(), serveData ? " (serves data)" : "");
+  logAppUni("Framework", __FILE__, fw::kLogTrace, __LINE__, "management agent %s registered%s", agentId.c_str(),
+            serveData ? " (serves data)" : "");
   return true;
 }
 
@@ -238,8 +278,7 @@ bool FileLocalMgmt::isObservingLocked(const std::string& key, MgmtAgentIfc* agen
   return false;
 }
 
-void FileLocalMgmt::apply(const std::map<std::string, std::string>& changes,
-                          const std::set<std::string>& removed) {
+void FileLocalMgmt::apply(const std::map<std::string, std::string>& changes, const std::set<std::string>& removed) {
   std::lock_guard<std::mutex> guard(m_mutex);
   applyLocked(changes, removed);
 }
@@ -250,19 +289,23 @@ void FileLocalMgmt::apply(const std::map<std::string, std::string>& changes,
 void FileLocalMgmt::applyLocked(const std::map<std::string, std::string>& changes,
                                 const std::set<std::string>& removed) {
   for (const auto& change : changes) {
-    auto it = m_values.find(change.first);
-    if (it != m_values.end() && it->second == change.second) continue;
+    std::string before;
+    const bool had = inForceLocked(change.first, before);
     m_values[change.first] = change.second;
-    queueNotificationsLocked(change.first, true, change.second);
+    if (!had || before != change.second) queueNotificationsLocked(change.first, true, change.second);
   }
   for (const std::string& key : removed) {
-    if (m_values.erase(key) == 0) continue;
-    queueNotificationsLocked(key, false, "");
+    auto it = m_values.find(key);
+    if (it == m_values.end()) continue;
+    const std::string before = it->second;
+    m_values.erase(it);
+    std::string now;
+    const bool has = inForceLocked(key, now);
+    if (!has || now != before) queueNotificationsLocked(key, has, now);
   }
 }
 
-void FileLocalMgmt::queueNotificationsLocked(const std::string& key, bool hasValue,
-                                             const std::string& value) {
+void FileLocalMgmt::queueNotificationsLocked(const std::string& key, bool hasValue, const std::string& value) {
   auto range = m_observers.equal_range(key);
   for (auto it = range.first; it != range.second; ++it) {
     MgmtAgentIfc* observer = it->second;
@@ -270,8 +313,7 @@ void FileLocalMgmt::queueNotificationsLocked(const std::string& key, bool hasVal
   }
 }
 
-void FileLocalMgmt::deliver(const std::string& key, bool hasValue, const std::string& value,
-                            MgmtAgentIfc* observer) {
+void FileLocalMgmt::deliver(const std::string& key, bool hasValue, const std::string& value, MgmtAgentIfc* observer) {
   {
     std::lock_guard<std::mutex> guard(m_mutex);
     if (!isObservingLocked(key, observer)) return;  // forgotten since the change was queued

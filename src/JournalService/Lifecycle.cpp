@@ -61,12 +61,12 @@ void JournalService::initWithContext(Context* context) {
   }
 
   std::string softwareType;
-  if (getKVDBValue("software-type", softwareType))
-    m_pObserverNotifier->init(this, softwareType);
+  if (getKVDBValue("software-type", softwareType)) m_pObserverNotifier->init(this, softwareType);
 
   if (m_pCSTASvc) {
     initEvents();
     startEvents();
+    if (m_softwareType != journal::kSipSoftware) CSTASystemRegister();
   }
   readConfigItemsFromDB();
 

@@ -1,5 +1,6 @@
-// The CSTA monitor of the phone's own line: start, stop, and the filter change made after the
-// system values were read. Requests are sent synchronously on the calling thread.
+// The CSTA monitor of the phone's own line: start, stop, the filter change made after the system
+// values were read, and the registration for the switch's system status. Requests are sent
+// synchronously on the calling thread.
 #include <cstring>
 
 #include "JournalLog.h"
@@ -102,6 +103,19 @@ void JournalService::stopEvents() {
   request.setMonitorCrossRefID(m_monitorCrossRefId);
   m_pCSTASvc->sendRequest(request);
   if (logOutcome("stopEvents", request)) m_eventsStarted = false;
+}
+
+void JournalService::CSTASystemRegister() {
+  JLOG(kEventsLog, 4, "JournalService::CSTASystemRegister - register with CSTA Service");
+  if (!m_pCSTASvc) return;
+  CSTASystemStatusRequest request;
+  request.setSourceService(this);
+  m_pCSTASvc->sendRequest(request);
+  if (request.getResponseCode() != 0) {
+    JLOG(kEventsLog, 2, "JournalService() : response code is error");
+  } else {
+    JLOG(kEventsLog, 5, "JournalService() : response code is ok");
+  }
 }
 
 void JournalService::changeMonitorFilter() {

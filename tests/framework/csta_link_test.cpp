@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -19,6 +20,13 @@
 namespace {
 
 constexpr int kWaitMs = 10000;  // generous: only a fault makes a wait run out
+
+bool eventually(const std::function<bool()>& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kWaitMs);
+  while (!condition() && std::chrono::steady_clock::now() < deadline)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  return condition();
+}
 
 // A module's sink: records what it was given, on which thread.
 class Sink : public Service, public CSTAEventIfc {
@@ -217,14 +225,83 @@ TEST_F(CstaLinkTest, EventsGoToTheirMonitorOnTheEventThread) {
 TEST_F(CstaLinkTest, RequestFailures) {
   options.requestTimeoutMs = 300;
   start();
-  sim->setAnswer("MonitorStart", SwitchSimulator::Answer::Error);
-  EXPECT_EQ(startMonitor(sink), "error");
-  sim->setAnswer("MonitorStop", SwitchSimulator::Answer::None);
-  EXPECT_EQ(stopMonitor("5"), code(fw::kCstaLinkTimedOut));
-  // A monitor of a device that was never started has no id to change.
+  // A monitor of a device that was never asked for has no id to change.
   CSTAChangeMonitorFilterRequest change;
   change.setDeviceObject("localDeviceID");
   EXPECT_EQ(send(change), code(fw::kCstaLinkNoMonitor));
+  sim->setAnswer("MonitorStop", SwitchSimulator::Answer::None);
+  EXPECT_EQ(stopMonitor("5"), code(fw::kCstaLinkTimedOut));
+}
+
+TEST_F(CstaLinkTest, ARefusedMonitorIsReportedAndTriedAgainUntilItRuns) {
+  start();
+  sim->setAnswer("MonitorStart", SwitchSimulator::Answer::Error);
+  EXPECT_EQ(startMonitor(sink), "error");
+  ASSERT_TRUE(sim->waitForRequest("MonitorStart", kWaitMs, 2));  // tried again
+  sim->setAnswer("MonitorStart", SwitchSimulator::Answer::Normal);
+  ASSERT_TRUE(eventually([&] { return !sim->currentMonitorId().empty(); }));
+  ASSERT_TRUE(sim->sendEvent(delivered("3", "*")));
+  EXPECT_TRUE(sink.waitFor(seenDelivered("3")[0]));
+  const std::size_t starts = sim->requests("MonitorStart").size();
+  // Asked again, the running monitor is the answer: no second one at the switch.
+  EXPECT_EQ(startMonitor(sink), sim->currentMonitorId());
+  EXPECT_EQ(starts, sim->requests("MonitorStart").size());
+  EXPECT_TRUE(log.contains("could not be started", fw::kLogError));
+  EXPECT_TRUE(log.contains("monitor of 3012 runs", fw::kLogNotable));
+}
+
+TEST_F(CstaLinkTest, AMonitorAskedForBeforeTheSwitchIsThereStartsWhenItComes) {
+  SwitchSimulator::Options later = simOptions;
+  {
+    SwitchSimulator probe;  // a port nothing listens on once the probe is gone
+    later.port = probe.port();
+  }
+  options.port = later.port;
+  link = std::make_unique<fw::CstaLinkService>(options);
+  link->start();
+  const std::string id = startMonitor(sink);
+  EXPECT_EQ("L1", id);  // accepted with an id of the link's own
+  EXPECT_EQ(registerSink(), code(fw::kCstaLinkNotConnected));
+  EXPECT_TRUE(log.contains("cannot be reached", fw::kLogError));
+  sim = std::make_unique<SwitchSimulator>(later);
+  ASSERT_TRUE(sim->waitForRequest("MonitorStart", kWaitMs));
+  EXPECT_EQ(1u, sim->requests("SystemRegister").size());  // made up for, before the monitor
+  ASSERT_TRUE(eventually([&] { return !sim->currentMonitorId().empty(); }));
+  link->drainEvents();
+  ASSERT_TRUE(sim->sendEvent(delivered("4", "*")));
+  EXPECT_TRUE(sink.waitFor(seenDelivered("4")[0]));
+  EXPECT_EQ(stopMonitor(id), "ok");
+  expectParts(xml("MonitorStop"), {"<monitorCrossRefID>100</monitorCrossRefID>"});
+}
+
+TEST_F(CstaLinkTest, EventsRightBehindTheMonitorAnswerAreDelivered) {
+  simOptions.sendSystemStatus = false;
+  start();
+  std::vector<std::unique_ptr<Sink>> sinks;
+  for (int i = 0; i < 20; ++i) {
+    sim->setEventsAfterMonitorStart({delivered(std::to_string(i), "*")});
+    sinks.push_back(std::make_unique<Sink>());
+    ASSERT_EQ(std::to_string(100 + i), startMonitor(*sinks.back()));
+    EXPECT_TRUE(sinks.back()->waitFor(seenDelivered(std::to_string(i))[0])) << "monitor " << i;
+  }
+  link->stop();
+  EXPECT_EQ(sinks.front()->seen(), seenDelivered("0"));  // its own monitor's events only
+}
+
+TEST_F(CstaLinkTest, HeldEventsWaitAndThenComeInOrder) {
+  simOptions.sendSystemStatus = false;
+  start();
+  link->holdEvents();
+  ASSERT_EQ(startMonitor(sink), "100");
+  for (const char* id : {"1", "2", "3"}) ASSERT_TRUE(sim->sendEvent(delivered(id, "*")));
+  CSTAEscapeRequest escape;
+  ASSERT_EQ(send(escape), "ok");  // answered behind the events: they have been read
+  link->drainEvents();
+  EXPECT_TRUE(sink.seen().empty());
+  link->releaseEvents();
+  ASSERT_TRUE(sink.waitFor(seenDelivered("3")[0]));
+  const std::vector<std::string> expected = {seenDelivered("1")[0], seenDelivered("2")[0], seenDelivered("3")[0]};
+  EXPECT_EQ(expected, sink.seen());
 }
 
 TEST_F(CstaLinkTest, LinkLossAndReturnRestoresTheSession) {

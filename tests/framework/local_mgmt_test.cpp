@@ -37,14 +37,24 @@ struct RecordingAgent : MgmtAgentIfc {
 TEST(LocalMgmtParse, ReadsCommentsQuotesBlanksAndEmptyValuesAndNamesEachFaultWithFileAndLine) {
   Values values;
   std::string error;
-  const std::string text = "# settings\n\n   # indented comment\n\tmax-entries=100  \ndial-prefix =  0 \r\n"
-                           "url = http://host/a=b\ngreeting = \"  hello  world \"\nempty = \"\"\nbare =\n"
-                           "hash = \"# not a comment\"\ninner = say \"hi\"\nMode = a\nmode = b\nlast = x";
+  const std::string text =
+      "# settings\n\n   # indented comment\n\tmax-entries=100  \ndial-prefix =  0 \r\n"
+      "url = http://host/a=b\ngreeting = \"  hello  world \"\nempty = \"\"\nbare =\n"
+      "hash = \"# not a comment\"\ninner = say \"hi\"\nMode = a\nmode = b\nlast = x";
   ASSERT_TRUE(FileLocalMgmt::parse(text, "test.conf", values, error)) << error;
-  EXPECT_EQ(values, (Values{{"max-entries", "100"}, {"dial-prefix", "0"}, {"url", "http://host/a=b"},
-                            {"greeting", "  hello  world "}, {"empty", ""}, {"bare", ""}, {"hash", "# not a comment"},
-                            {"inner", "say \"hi\""}, {"Mode", "a"}, {"mode", "b"}, {"last", "x"}}));
-  const std::pair<const char*, const char*> faults[] = {  // each leaves the result untouched
+  EXPECT_EQ(values, (Values{{"max-entries", "100"},
+                            {"dial-prefix", "0"},
+                            {"url", "http://host/a=b"},
+                            {"greeting", "  hello  world "},
+                            {"empty", ""},
+                            {"bare", ""},
+                            {"hash", "# not a comment"},
+                            {"inner", "say \"hi\""},
+                            {"Mode", "a"},
+                            {"mode", "b"},
+                            {"last", "x"}}));
+  const std::pair<const char*, const char*> faults[] = {
+      // each leaves the result untouched
       {"a = 1\n\njust words\n", "test.conf:3: expected 'key = value'"},
       {"a = 1\nb = \"open\n", "test.conf:2: unterminated quoted value"},
       {"a = 1\nb = 2\n\na = 3\n", "test.conf:4: duplicate key 'a'"},
@@ -118,6 +128,23 @@ TEST_F(LocalMgmt, PublishNotifiesObserversOfChangedKeysOnlyOnAnotherThreadInOrde
   std::string value;
   EXPECT_TRUE(mgmt.readData(read) && read.interogate("max-entries", value) && value == "20" &&
               !read.hasValue("unknown"));
+}
+
+TEST_F(LocalMgmt, ADefaultIsReadWhileNothingIsConfiguredAndObserversHearOfTheValueInForce) {
+  mgmt.setDefault("software-type", "Velmora KPX");
+  ASSERT_TRUE(mgmt.observe("software-type", &agent));
+  std::string value;
+  EXPECT_FALSE(mgmt.value("software-type", value));  // nothing configured
+  ManageableData read("software-type");
+  ASSERT_TRUE(mgmt.readData(read));
+  ASSERT_TRUE(read.interogate("software-type", value));
+  EXPECT_EQ("Velmora KPX", value);
+
+  mgmt.replaceValues({{"software-type", "Velmora KPX"}});  // the value in force stays
+  mgmt.replaceValues({{"software-type", "Velmora SIP"}});
+  mgmt.replaceValues({});  // back to the default
+  EXPECT_EQ((Changes{"software-type=Velmora SIP", "software-type=Velmora KPX"}), delivered());
+  EXPECT_TRUE(mgmt.values().empty());
 }
 
 TEST(ManageableData, RootIdsValuesAndRejectReasons) {

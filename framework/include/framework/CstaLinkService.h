@@ -9,20 +9,29 @@
 // it is answered under the same invoke id and also delivered as a CSTASystemStatusEvent to the
 // system-status registrants (the CSTAEventIfc of each SystemRegister's source service and every
 // monitor's sink). When a connected link drops, the registrants get a CSTASystemStatusEvent
-// "disabled"; when it comes back, one "enabled", then the SystemRegister (if one was made) is sent
-// again and every monitor is started again. A module keeps the cross-reference id it was handed by
-// its first MonitorStart: a MonitorStop with it is sent with the monitor's current id.
+// "disabled"; when it comes back, one "enabled".
 //
-// Reconnects wait reconnectInitialMs, doubling after each failed attempt up to reconnectMaxMs; a
-// successful connection resets the delay.
+// Monitors: the link keeps every monitor a module asked for (one per sink and device) until the
+// module stops it, and has it running on the switch whenever the link is up. A MonitorStart while
+// the switch cannot be reached is answered at once with an id of the link's own and started at the
+// switch when the link comes up; one the switch refuses or leaves unanswered is reported to the
+// module as that failure and tried again, with growing delays, while the link is up. After every
+// connection the SystemRegister (if one was made) is sent and the monitors that do not run are
+// started, on the event thread before any later event. A module keeps the cross-reference id it
+// was handed first: a MonitorStop with it is sent with the monitor's current id. A monitor is
+// registered before its MonitorStart goes out and gets the switch's id as the answer is read, so
+// that events right behind the answer reach it.
+//
+// Reconnects and monitor retries wait reconnectInitialMs, doubling after each failed attempt up to
+// reconnectMaxMs; a successful connection resets both delays.
 //
 // Locks (all leaves: none is held while another is taken, while a module's sink is called, while
 // waiting for an answer, or during socket work):
-//   Impl::m_linkMutex     guards the pending requests, the invoke id counter, the connection flags
-//                         and the event queue pointer.
+//   Impl::m_linkMutex     guards the pending requests, the invoke id counter, the connection flags,
+//                         the event queue pointer and the held events.
 //   Impl::m_monitorMutex  guards the monitors and the system-status registrants.
-// Everything else of the link (socket, decoder, write queue, reconnect delay) belongs to the I/O
-// thread alone.
+// Everything else of the link (socket, decoder, write queue, reconnect and monitor retry delays and
+// timers) belongs to the I/O thread alone.
 #pragma once
 
 #include <cstddef>
@@ -84,7 +93,14 @@ class CstaLinkService : public Service, public CSTAServiceIfc {
   // (trace replay). False with `error` for a document that is not an event, or before start().
   bool deliverDocument(const std::string& xml, std::string& error);
 
-  // Returns when every event queued so far has been delivered. Not from the event thread.
+  // Events (and the link's own session work on the event thread) wait from holdEvents() until
+  // releaseEvents(), then are delivered in arrival order. A host holds them while its module
+  // starts and reads its lists. May be called before start(); stop() releases them.
+  void holdEvents();
+  void releaseEvents();
+
+  // Returns when every event queued so far has been delivered (held events are not waited for).
+  // Not from the event thread.
   void drainEvents();
 
   bool connected() const;

@@ -49,6 +49,11 @@ class LocalMgmtIfc {
 // with '#' are ignored; blanks around key and value are dropped; a value in double quotes keeps
 // its blanks (and may be empty). Keys are case-sensitive.
 //
+// Defaults (setDefault) are values in force while no value of their key is configured: readData
+// gives them, value() and values() do not (they give what was configured). Observers hear of every
+// change of the value in force, so removing a configured value that has a default reports the
+// default.
+//
 // Change notifications run on the service's own notification thread, one at a time, in the order
 // of the changes. Thread-safe: m_mutex guards values, agents and observers and is never held while
 // an agent is called.
@@ -60,9 +65,14 @@ class FileLocalMgmt : public Service, public LocalMgmtIfc {
   // Reads `path`. On a missing or malformed file returns false and puts "<file>:<line>: <what>"
   // (or "<file>: <why>") in `error`; the values held before are kept.
   bool loadFile(const std::string& path, std::string& error);
+  // Reads and parses `path` as loadFile does, without applying anything.
+  static bool readFile(const std::string& path, std::map<std::string, std::string>& values, std::string& error);
+  // Replaces every configured value with `values`, as loading a file does (keys it lacks are
+  // removed), and notifies the observers of each key whose value in force changed.
+  void replaceValues(const std::map<std::string, std::string>& values);
   // Parses file content; `origin` names the source in errors. Returns the parsed values.
-  static bool parse(const std::string& text, const std::string& origin,
-                    std::map<std::string, std::string>& values, std::string& error);
+  static bool parse(const std::string& text, const std::string& origin, std::map<std::string, std::string>& values,
+                    std::string& error);
   // Reads the file again and notifies the observers of every key whose value changed or vanished.
   bool reload(std::string& error);
 
@@ -70,6 +80,9 @@ class FileLocalMgmt : public Service, public LocalMgmtIfc {
   void setValue(const std::string& key, const std::string& value);
   bool value(const std::string& key, std::string& value) const;
   std::map<std::string, std::string> values() const;
+  void setDefault(const std::string& key, const std::string& value);
+  bool defaultValue(const std::string& key, std::string& value) const;
+  std::map<std::string, std::string> defaults() const;
   MgmtAgentIfc* agent(const std::string& agentId) const;
   // Waits until every notification queued so far has been delivered.
   void drainNotifications();
@@ -90,6 +103,8 @@ class FileLocalMgmt : public Service, public LocalMgmtIfc {
   // Queues one delivery of `key` per observer; caller holds m_mutex.
   void queueNotificationsLocked(const std::string& key, bool hasValue, const std::string& value);
   bool isObservingLocked(const std::string& key, MgmtAgentIfc* agent) const;
+  // The configured value of `key`, else its default; false when it has neither.
+  bool inForceLocked(const std::string& key, std::string& value) const;
   // Runs on the notification thread; skips an observer forgotten since the change was queued.
   void deliver(const std::string& key, bool hasValue, const std::string& value, MgmtAgentIfc* observer);
 
@@ -97,6 +112,7 @@ class FileLocalMgmt : public Service, public LocalMgmtIfc {
   mutable std::mutex m_mutex;
   std::string m_path;
   std::map<std::string, std::string> m_values;
+  std::map<std::string, std::string> m_defaults;
   std::map<std::string, MgmtAgentIfc*> m_agents;
   std::multimap<std::string, MgmtAgentIfc*> m_observers;
   std::unique_ptr<fw::WorkQueue> m_notifier;
