@@ -3,6 +3,7 @@
 
 #include <deque>
 #include <set>
+#include <vector>
 
 #include "JournalLog.h"
 #include "JournalServiceIfc.h"
@@ -18,12 +19,11 @@ namespace {
 // The interface name under which observer proxies are requested from the framework.
 const std::string kObserverInterface = "JournalServiceObserverIfc";
 
-// Every ENTRYID of the message, each once, in order.
-std::set<std::string> takeEntryIds(std::string& message) {
-  std::set<std::string> ids;
-  std::string id;
-  while (Helper::getAndRemoveXMLValue(message, Helper::ENTRYID, id)) ids.insert(id);
-  return ids;
+// Every ENTRYID of the message, each once, from one reading of it (a request may name thousands).
+std::set<std::string> entryIds(const std::string& message) {
+  std::vector<std::string> ids;
+  Helper::getXMLValues(message, Helper::ENTRYID, ids);
+  return std::set<std::string>(ids.begin(), ids.end());
 }
 
 // A list read: the list's reply for whatever the service put in the deque.
@@ -43,9 +43,9 @@ std::string deleteOne(const std::string& message, JournalServiceIfc& service,
 }
 
 // A list operation: always answered with its boolean result.
-std::string applyToSet(std::string& message, JournalServiceIfc& service,
+std::string applyToSet(const std::string& message, JournalServiceIfc& service,
                        bool (JournalServiceIfc::*operation)(const std::set<std::string>&)) {
-  return Helper::respBool((service.*operation)(takeEntryIds(message)));
+  return Helper::respBool((service.*operation)(entryIds(message)));
 }
 
 }  // namespace

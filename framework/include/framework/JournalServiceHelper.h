@@ -162,10 +162,14 @@ class JournalServiceHelper {
   static void addXMLHeaderFooter(std::string& message, const std::string& table);
 
   // Text of the first element named `tag` (document order, any depth). False when the text is
-  // not well-formed XML or holds no such element.
+  // not well-formed XML or holds no such element. Texts read from a message are well-formed
+  // UTF-8 (fw::utf8::sanitize): a client's bytes never reach the lists or a reply raw.
   static bool getXMLValue(const std::string& xml, const char* tag, std::string& value);
   // As getXMLValue, and removes that element from `xml` (which is then written out again).
   static bool getAndRemoveXMLValue(std::string& xml, const char* tag, std::string& value);
+  // The texts of every element named `tag`, in document order, from one reading of `xml`
+  // (appended to `values`). False when the text is not well-formed XML.
+  static bool getXMLValues(const std::string& xml, const char* tag, std::vector<std::string>& values);
   // Unique id of the row written, from the store's reply to a write or update. Without one,
   // `id` is emptied and the answer is false.
   static bool parseLastUniqueId(const std::string& reply, std::string& id);
@@ -262,16 +266,14 @@ class JournalServiceHelper {
   static bool parseObsReqMissedCallsCountUpdate(const std::string& msg, unsigned int& count);
   static bool parseObsReqCallBacksCountUpdate(const std::string& msg, unsigned int& count);
   // Item, id and action of an update; false when the message is not that operation or malformed.
-  static bool parseObsReqMissedCallsUpdate(const std::string& msg, MissedCallItem& item, std::string& id,
-                                           int& action);
+  static bool parseObsReqMissedCallsUpdate(const std::string& msg, MissedCallItem& item, std::string& id, int& action);
   static bool parseObsReqDialledCallsUpdate(const std::string& msg, DialledCallItem& item, std::string& id,
                                             int& action);
   static bool parseObsReqReceivedCallsUpdate(const std::string& msg, ReceivedCallItem& item, std::string& id,
                                              int& action);
   static bool parseObsReqForwardedCallsUpdate(const std::string& msg, ForwardedCallItem& item, std::string& id,
                                               int& action);
-  static bool parseObsReqCallBacksUpdate(const std::string& msg, CallBackItem& item, std::string& id,
-                                         int& action);
+  static bool parseObsReqCallBacksUpdate(const std::string& msg, CallBackItem& item, std::string& id, int& action);
 };
 
 #pragma GCC visibility pop
