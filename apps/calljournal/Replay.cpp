@@ -46,6 +46,21 @@ size_t leadingSets(const fw::CstaTrace& trace, std::map<std::string, std::string
   return i;
 }
 
+// "Skipped N documents ...": the trace's documents that are no CSTA event, counted, with the
+// places of the first few.
+void printSkipped(const fw::CstaTrace& trace, const std::string& origin, std::ostream& out) {
+  constexpr size_t kPlacesShown = 3;
+  const size_t count = trace.skipped.size();
+  if (count == 0) return;
+  out << "Skipped " << count << (count == 1 ? " document that is" : " documents that are")
+      << " not a CSTA event the journal reads:\n";
+  for (size_t i = 0; i < count && i < kPlacesShown; ++i) {
+    const fw::CstaTraceNotice& n = trace.skipped[i];
+    out << "  " << origin << ":" << n.line << ":" << n.column << ": " << n.what << "\n";
+  }
+  if (count > kPlacesShown) out << "  and " << count - kPlacesShown << " more\n";
+}
+
 bool readAllLists(host::JournalHost& journal, JournalLists& lists) {
   for (ListKind kind : kAllListKinds)
     if (!lists.read(kind, journal.request(Helper::createMethodRequest(listMethods(kind).read)))) return false;
@@ -96,10 +111,13 @@ int replayCommand(const ReplayOptions& options) {
   journal.stop();
   if (options.json) {
     std::cout << toJson(lists) << '\n';
+    printSkipped(trace, options.trace, std::cerr);  // stdout holds the JSON alone
   } else {
     std::cout << "Replayed " << events << " events of " << options.trace;
     if (!trace.steps.empty()) std::cout << " (" << trace.steps.front().at << " to " << trace.steps.back().at << ")";
-    std::cout << "\n\n";
+    std::cout << "\n";
+    printSkipped(trace, options.trace, std::cout);
+    std::cout << "\n";
     printTables(lists, std::cout);
   }
   return 0;

@@ -6,6 +6,7 @@
 
 #include "framework/LocalMgmt.h"
 #include "framework/Logging.h"
+#include "framework/Utf8.h"
 
 namespace host {
 
@@ -38,10 +39,11 @@ std::string settingValue(const Settings& s, const std::string& key) {
   return "";
 }
 
+// The configuration file is the user's and may hold any bytes: the reply carries them well-formed.
 void addSetting(pugi::xml_node reply, const std::string& key, const std::string& value, const char* source) {
   pugi::xml_node setting = reply.append_child("setting");
-  setting.append_child("key").text().set(key.c_str());
-  setting.append_child("value").text().set(value.c_str());
+  setting.append_child("key").text().set(fw::utf8::sanitize(key).c_str());
+  setting.append_child("value").text().set(fw::utf8::sanitize(value).c_str());
   setting.append_child("source").text().set(source);
 }
 
@@ -126,13 +128,14 @@ std::string answerManagement(const std::string& message, ManagementContext& cont
   pugi::xml_document doc;
   pugi::xml_node root;
   if (doc.load_string(message.c_str())) root = doc.child(kManagementRequest);
-  std::string operation = root.child_value("operation");
+  // What a client sends is made well-formed before it is kept or echoed in a reply.
+  std::string operation = fw::utf8::sanitize(root.child_value("operation"));
   std::vector<std::string> keys;
-  for (pugi::xml_node k : root.children("key")) keys.push_back(k.child_value());
+  for (pugi::xml_node k : root.children("key")) keys.push_back(fw::utf8::sanitize(k.child_value()));
   logAppUni("Journal Host", __FILE__, 5, __LINE__, "management %s of %zu key(s)", operation.c_str(), keys.size());
   if (operation == "get") return get(context, keys);
   if (operation == "set" && keys.size() == 1 && root.child("value"))
-    return set(context, keys[0], root.child_value("value"));
+    return set(context, keys[0], fw::utf8::sanitize(root.child_value("value")));
   pugi::xml_document out;
   return finish(out, out.append_child("mgmtResponse"), false,
                 "not a management request: expected get with keys, or set with one key and a value");

@@ -35,17 +35,28 @@ ptrdiff_t offsetOf(const pugi::xml_node& node) {
   return offset > 0 && node.type() == pugi::node_element ? offset - 1 : offset;
 }
 
-void position(const std::string& text, ptrdiff_t offset, int& line, int& column) {
-  line = 1;
-  size_t lineStart = 0;
-  const size_t end = offset < 0 ? 0 : std::min(static_cast<size_t>(offset), text.size());
-  for (size_t i = 0; i < end; ++i)
-    if (text[i] == '\n') {
-      ++line;
-      lineStart = i + 1;
-    }
-  column = static_cast<int>(end - lineStart) + 1;
-}
+// Line and column of byte offsets, found in one pass over the text for offsets asked in
+// increasing order (a trace of many steps costs one scan, not one per step).
+class Positions {
+ public:
+  explicit Positions(const std::string& text) : m_text(text) {}
+  void find(ptrdiff_t offset, int& line, int& column) {
+    const size_t end = offset < 0 ? 0 : std::min(static_cast<size_t>(offset), m_text.size());
+    if (end < m_at) m_at = m_lineStart = 0, m_line = 1;
+    for (; m_at < end; ++m_at)
+      if (m_text[m_at] == '\n') {
+        ++m_line;
+        m_lineStart = m_at + 1;
+      }
+    line = m_line;
+    column = static_cast<int>(end - m_lineStart) + 1;
+  }
+
+ private:
+  const std::string& m_text;
+  size_t m_at = 0, m_lineStart = 0;
+  int m_line = 1;
+};
 
 bool isBlank(const char* text) {
   for (; *text; ++text)
@@ -106,7 +117,9 @@ bool readSet(const pugi::xml_node& node, CstaTraceStep& step, Fault& fault) {
   return true;
 }
 
-bool readEvent(const pugi::xml_node& node, CstaTraceStep& step, Fault& fault) {
+// Fills an event step. A well-formed document that is no event the parser reads is not a fault:
+// `skip` then says why it is left out.
+bool readEvent(const pugi::xml_node& node, CstaTraceStep& step, Fault& fault, Fault& skip) {
   step.kind = CstaTraceStep::Event;
   pugi::xml_node element;
   for (const pugi::xml_node& child : node.children()) {
@@ -128,17 +141,20 @@ bool readEvent(const pugi::xml_node& node, CstaTraceStep& step, Fault& fault) {
   step.eventName = localName(element.name());
   step.eventXml = standalone(element);
   const csta_xml::CstaParseResult parsed = csta_xml::parseCstaEvent(step.eventXml);
-  if (parsed.kind != csta_xml::CstaParseResult::Event) {
-    fault = {offsetOf(element), "'" + step.eventName + "' is not a CSTA event this journal reads" +
-                                    (parsed.error.empty() ? "" : ": " + parsed.error)};
+  if (parsed.kind == csta_xml::CstaParseResult::Malformed) {
+    fault = {offsetOf(element), "'" + step.eventName + "' cannot be read: " + parsed.error};
     return false;
   }
+  if (parsed.kind != csta_xml::CstaParseResult::Event)
+    skip = {offsetOf(element), "'" + step.eventName + "' is not a CSTA event the journal reads; skipped"};
   return true;
 }
 
-// The steps under the root, with the offset of each step's element.
+// The steps under the root, with the offset of each step's element, and the documents skipped.
 bool readSteps(const pugi::xml_node& root, std::vector<CstaTraceStep>& steps, std::vector<ptrdiff_t>& offsets,
-               Fault& fault) {
+               std::vector<Fault>& skipped, Fault& fault) {
+  int64_t lastTime = 0;
+  bool first = true;
   for (const pugi::xml_node& node : root.children()) {
     if (node.type() == pugi::node_pcdata && !isBlank(node.value())) {
       fault = {offsetOf(node), "text outside a step"};
@@ -151,8 +167,15 @@ bool readSteps(const pugi::xml_node& root, std::vector<CstaTraceStep>& steps, st
       return false;
     }
     CstaTraceStep step;
-    if (!readTime(node, step, steps.empty() ? 0 : steps.back().atSeconds, steps.empty(), fault)) return false;
-    if (!(name == "set" ? readSet(node, step, fault) : readEvent(node, step, fault))) return false;
+    Fault skip{0, ""};
+    if (!readTime(node, step, lastTime, first, fault)) return false;
+    if (!(name == "set" ? readSet(node, step, fault) : readEvent(node, step, fault, skip))) return false;
+    lastTime = step.atSeconds;
+    first = false;
+    if (!skip.what.empty()) {
+      skipped.push_back(std::move(skip));
+      continue;
+    }
     offsets.push_back(offsetOf(node));
     steps.push_back(std::move(step));
   }
@@ -163,6 +186,7 @@ bool readSteps(const pugi::xml_node& root, std::vector<CstaTraceStep>& steps, st
 
 bool readCstaTrace(const std::string& text, const std::string& origin, CstaTrace& trace, std::string& error) {
   trace.steps.clear();
+  trace.skipped.clear();
   pugi::xml_document doc;
   // In-place parsing of a copy keeps every node's offset into the text; comments are skipped.
   const pugi::xml_parse_result parsed =
@@ -170,6 +194,7 @@ bool readCstaTrace(const std::string& text, const std::string& origin, CstaTrace
   Fault fault{0, ""};
   std::vector<CstaTraceStep> steps;
   std::vector<ptrdiff_t> offsets;
+  std::vector<Fault> skipped;
   if (!parsed) {
     fault = {parsed.offset, std::string("not well-formed XML: ") + parsed.description()};
   } else if (!doc.document_element()) {
@@ -177,19 +202,26 @@ bool readCstaTrace(const std::string& text, const std::string& origin, CstaTrace
   } else if (std::string(doc.document_element().name()) != "cstaTrace") {
     fault = {offsetOf(doc.document_element()),
              std::string("root element is '") + doc.document_element().name() + "', not 'cstaTrace'"};
-  } else if (readSteps(doc.document_element(), steps, offsets, fault)) {
-    for (size_t i = 0; i < steps.size(); ++i) position(text, offsets[i], steps[i].line, steps[i].column);
+  } else if (readSteps(doc.document_element(), steps, offsets, skipped, fault)) {
+    Positions places(text), notices(text);
+    for (size_t i = 0; i < steps.size(); ++i) places.find(offsets[i], steps[i].line, steps[i].column);
+    for (const Fault& skip : skipped) {
+      CstaTraceNotice notice{skip.what};
+      notices.find(skip.offset, notice.line, notice.column);
+      trace.skipped.push_back(std::move(notice));
+    }
     trace.steps = std::move(steps);
     return true;
   }
   int line = 0, column = 0;
-  position(text, fault.offset, line, column);
+  Positions(text).find(fault.offset, line, column);
   error = origin + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " + fault.what;
   return false;
 }
 
 bool readCstaTraceFile(const std::string& path, CstaTrace& trace, std::string& error) {
   trace.steps.clear();
+  trace.skipped.clear();
   std::ifstream in(path, std::ios::binary);
   if (!in) {
     error = path + ":0:0: cannot read the file: " + std::strerror(errno);

@@ -1,30 +1,20 @@
 // CSTA XML event reading: one event document of the switch -> the framework's event object.
 // Elements are matched by local name, so that any ECMA-323 edition (or none) reads the same;
-// elements this reader does not know, vendor data among them, are passed over.
+// elements this reader does not know, vendor data among them, are passed over. This file reads
+// the events the journal acts on; CstaXmlOtherEvents.cpp the rest of the handler list.
 #include <strings.h>
 #include <cstring>
-#include <functional>
-#include <map>
 #include <memory>
 #include <pugixml.hpp>
-#include <sstream>
 #include <string>
 
-#include "CstaXmlNodes.h"
-#include "framework/CstaEvents.h"
-#include "framework/CstaXml.h"
+#include "CstaXmlRead.h"
 
 namespace csta_xml {
 namespace {
 
 using namespace nodes;
-
-std::string text(const pugi::xml_node& node) { return node ? trimmed(node.child_value()) : std::string(); }
-
-bool flag(const pugi::xml_node& node) {
-  const std::string value = text(node);
-  return value == "true" || value == "1";
-}
+using namespace read;
 
 // True for a document element in no namespace or in an ECMA-323 edition 2 to 6 namespace.
 bool ecmaNamespace(const pugi::xml_node& root) {
@@ -40,70 +30,6 @@ bool ecmaNamespace(const pugi::xml_node& root) {
       return true;
   }
   return false;
-}
-
-// A calling, called, alerting, ... device: its deviceIdentifier, or notKnown (a party without a
-// number: the framework's "no number provided" text), or restricted (withheld: empty).
-CSTADeviceID device(const pugi::xml_node& node) {
-  if (!node) return CSTADeviceID();
-  if (pugi::xml_node id = child(node, "deviceIdentifier")) return parseDeviceIdentifier(id.child_value());
-  if (child(node, "notKnown")) return CSTADeviceID{communicationsServiceTexts::noNumberProvided, std::string()};
-  if (child(node, "restricted")) return CSTADeviceID();
-  // Some switches leave out the deviceIdentifier level.
-  return parseDeviceIdentifier(node.child_value());
-}
-
-// The last redirection device: a number dialled, else nothing (not known, not required, not
-// specified and restricted all leave it empty: there is no party to name).
-CSTADeviceID redirectionDevice(const pugi::xml_node& node) {
-  if (!node) return CSTADeviceID();
-  if (pugi::xml_node dialled = child(node, "numberDialed")) return parseDeviceIdentifier(dialled.child_value());
-  if (pugi::xml_node id = child(node, "deviceIdentifier")) return parseDeviceIdentifier(id.child_value());
-  return CSTADeviceID();
-}
-
-CSTAConnectionID connection(const pugi::xml_node& node) {
-  CSTAConnectionID result;
-  if (!node) return result;
-  result.callId = text(child(node, "callID"));
-  if (pugi::xml_node id = child(node, "deviceID")) result.device = parseDeviceIdentifier(id.child_value());
-  return result;
-}
-
-// The event's connection; when the switch left out its deviceID, the event's own device stands in.
-CSTAConnectionID connection(const pugi::xml_node& event, const char* connectionName, const char* deviceName) {
-  CSTAConnectionID result = connection(child(event, connectionName));
-  if (result.device.number.empty() && deviceName) result.device = device(child(event, deviceName));
-  return result;
-}
-
-CSTAEventCause cause(const pugi::xml_node& event) {
-  pugi::xml_node node = child(event, "cause");
-  return node ? parseEventCause(node.child_value()) : EC_NONE;
-}
-
-CSTALocalConnectionState localState(const pugi::xml_node& event) {
-  pugi::xml_node node = child(event, "localConnectionInfo");
-  return node ? parseLocalConnectionState(node.child_value()) : CSTA_LCS_None;
-}
-
-pugi::xml_node privateData(const pugi::xml_node& event) {
-  if (pugi::xml_node extensions = child(event, "extensions"))
-    if (pugi::xml_node data = child(extensions, "privateData")) return data;
-  return child(event, "privateData");
-}
-
-// The event's private data text: the call status a switch marks calls with, else empty.
-std::string callStatus(const pugi::xml_node& event) {
-  pugi::xml_node data = privateData(event);
-  return data ? text(descendant(data, "callStatus")) : std::string();
-}
-
-template <class Event>
-std::unique_ptr<Event> make(const pugi::xml_node& event) {
-  auto result = std::make_unique<Event>();
-  result->setPrivateData(callStatus(event));
-  return result;
 }
 
 template <class Event>
@@ -135,13 +61,13 @@ bool callLogEntry(const pugi::xml_node& node, CallLogEntryEvent& entry) {
   entry.action = static_cast<CallLogEntryEvent::_Action>(action);
   entry.logTarget = static_cast<CallLogEntryEvent::_LogTarget>(target);
   entry.timeFormat = static_cast<CallLogEntryEvent::_TFormat>(format);
-  entry.subscriberNumber = text(child(node, "subscriberNumber"));
+  entry.subscriberNumber = partyText(text(child(node, "subscriberNumber")), node);
   static const char* const kFields[CallLogEntryEvent::kFieldCount] = {
       "dateTime", "name", "deflectNumber", "deflectName", "connectedNumber", "connectedName"};
   for (int i = 0; i < CallLogEntryEvent::kFieldCount; ++i) {
     pugi::xml_node field = child(node, kFields[i]);
     CallLogEntryEvent::Field& out = entry.fields[i];
-    out.text = field ? field.child_value() : "";
+    out.text = field ? partyText(field.child_value(), field) : "";
     pugi::xml_attribute presentation = field.attribute("presentation");
     const std::string value = presentation.value();
     if (value == "shown" || value == "1") {
@@ -157,16 +83,7 @@ bool callLogEntry(const pugi::xml_node& node, CallLogEntryEvent& entry) {
   return true;
 }
 
-std::string innerXml(const pugi::xml_node& node) {
-  std::ostringstream out;
-  for (pugi::xml_node c = node.first_child(); c; c = c.next_sibling())
-    c.print(out, "", pugi::format_raw | pugi::format_no_declaration);
-  return out.str();
-}
-
 // ---- one reader per event ----
-
-using Reader = std::function<std::unique_ptr<CSTAEvent>(const pugi::xml_node&)>;
 
 std::unique_ptr<CSTAEvent> readOriginated(const pugi::xml_node& e) {
   auto event = make<CSTAOriginatedEvent>(e);
@@ -328,8 +245,8 @@ std::unique_ptr<CSTAEvent> readSystemStatus(const pugi::xml_node& e) {
   return event;
 }
 
-const std::map<std::string, Reader>& readers() {
-  static const std::map<std::string, Reader> table = {
+ReaderTable callEventReaders() {
+  return {
       {"OriginatedEvent", readOriginated},   {"OfferedEvent", readOffered},
       {"DeliveredEvent", readDelivered},     {"QueuedEvent", readQueued},
       {"EstablishedEvent", readEstablished}, {"DivertedEvent", readDiverted},
@@ -339,6 +256,14 @@ const std::map<std::string, Reader>& readers() {
       {"HookswitchEvent", readHookswitch},   {"CallBackEvent", readCallBack},
       {"PrivateEvent", readPrivate},         {"SystemStatus", readSystemStatus},
   };
+}
+
+const ReaderTable& readers() {
+  static const ReaderTable table = [] {
+    ReaderTable all = callEventReaders();
+    addOtherEventReaders(all);
+    return all;
+  }();
   return table;
 }
 

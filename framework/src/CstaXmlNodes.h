@@ -22,12 +22,18 @@ inline pugi::xml_node child(const pugi::xml_node& node, const char* name) {
   return pugi::xml_node();
 }
 
-// The first element named `name` below `node`, depth first.
+// The first element named `name` below `node`, depth first. Walks the tree without recursion: a
+// switch's private data may nest as deep as a frame allows.
 inline pugi::xml_node descendant(const pugi::xml_node& node, const char* name) {
-  for (pugi::xml_node c = node.first_child(); c; c = c.next_sibling()) {
-    if (c.type() != pugi::node_element) continue;
-    if (std::strcmp(localName(c), name) == 0) return c;
-    if (pugi::xml_node found = descendant(c, name)) return found;
+  pugi::xml_node current = node.first_child();
+  while (current && current != node) {
+    if (current.type() == pugi::node_element && std::strcmp(localName(current), name) == 0) return current;
+    if (current.first_child()) {
+      current = current.first_child();
+      continue;
+    }
+    while (current != node && !current.next_sibling()) current = current.parent();
+    if (current != node) current = current.next_sibling();
   }
   return pugi::xml_node();
 }

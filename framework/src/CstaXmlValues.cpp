@@ -3,6 +3,7 @@
 #include <cctype>
 #include <cstdlib>
 #include <string>
+#include <string_view>
 
 #include "framework/CstaXml.h"
 
@@ -171,33 +172,28 @@ std::string displayNameParameter(const std::string& parameters) {
 
 }  // namespace
 
-CSTADeviceID parseDeviceIdentifier(const std::string& raw) {
-  const std::string text = trim(raw);
+namespace {
+
+// `text` without the blanks and line ends around it.
+std::string_view trimView(std::string_view text) {
+  const auto first = text.find_first_not_of(" \t\r\n");
+  if (first == std::string_view::npos) return std::string_view();
+  return text.substr(first, text.find_last_not_of(" \t\r\n") - first + 1);
+}
+
+// N<number>optional text;key=value...
+CSTADeviceID numberInAngleBrackets(std::string_view text, std::size_t close) {
   CSTADeviceID device;
-  if (text.empty()) return device;
+  device.number = std::string(trimView(text.substr(2, close - 2)));
+  const auto semicolon = text.find(';', close);
+  if (semicolon != std::string_view::npos) device.name = displayNameParameter(std::string(text.substr(semicolon + 1)));
+  return device;
+}
 
-  // N<number>optional text;key=value...
-  if (text.size() > 1 && text[0] == 'N' && text[1] == '<') {
-    const auto close = text.find('>');
-    if (close != std::string::npos) {
-      device.number = trim(text.substr(2, close - 2));
-      const auto semicolon = text.find(';', close);
-      if (semicolon != std::string::npos) device.name = displayNameParameter(text.substr(semicolon + 1));
-      return device;
-    }
-  }
-
-  // "Display Name" <uri>: the name before the angle brackets, the number from the URI.
-  const auto open = text.find('<');
-  if (open != std::string::npos && text.back() == '>') {
-    const auto close = text.rfind('>');
-    device = parseDeviceIdentifier(text.substr(open + 1, close - open - 1));
-    const std::string name = unquote(text.substr(0, open));
-    if (!name.empty()) device.name = name;
-    return device;
-  }
-
-  std::string rest = text;
+// A plain number, a tel: URI or a sip:/sips: URI, each with optional ";key=value" parameters.
+CSTADeviceID numberOrUri(std::string_view text) {
+  CSTADeviceID device;
+  std::string rest(text);
   if (startsWithNoCase(rest, "tel:")) {
     rest = rest.substr(4);
   } else if (startsWithNoCase(rest, "sips:") || startsWithNoCase(rest, "sip:")) {
@@ -217,9 +213,38 @@ CSTADeviceID parseDeviceIdentifier(const std::string& raw) {
   return device;
 }
 
+}  // namespace
+
+CSTADeviceID parseDeviceIdentifier(const std::string& raw) {
+  std::string_view text = trimView(raw);
+  // "Display Name" <uri>: the name before the angle brackets, the number from the URI. Switches
+  // write one level; deeper nestings are taken apart in a loop, the outermost name winning.
+  std::string outerName;
+  for (;;) {
+    if (text.size() > 1 && text[0] == 'N' && text[1] == '<') {
+      const auto close = text.find('>');
+      if (close != std::string_view::npos) {
+        CSTADeviceID device = numberInAngleBrackets(text, close);
+        if (!outerName.empty()) device.name = outerName;
+        return device;
+      }
+    }
+    const auto open = text.find('<');
+    if (open == std::string_view::npos || text.empty() || text.back() != '>') break;
+    const std::string name = unquote(std::string(text.substr(0, open)));
+    if (outerName.empty()) outerName = name;
+    text = trimView(text.substr(open + 1, text.size() - open - 2));
+  }
+  CSTADeviceID device = text.empty() ? CSTADeviceID() : numberOrUri(text);
+  if (!outerName.empty()) device.name = outerName;
+  return device;
+}
+
 CSTAEventCause parseEventCause(const std::string& raw) {
   const std::string text = trim(raw);
   const int number = decimal(text);
+  // A number the enumeration cannot hold is no cause this framework knows.
+  if (number > kHighestEventCauseNumber) return EC_NONE;
   if (number >= 0) return static_cast<CSTAEventCause>(number);
   for (const auto& entry : kCauses)
     if (equalsNoCase(text, entry.name)) return entry.cause;

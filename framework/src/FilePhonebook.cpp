@@ -12,6 +12,7 @@
 
 #include "FilePhonebookReaders.h"
 #include "framework/Logging.h"
+#include "framework/Utf8.h"
 
 namespace {
 
@@ -71,36 +72,13 @@ NumberType::NT typeFromWord(const std::string& word) {
   return NumberType::NT_NONE;
 }
 
-bool isUtf8(const std::string& text) {
-  const auto* s = reinterpret_cast<const unsigned char*>(text.data());
-  const size_t n = text.size();
-  for (size_t i = 0; i < n;) {
-    const unsigned char c = s[i];
-    size_t length;
-    unsigned min;
-    if (c < 0x80) {
-      ++i;
-      continue;
-    } else if ((c & 0xE0) == 0xC0) {
-      length = 2, min = 0x80;
-    } else if ((c & 0xF0) == 0xE0) {
-      length = 3, min = 0x800;
-    } else if ((c & 0xF8) == 0xF0) {
-      length = 4, min = 0x10000;
-    } else {
-      return false;
-    }
-    if (i + length > n) return false;
-    unsigned code = c & (0x7F >> length);
-    for (size_t k = 1; k < length; ++k) {
-      if ((s[i + k] & 0xC0) != 0x80) return false;
-      code = (code << 6) | (s[i + k] & 0x3F);
-    }
-    // Overlong forms, UTF-16 surrogates and values past U+10FFFF are not UTF-8.
-    if (code < min || (code >= 0xD800 && code <= 0xDFFF) || code > 0x10FFFF) return false;
-    i += length;
+bool repairText(const std::string& text, std::string& kept) {
+  if (fw::utf8::isClean(text)) {
+    kept = text;
+    return true;
   }
-  return true;
+  kept = fw::utf8::sanitize(text);
+  return false;
 }
 
 std::string toLower(std::string text) {

@@ -180,13 +180,9 @@ bool readCsv(const std::string& content, ReadResult& result, Fault& refusal) {
     bool utf8 = true;
     for (std::size_t c = 0; c < columns.size(); ++c) {
       if (columns[c] == kColumnCount) continue;
-      values[columns[c]] = row.fields[c];
-      utf8 = utf8 && isUtf8(row.fields[c]);
+      utf8 = repairText(row.fields[c], values[columns[c]]) && utf8;
     }
-    if (!utf8) {
-      result.faults.push_back({row.line, "text is not UTF-8 (save the file as UTF-8)"});
-      continue;
-    }
+    if (!utf8) result.notes.push_back({row.line, kNotUtf8});
     NumberType::NT type = NumberType::NT_OTHER;
     if (!values[kType].empty()) {
       type = typeFromWord(values[kType]);

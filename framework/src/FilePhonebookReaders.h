@@ -39,7 +39,11 @@ bool readVCard(const std::string& text, ReadResult& result, Fault& refusal);
 // The number type named by `word` (any case): NT_NONE for a word that names none.
 NumberType::NT typeFromWord(const std::string& word);
 
-bool isUtf8(const std::string& text);
+// `text` as it is kept: text that is not UTF-8 (a file saved as Latin-1) gets U+FFFD in place of
+// each bad sequence (fw::utf8::sanitize). False when something had to be replaced; such a line is
+// noted (kNotUtf8) and kept.
+bool repairText(const std::string& text, std::string& kept);
+inline constexpr const char* kNotUtf8 = "text is not UTF-8, shown with U+FFFD (save the file as UTF-8)";
 std::string toLower(std::string text);
 std::string trim(const std::string& text);
 

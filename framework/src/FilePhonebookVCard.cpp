@@ -165,7 +165,7 @@ bool readVCard(const std::string& content, ReadResult& result, Fault&) {
       result.faults.push_back({line.number, "expected 'NAME:value'"});
       continue;
     }
-    const std::string value = trim(property.value);
+    std::string value = trim(property.value);
     if (property.name == "BEGIN" || property.name == "END") {
       const bool begin = property.name == "BEGIN";
       if (toUpper(value) != "VCARD") {
@@ -188,10 +188,7 @@ bool readVCard(const std::string& content, ReadResult& result, Fault&) {
       continue;
     }
     if (property.name != "N" && property.name != "FN" && property.name != "TEL" && property.name != "PHOTO") continue;
-    if (!isUtf8(value)) {
-      result.faults.push_back({line.number, "text is not UTF-8 (save the file as UTF-8)"});
-      continue;
-    }
+    if (!repairText(std::string(value), value)) result.notes.push_back({line.number, kNotUtf8});
     if (property.name == "N") {
       const std::vector<std::string> parts = unescape(value, true);
       card.family = parts[0];

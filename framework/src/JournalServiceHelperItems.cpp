@@ -100,6 +100,15 @@ struct Writer {
   }
 };
 
+// The highest value of each enumeration an item carries (each starts at 0). A number outside
+// 0..highest names no value: casting it into the enumeration would be undefined.
+constexpr long highest(NumberType::NT) { return NumberType::NT_OTHER; }
+constexpr long highest(CallLogEntryEvent::_LogTarget) { return CallLogEntryEvent::LT_DIALLED_OTHER; }
+constexpr long highest(CallLogEntryEvent::_PresentationValue) { return CallLogEntryEvent::PV_RESTRICTED; }
+constexpr long highest(CallLogEntryEvent::_TFormat) { return CallLogEntryEvent::TF_UTC; }
+constexpr long highest(CallBackItem::CallBackType) { return CallBackItem::CBT_ON_NO_REPLY; }
+constexpr long highest(CallBackItem::CallBackState) { return CallBackItem::CBS_READY; }
+
 // Field names compared without a call: most differ in their first byte.
 inline bool sameName(const char* a, const char* b) {
   while (*a == *b) {
@@ -172,7 +181,7 @@ struct Reader {
     const Field field = find(name);
     if (!field) return;
     long number = 0;
-    if (readValue(field.text, number)) {
+    if (readValue(field.text, number) && number >= 0 && number <= highest(E{})) {
       value = static_cast<E>(number);
     } else {
       ok = false;
@@ -313,7 +322,8 @@ bool readItem(const pugi::xml_node& root, Item& item) {
 // An entry holds the item either as its element (replies) or as escaped text (store requests).
 template <class Item>
 bool readEntry(const pugi::xml_node& entry, Item& item) {
-  const pugi::xml_node element = entry.find_child([](const pugi::xml_node& n) { return n.type() == pugi::node_element; });
+  const pugi::xml_node element =
+      entry.find_child([](const pugi::xml_node& n) { return n.type() == pugi::node_element; });
   if (element) {
     if (!readItem(element, item)) return false;
   } else {
@@ -328,9 +338,9 @@ bool readEntry(const pugi::xml_node& entry, Item& item) {
   return true;
 }
 
-#define JOURNALXML_INSTANTIATE(Item)                                 \
-  template void writeItem<Item>(std::string&, const Item&, bool);    \
-  template bool readItem<Item>(const pugi::xml_node&, Item&);       \
+#define JOURNALXML_INSTANTIATE(Item)                              \
+  template void writeItem<Item>(std::string&, const Item&, bool); \
+  template bool readItem<Item>(const pugi::xml_node&, Item&);     \
   template bool readEntry<Item>(const pugi::xml_node&, Item&);
 JOURNALXML_INSTANTIATE(MissedCallItem)
 JOURNALXML_INSTANTIATE(ReceivedCallItem)

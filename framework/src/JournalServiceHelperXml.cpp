@@ -8,6 +8,7 @@
 
 #include "JournalServiceHelperXml.h"
 #include "framework/JournalServiceHelper.h"
+#include "framework/Utf8.h"
 
 namespace journalxml {
 namespace {
@@ -131,6 +132,24 @@ pugi::xml_node findElement(const pugi::xml_document& doc, const char* tag) {
       [&wanted](const pugi::xml_node& node) { return node.type() == pugi::node_element && wanted == node.name(); });
 }
 
+// Removes `node` with everything below it. pugixml frees a removed subtree by recursing per
+// level; taking the leaves off one at a time keeps a deeply nested request from exhausting the
+// stack.
+void removeSubtree(pugi::xml_node node) {
+  pugi::xml_node current = node;
+  for (;;) {
+    while (current.first_child()) current = current.first_child();
+    if (current == node) break;
+    pugi::xml_node parent = current.parent();
+    parent.remove_child(current);
+    current = parent;
+  }
+  node.parent().remove_child(node);
+}
+
+// An element's text as it may travel on: well-formed UTF-8.
+std::string textOf(const pugi::xml_node& node) { return fw::utf8::sanitize(node.text().get()); }
+
 std::string readMessage(const char* table) {
   std::string message =
       JournalServiceHelper::createXMLField(JournalServiceHelper::REASONFORMESSAGE, JournalServiceHelper::READREQUEST);
@@ -176,7 +195,7 @@ bool JournalServiceHelper::getXMLValue(const std::string& xml, const char* tag, 
   if (!journalxml::parse(doc, xml)) return false;
   const pugi::xml_node node = findElement(doc, tag);
   if (!node) return false;
-  value = node.text().get();
+  value = textOf(node);
   return true;
 }
 
@@ -185,8 +204,8 @@ bool JournalServiceHelper::getAndRemoveXMLValue(std::string& xml, const char* ta
   if (!journalxml::parse(doc, xml, true)) return false;
   pugi::xml_node node = findElement(doc, tag);
   if (!node) return false;
-  value = node.text().get();
-  node.parent().remove_child(node);
+  value = textOf(node);
+  removeSubtree(node);
   xml = journalxml::print(doc);
   return true;
 }
@@ -195,16 +214,10 @@ bool JournalServiceHelper::getXMLValues(const std::string& xml, const char* tag,
   pugi::xml_document doc;
   if (!journalxml::parse(doc, xml)) return false;
   const std::string wanted = tag ? tag : "";
-  // Document order, walked without recursion: a request may be deep as well as long.
-  for (pugi::xml_node node = doc.first_child(); node;) {
-    if (node.type() == pugi::node_element && wanted == node.name()) values.emplace_back(node.text().get());
-    if (node.first_child()) {
-      node = node.first_child();
-      continue;
-    }
-    while (node && !node.next_sibling()) node = node.parent();
-    if (node) node = node.next_sibling();
-  }
+  doc.find_node([&](const pugi::xml_node& node) {
+    if (node.type() == pugi::node_element && wanted == node.name()) values.push_back(textOf(node));
+    return false;  // on to the next
+  });
   return true;
 }
 

@@ -38,15 +38,6 @@ bool readField(const pugi::xml_node& parent, const char* name, std::string& valu
 bool readField(const pugi::xml_node& parent, const char* name, long& value);
 bool readField(const pugi::xml_node& parent, const char* name, bool& value);
 
-// Enumerations travel as decimal numbers.
-template <class Enum>
-bool readEnum(const pugi::xml_node& parent, const char* name, Enum& value) {
-  long number = static_cast<long>(value);
-  if (!readField(parent, name, number)) return false;
-  value = static_cast<Enum>(number);
-  return true;
-}
-
 // The value of a field: a decimal integer, or a flag "true"/"false" ("1"/"0").
 bool readValue(const char* text, long& value);
 bool readValue(const char* text, bool& value);

@@ -2,7 +2,6 @@
 #include "JournalServiceInvoker.h"
 
 #include <deque>
-#include <iterator>
 #include <set>
 #include <vector>
 
@@ -20,13 +19,11 @@ namespace {
 // The interface name under which observer proxies are requested from the framework.
 const std::string kObserverInterface = "JournalServiceObserverIfc";
 
-// Every ENTRYID of the message, each once, in order. The message is read once: taking the ids
-// one by one, each time writing the message out again, made a request of many ids cost the square
-// of their number while every other client waited.
-std::set<std::string> takeEntryIds(const std::string& message) {
-  std::vector<std::string> found;
-  Helper::getXMLValues(message, Helper::ENTRYID, found);
-  return std::set<std::string>(std::make_move_iterator(found.begin()), std::make_move_iterator(found.end()));
+// Every ENTRYID of the message, each once, from one reading of it (a request may name thousands).
+std::set<std::string> entryIds(const std::string& message) {
+  std::vector<std::string> ids;
+  Helper::getXMLValues(message, Helper::ENTRYID, ids);
+  return std::set<std::string>(ids.begin(), ids.end());
 }
 
 // A list read: the list's reply for whatever the service put in the deque.
@@ -48,7 +45,7 @@ std::string deleteOne(const std::string& message, JournalServiceIfc& service,
 // A list operation: always answered with its boolean result.
 std::string applyToSet(const std::string& message, JournalServiceIfc& service,
                        bool (JournalServiceIfc::*operation)(const std::set<std::string>&)) {
-  return Helper::respBool((service.*operation)(takeEntryIds(message)));
+  return Helper::respBool((service.*operation)(entryIds(message)));
 }
 
 }  // namespace

@@ -209,7 +209,7 @@ TEST_F(CstaLinkTest, EventsGoToTheirMonitorOnTheEventThread) {
   ASSERT_EQ(startMonitor(sink), "100");
   ASSERT_EQ(startMonitor(second), "101");
   ASSERT_TRUE(sim->sendEvent("<DeliveredEvent><monitorCrossRefID>"));                 // malformed
-  ASSERT_TRUE(sim->sendEvent("<HeldEvent><monitorCrossRefID/></HeldEvent>"));         // not read here
+  ASSERT_TRUE(sim->sendEvent("<CSTAErrorCode><operation/></CSTAErrorCode>"));         // not an event
   ASSERT_TRUE(sim->sendEvent(delivered("FF000100000000002D65C85C1C750000", "100")));  // to the first only
   ASSERT_TRUE(sim->sendEvent(delivered("2")));                                        // the current monitor
   ASSERT_TRUE(second.waitFor(seenDelivered("2")[0]));
@@ -219,7 +219,7 @@ TEST_F(CstaLinkTest, EventsGoToTheirMonitorOnTheEventThread) {
   EXPECT_NE(sink.thread(), std::this_thread::get_id());
   EXPECT_EQ(sink.thread(), second.thread());
   EXPECT_TRUE(log.contains("not well-formed", fw::kLogError));
-  EXPECT_TRUE(log.contains("HeldEvent", fw::kLogTrace));
+  EXPECT_TRUE(log.contains("CSTAErrorCode", fw::kLogTrace));
 }
 
 TEST_F(CstaLinkTest, RequestFailures) {

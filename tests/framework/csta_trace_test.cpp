@@ -67,8 +67,9 @@ TEST(CstaTrace, RefusesEachFaultNamingItsPlace) {
       {trace("<set at=\"2026-03-10T08:00:00\" key=\"a\"/>\n"), "f:3:1: 'set' of 'a' has no 'value' attribute"},
       {trace(at + "\n</event>\n"), "f:3:1: 'event' holds no event element"},
       {trace(at + kCleared + "\n  " + kCleared + "</event>\n"), "f:4:3: 'event' holds a second element"},
-      {trace(at + "\n <HeldEvent xmlns=\"" + kEd6 + "\"/></event>\n"), "f:4:2: 'HeldEvent' is not a CSTA event"},
-      {trace(at + "<c:DeliveredEvent xmlns:c=\"urn:other\"/></event>\n"), "f:3:33: 'DeliveredEvent' is not a CSTA"},
+      {trace(kSet + at +
+             "<x:Response xmlns:x=\"urn:x\"/></event>\n<set at=\"2026-03-10T07:00:00\" key=\"a\" value=\"1\"/>\n"),
+       "f:5:1: time 2026-03-10T07:00:00 is earlier than the step before"},  // a skipped step's time counts
   };
   for (const auto& [text, expected] : cases) {
     fw::CstaTrace read;
@@ -78,6 +79,26 @@ TEST(CstaTrace, RefusesEachFaultNamingItsPlace) {
     EXPECT_EQ(error.substr(0, expected.size()), expected) << text;
     EXPECT_TRUE(read.steps.empty());
   }
+}
+
+// Standard events the journal does not act on are steps like any other; documents that are no
+// CSTA event are left out with a notice naming their place, as the switch link skips them.
+TEST(CstaTrace, SkipsDocumentsThatAreNoEventsNotingTheirPlaces) {
+  const std::string at = "<event at=\"2026-03-10T08:00:00\">";
+  const std::string text =
+      trace(at + "\n <HeldEvent xmlns=\"" + kEd6 + "\"><heldConnection><callID>FF01</callID>" +
+            "</heldConnection></HeldEvent></event>\n" + at + "<c:DeliveredEvent xmlns:c=\"urn:other\"/></event>\n" +
+            at + "<MonitorStartResponse/></event>\n" + at + kCleared + "</event>\n");
+  fw::CstaTrace read;
+  std::string error;
+  ASSERT_TRUE(fw::readCstaTrace(text, "f", read, error)) << error;
+  ASSERT_EQ(read.steps.size(), 2u);
+  EXPECT_EQ(read.steps[0].eventName, "HeldEvent");
+  EXPECT_EQ(read.steps[1].eventName, "ConnectionClearedEvent");
+  ASSERT_EQ(read.skipped.size(), 2u);
+  EXPECT_EQ(std::make_tuple(read.skipped[0].line, read.skipped[0].column, read.skipped[0].what),
+            std::make_tuple(5, 33, std::string("'DeliveredEvent' is not a CSTA event the journal reads; skipped")));
+  EXPECT_EQ(std::make_pair(read.skipped[1].line, read.skipped[1].column), std::make_pair(6, 33));
 }
 
 }  // namespace

@@ -6,8 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "LogCapture.h"
 #include "framework/CstaEvents.h"
 #include "framework/CstaXml.h"
+#include "framework/Utf8.h"
 
 using namespace csta_xml;
 
@@ -87,7 +89,7 @@ TEST(CstaValuesTest, CausesAndLocalStates) {
   expect(parseEventCause,
          "activeParticipation=1 callForwardNoAnswer=8 callForward=9 voiceUnitInitiator=34 dTMFDigitDetected=39 "
          "normalClearing=48 aCDBusy=57 normal=78 unauthorisedBearerService=87 NORMALCLEARING=48 0=0 112=112 "
-         "badURI=-1 =-1 -3=-1");
+         "badURI=-1 =-1 -3=-1 127=127 128=-1 255=-1 65536=-1 999999999=-1");
   expect(parseLocalConnectionState,
          "null=0 initiated=1 alerting=2 connected=3 hold=4 queued=5 fail=6 3=3 7=-1 ringing=-1");
 }
@@ -251,7 +253,7 @@ TEST(CstaEventParseTest, EditionNamespacesAndOtherDocuments) {
       {"x:" + ev + " xmlns:x" + kEcma.substr(6) + "4\"", "x:" + ev, yes},
       {ev + " xmlns=\"urn:other:protocol\"", ev, no},
       {ev + kEcma + "7\"", ev, no},
-      {"HeldEvent" + kEcma + "3\"", "HeldEvent", no}};
+      {"MonitorStartResponse" + kEcma + "3\"", "MonitorStartResponse", no}};
   for (const auto& [open, close, kind] : cases) {
     const std::string xml = "<" + open + ">" + body + "</" + close + ">";
     const CstaParseResult result = parseCstaEvent(xml);
@@ -267,6 +269,172 @@ TEST(CstaEventParseTest, EditionNamespacesAndOtherDocuments) {
     const CstaParseResult result = parseCstaEvent(broken);
     EXPECT_TRUE(result.kind == CstaParseResult::Malformed && !result.error.empty()) << broken;
   }
+}
+
+// Names the handler each event reached.
+class HandlerRecorder : public CSTAEventObserverBase {
+ public:
+  std::vector<std::string> handled;
+#define RECORD(Handler, Class) \
+  void handleCSTA##Handler(Class*) override { handled.push_back(#Handler); }
+  RECORD(ServiceInitiatedEvent, CSTAServiceInitiatedEvent)
+  RECORD(BridgedEvent, CSTABridgedEvent)
+  RECORD(HeldEvent, CSTAHeldEvent)
+  RECORD(RetrievedEvent, CSTARetrievedEvent)
+  RECORD(NetworkReachedEvent, CSTANetworkReachedEvent)
+  RECORD(ConferenceMembershipEvent, CSTAConferenceMembershipEvent)
+  RECORD(ButtonPressEvent, CSTAButtonPressEvent)
+  RECORD(ButtonInformationEvent, CSTAButtonInformationEvent)
+  RECORD(DisplayUpdatedEvent, CSTADisplayUpdatedEvent)
+  RECORD(ServiceCompletionFailureEvent, CSTAServiceCompletionFailureEvent)
+  RECORD(SwitchingFunctionDevices, CSTASwitchingFunctionDevicesEvent)
+  RECORD(BackInServiceEvent, CSTABackInServiceEvent)
+  RECORD(OutOfServiceEvent, CSTAOutOfServiceEvent)
+  RECORD(MonitorStopEvent, CSTAMonitorStopEvent)
+  RECORD(MessageWaitingEvent, CSTAMessageWaitingEvent)
+  RECORD(ForwardingEvent, CSTAForwardingEvent)
+  RECORD(DoNotDisturbEvent, CSTADoNotDisturbEvent)
+  RECORD(AgentLoggedOnEvent, CSTAAgentLoggedOnEvent)
+  RECORD(AgentLoggedOffEvent, CSTAAgentLoggedOffEvent)
+  RECORD(AgentReadyEvent, CSTAAgentReadyEvent)
+  RECORD(AgentNotReadyEvent, CSTAAgentNotReadyEvent)
+  RECORD(AgentWorkingAfterCallEvent, CSTAAgentWorkingAfterCallEvent)
+  RECORD(BusyLampFieldEvent, CSTABusyLampFieldEvent)
+#undef RECORD
+};
+
+// The values every event shares through its parts, as one text: "call@device dev=... on lcs= cause=".
+std::string common(const CSTAEvent& e) {
+  std::string out;
+  if (const auto* c = dynamic_cast<const CSTAConnectionPart*>(&e))
+    out += c->getConnection().callId + "@" + c->getConnection().device.number;
+  if (const auto* d = dynamic_cast<const CSTADevicePart*>(&e)) {
+    std::string number, name;
+    d->getDevice(number, name);
+    out += " dev=" + number;
+  }
+  if (const auto* a = dynamic_cast<const CSTAAgentPart*>(&e)) out += " agent=" + a->getAgentID();
+  if (const auto* o = dynamic_cast<const CSTAOnOffPart*>(&e)) out += o->isOn() ? " on" : " off";
+  if (const auto* l = dynamic_cast<const CSTALocalConnectionPart*>(&e))
+    out += " lcs=" + std::to_string(l->getLocalConnectionInfo());
+  if (const auto* c = dynamic_cast<const CSTACausePart*>(&e)) out += " cause=" + std::to_string(c->getCause());
+  return out;
+}
+
+// Every event of the observer's handler list that the journal leaves to the empty default
+// handler is read and reaches its own handler, so that recordings holding them are replayed.
+TEST(CstaEventParseTest, EveryHandlerListEventReachesItsHandler) {
+  const std::string lcs = "<localConnectionInfo>hold</localConnectionInfo><cause>newCall</cause>";
+  const std::string agent = dev("agentDevice", "2001") + "<agentID>A7</agentID>";
+  const std::tuple<std::string, std::string, std::string, std::string> cases[] = {
+      {"ServiceInitiatedEvent",
+       conn("initiatedConnection", "FF000100000000002D65C85C1C750000", "2001") + dev("initiatingDevice", "2001") + lcs,
+       "ServiceInitiatedEvent", "FF000100000000002D65C85C1C750000@2001 lcs=4 cause=22"},
+      {"BridgedEvent", conn("bridgedConnection", "61") + dev("bridgedAppearance", "2002") + lcs, "BridgedEvent",
+       "61@2002 lcs=4 cause=22"},
+      {"HeldEvent", conn("heldConnection", "62") + dev("holdingDevice", "sip:2001@pbx") + lcs, "HeldEvent",
+       "62@2001 lcs=4 cause=22"},
+      {"RetrievedEvent", conn("retrievedConnection", "63", "2001") + lcs, "RetrievedEvent", "63@2001 lcs=4 cause=22"},
+      {"NetworkReachedEvent",
+       conn("outboundConnection", "64") + dev("networkInterfaceUsed", "9") + dev("callingDevice", "2001") +
+           dev("calledDevice", "0301234") + lcs,
+       "NetworkReachedEvent", "64@9 lcs=4 cause=22"},
+      {"ConferenceMembershipEvent", conn("connection", "65", "2001") + "<cause>conference</cause>",
+       "ConferenceMembershipEvent", "65@2001 cause=63"},
+      {"ButtonPressEvent", dev("device", "2001") + "<button>12</button>", "ButtonPressEvent", " dev=2001"},
+      {"ButtonInformationEvent", dev("device", "2001") + "<button>12</button><buttonLabel>Line 2</buttonLabel>",
+       "ButtonInformationEvent", " dev=2001"},
+      {"DisplayUpdatedEvent", dev("device", "2001") + "<contentsOfDisplay>Call from 555</contentsOfDisplay>",
+       "DisplayUpdatedEvent", " dev=2001"},
+      {"ServiceCompletionFailureEvent",
+       "<primaryCall><deviceID>2001</deviceID>" + conn("connectionID", "66", "2001") +
+           "<localConnectionState>connected</localConnectionState></primaryCall><cause>maintenance</cause>",
+       "ServiceCompletionFailureEvent", "66@2001 lcs=3 cause=19"},
+      {"SwitchingFunctionDevices",
+       "<deviceList><deviceEntry><deviceID>2001</deviceID></deviceEntry><deviceEntry><deviceID>2002</deviceID>"
+       "</deviceEntry></deviceList>",
+       "SwitchingFunctionDevices", ""},
+      {"BackInServiceEvent", dev("device", "2001") + "<cause>maintenance</cause>", "BackInServiceEvent",
+       " dev=2001 cause=19"},
+      {"OutOfServiceEvent", dev("device", "2001") + "<cause>maintenance</cause>", "OutOfServiceEvent",
+       " dev=2001 cause=19"},
+      {"MonitorStop", "", "MonitorStopEvent", " cause=-1"},
+      {"MessageWaitingEvent", dev("targetDevice", "2001") + "<messageWaitingOn>true</messageWaitingOn>",
+       "MessageWaitingEvent", " dev=2001 on"},
+      {"ForwardingEvent",
+       dev("device", "2001") + "<forwardingType>forwardNoAns</forwardingType><forwardStatus>true</forwardStatus>"
+                               "<forwardTo>2050</forwardTo>",
+       "ForwardingEvent", " dev=2001 on"},
+      {"DoNotDisturbEvent", dev("device", "2001") + "<doNotDisturbOn>false</doNotDisturbOn>", "DoNotDisturbEvent",
+       " dev=2001 off"},
+      {"AgentLoggedOnEvent", agent, "AgentLoggedOnEvent", " dev=2001 agent=A7"},
+      {"AgentLoggedOffEvent", agent, "AgentLoggedOffEvent", " dev=2001 agent=A7"},
+      {"AgentReadyEvent", agent, "AgentReadyEvent", " dev=2001 agent=A7"},
+      {"AgentNotReadyEvent", agent, "AgentNotReadyEvent", " dev=2001 agent=A7"},
+      {"AgentWorkingAfterCallEvent", agent, "AgentWorkingAfterCallEvent", " dev=2001 agent=A7"},
+      {"BusyLampFieldEvent", dev("device", "2009") + "<localConnectionInfo>alerting</localConnectionInfo>",
+       "BusyLampFieldEvent", " dev=2009 lcs=2"},
+  };
+  for (const auto& [element, body, handler, values] : cases) {
+    const CstaParseResult result = parseCstaEvent(doc(element, body));
+    ASSERT_EQ(result.kind, CstaParseResult::Event) << element;
+    EXPECT_EQ(result.monitorCrossRefId, "77") << element;
+    HandlerRecorder recorder;
+    result.event->dispatch(recorder);
+    EXPECT_EQ(recorder.handled, std::vector<std::string>{handler}) << element;
+    EXPECT_EQ(common(*result.event), values) << element;
+    CSTAEventObserverBase defaults;  // the framework's handlers do nothing
+    result.event->dispatch(defaults);
+  }
+  const auto& devices = parsed<CSTASwitchingFunctionDevicesEvent>(
+      doc("SwitchingFunctionDevices",
+          "<deviceList><deviceEntry><deviceID>2001</deviceID></deviceEntry><deviceEntry>"
+          "<deviceID>2002</deviceID></deviceEntry></deviceList>"));
+  EXPECT_EQ(devices.getDeviceList(), (std::vector<std::string>{"2001", "2002"}));
+  const auto& forwarding = parsed<CSTAForwardingEvent>(
+      doc("ForwardingEvent", "<forwardingType>forwardNoAns</forwardingType><forwardTo>2050</forwardTo>"));
+  EXPECT_EQ(forwarding.getForwardingType() + " " + forwarding.getForwardTo(), "forwardNoAns 2050");
+  EXPECT_EQ(parsed<CSTADisplayUpdatedEvent>(doc("DisplayUpdatedEvent", "<contentsOfDisplay>Hi</contentsOfDisplay>"))
+                .getContentsOfDisplay(),
+            "Hi");
+  const auto& button = parsed<CSTAButtonInformationEvent>(
+      doc("ButtonInformationEvent", "<button>12</button><buttonLabel>Line 2</buttonLabel>"));
+  EXPECT_EQ(button.getButtonID() + " " + button.getButtonLabel(), "12 Line 2");
+}
+
+// Party texts from the switch are kept as well-formed UTF-8 of at most kMaxPartyTextBytes; a cut
+// is logged with what was cut.
+TEST(CstaEventParseTest, PartyTextsAreRepairedAndCut) {
+  LogCapture log;
+  const std::string R = fw::utf8::kReplacement;
+  std::string longName;
+  for (int i = 0; i < 300; ++i) longName += "\xC3\xA9";  // é, two bytes
+  const std::string longNumber(1000, '7');
+  using C = CSTADeliveredEvent;
+  const C& d = parsed<C>(
+      doc("DeliveredEvent", conn("connection", "7\xFF", "2001") + dev("alertingDevice", "2001;displayName=M%FCller") +
+                                dev("callingDevice", ("N&lt;" + longNumber + "&gt;;displayName=" + longName).c_str()) +
+                                dev("calledDevice", "\"Bo &#1;Ek\xE2\x82\" &lt;sip:2002@pbx&gt;") +
+                                "<extensions><privateData><private><callStatus>Missed\xC0\xAF</callStatus></private>"
+                                "</privateData></extensions>"));
+  EXPECT_EQ(d.getCallID(), "7" + R);
+  EXPECT_EQ(party(d, &C::getAlertingDevice), (CSTADeviceID{"2001", "M" + R + "ller"}));
+  EXPECT_EQ(party(d, &C::getCalledDevice), (CSTADeviceID{"2002", "Bo " + R + "Ek" + R}));
+  EXPECT_EQ(d.getPrivateData(), "Missed" + R + R);
+  const CSTADeviceID calling = party(d, &C::getCallingDevice);
+  EXPECT_EQ(calling.number, longNumber.substr(0, kMaxPartyTextBytes));
+  EXPECT_EQ(calling.name, longName.substr(0, kMaxPartyTextBytes));
+  EXPECT_TRUE(log.contains("DeliveredEvent: a party text of 1000 bytes cut to 256", fw::kLogNotable));
+  EXPECT_TRUE(log.contains("DeliveredEvent: a party text of 600 bytes cut to 256", fw::kLogNotable));
+
+  const auto& p = parsed<CSTAPrivateEvent>(doc(
+      "PrivateEvent",
+      "<privateData><private><callLogEntry><action>add</action><logTarget>missed</logTarget>"
+      "<subscriberNumber>" +
+          longNumber + "</subscriberNumber><name>" + longName + "\xFF</name></callLogEntry></private></privateData>"));
+  const CallLogEntryEvent& entry = p.getCallLogEntry();
+  EXPECT_EQ(entry.subscriberNumber.size(), kMaxPartyTextBytes);
+  EXPECT_EQ(entry.field(CallLogEntryEvent::FIELD_NAME).text, longName.substr(0, kMaxPartyTextBytes));
 }
 
 }  // namespace

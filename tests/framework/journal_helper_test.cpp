@@ -20,8 +20,8 @@ template <class Info>
 Info makeInfo(const std::string& t, int n) {
   Info info;
   int k = 100 + n;
-  for (std::string* text : {&info.entryId, &info.number, &info.connectedNumber, &info.connectedSurname,
-                            &info.connectedFirstname})
+  for (std::string* text :
+       {&info.entryId, &info.number, &info.connectedNumber, &info.connectedSurname, &info.connectedFirstname})
     *text = field(t, k++);
   info.timeDate = "2024-03-0" + std::to_string(n + 1) + "T10:11:12";
   info.logTarget = CallLogEntryEvent::LT_DIALLED_OTHER;
@@ -71,14 +71,14 @@ Item makeItem(const std::string& t, int n = 0) {
 template <class Item>
 struct Ops;
 using S = std::string;
-#define JOURNAL_OPS(Item, Name, Plural)                                                                     \
-  template <>                                                                                               \
-  struct Ops<Item> {                                                                                        \
-    static S body(const Item& i, bool d) { return H::createXML##Name##ItemBody(i, d); }                     \
-    static void append(const Item& i, S& t, bool d) { H::createXML##Name##ItemBody(i, t, d); }              \
-    static bool parseList(const S& r, std::deque<Item>& l) { return H::parseXML##Name##List(r, l); }        \
-    static S resp(const std::deque<Item>& l) { return H::respGet##Name##List(l); }                          \
-    static S obs(const Item& i, const S& id, int a) { return H::obsReq##Plural(i, id, a); }                 \
+#define JOURNAL_OPS(Item, Name, Plural)                                                                      \
+  template <>                                                                                                \
+  struct Ops<Item> {                                                                                         \
+    static S body(const Item& i, bool d) { return H::createXML##Name##ItemBody(i, d); }                      \
+    static void append(const Item& i, S& t, bool d) { H::createXML##Name##ItemBody(i, t, d); }               \
+    static bool parseList(const S& r, std::deque<Item>& l) { return H::parseXML##Name##List(r, l); }         \
+    static S resp(const std::deque<Item>& l) { return H::respGet##Name##List(l); }                           \
+    static S obs(const Item& i, const S& id, int a) { return H::obsReq##Plural(i, id, a); }                  \
     static bool parseObs(const S& m, Item& i, S& id, int& a) { return H::parseObsReq##Plural(m, i, id, a); } \
   };
 JOURNAL_OPS(MissedCallItem, MissedCall, MissedCallsUpdate)
@@ -89,10 +89,16 @@ JOURNAL_OPS(CallBackItem, CallBack, CallBacksUpdate)
 #undef JOURNAL_OPS
 
 // Texts that break naive XML handling.
-const std::vector<std::string> kNastyTexts = {
-    "", " ", "  leading and trailing  ", "<surname>&amp;</surname>", "a < b > c & d \" e ' f", "]]> <![CDATA[ x ]]>",
-    "line one\nline two\r\nline three\r\ttab\t", "M\xC3\xBCller \xE6\x97\xA5 \xF0\x9F\x93\x9E", "&#60; &lt; &unknown;",
-    std::string(100000, 'x') + "<&>" + std::string(1000, ' ')};
+const std::vector<std::string> kNastyTexts = {"",
+                                              " ",
+                                              "  leading and trailing  ",
+                                              "<surname>&amp;</surname>",
+                                              "a < b > c & d \" e ' f",
+                                              "]]> <![CDATA[ x ]]>",
+                                              "line one\nline two\r\nline three\r\ttab\t",
+                                              "M\xC3\xBCller \xE6\x97\xA5 \xF0\x9F\x93\x9E",
+                                              "&#60; &lt; &unknown;",
+                                              std::string(100000, 'x') + "<&>" + std::string(1000, ' ')};
 
 // A store read reply holding `entries` (ENTRY fields).
 std::string readReply(const std::string& entries) {
@@ -145,8 +151,9 @@ TYPED_TEST(JournalHelperItems, EveryFieldRoundTripsAndMalformedEntriesAreSkipped
 }
 
 TEST(JournalHelperMessages, XmlValuesStoreMessagesMethodCodesRepliesAndCountsParseBackAndGarbageIsRefused) {
-  const std::string xml = "<settings><group><callLogEnabled>  true </callLogEnabled></group>"
-                          "<callLogEnabled>false</callLogEnabled><missedLogging/></settings>";
+  const std::string xml =
+      "<settings><group><callLogEnabled>  true </callLogEnabled></group>"
+      "<callLogEnabled>false</callLogEnabled><missedLogging/></settings>";
   std::string value = "unchanged", empty = "x";
   EXPECT_TRUE(H::getXMLValue(xml, H::CALL_LOG_ENABLED, value) && value == "  true ");  // the first one
   EXPECT_TRUE(H::getXMLValue(xml, H::MISSED_LOGGING, empty) && empty.empty());
@@ -191,6 +198,23 @@ TEST(JournalHelperMessages, XmlValuesStoreMessagesMethodCodesRepliesAndCountsPar
   for (const char* bad : {"", "-1", "4294967296", "3x"})
     EXPECT_FALSE(H::parseObsReqMissedCallsCountUpdate(op + "<count>" + bad + "</count></journalEvent>", n)) << bad;
   EXPECT_EQ(n, 5u);
+}
+
+// A number that names no value of its enumeration (a log target of 200, a number type of -1) makes
+// the item unreadable, as a malformed field does: no such value reaches an entry.
+TEST(JournalHelperEnumerations, NumbersOutsideAnEnumerationAreRefused) {
+  const auto missed = [](const std::string& attribute) {
+    MissedCallItem item;
+    return H::parseXMLItemBody(
+        "<missedCall><entryId>E</entryId><callInfos><callInfo " + attribute + "/></callInfos></missedCall>", item);
+  };
+  EXPECT_TRUE(missed("logTarget=\"6\" numberPresentation=\"2\" numberType=\"4\""));
+  for (const char* bad : {"logTarget=\"7\"", "logTarget=\"200\"", "numberPresentation=\"3\"", "numberType=\"-1\"",
+                          "timeFormat=\"2\"", "connectedNumberType=\"2147483647\""})
+    EXPECT_FALSE(missed(bad)) << bad;
+  CallBackItem callBack;
+  EXPECT_FALSE(
+      H::parseXMLItemBody("<callBack><entryId>E</entryId><callBackState>9</callBackState></callBack>", callBack));
 }
 
 }  // namespace

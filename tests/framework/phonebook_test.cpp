@@ -45,7 +45,7 @@ class Phonebook : public ::testing::Test {
   LogCapture log;
 };
 
-TEST_F(Phonebook, CsvReadsQuotedUtf8FieldsAndSkipsEachMalformedLineNamingIt) {
+TEST_F(Phonebook, CsvReadsQuotedUtf8FieldsRepairsOtherTextAndSkipsEachMalformedLineNamingIt) {
   const std::string path = write("book.csv",
                                  "\xEF\xBB\xBFSurname, First Name ,Phone,Type,Photo,Company\r\n"
                                  "\"Lindqvist, Jr.\",\"Åsa \"\"Ace\"\"\",+46 8 555 010 20,Mobile,pics/a.png,\r\n"
@@ -54,19 +54,21 @@ TEST_F(Phonebook, CsvReadsQuotedUtf8FieldsAndSkipsEachMalformedLineNamingIt) {
                                  "Plain,Z,555 3,fax,,\r\nTwice,W,5553,,,\r\nLatin1,\xE5sa,555 6,,,\r\n"
                                  "\"Open,Q,555 4,,,\r\nLast,R,555 5,,,\r\nStray \"quote,S,555 7,,,\r\n"
                                  "\"Unclosed,T,555 8,,,\r\n");
-  EXPECT_EQ(book.load(path, error), Loaded(7)) << error;
+  EXPECT_EQ(book.load(path, error), Loaded(6)) << error;
   EXPECT_EQ(find("+4685550102 0"), "Lindqvist, Jr.|Åsa \"Ace\"|2|pics/a.png");
   EXPECT_EQ(find("03055577"), "Nakamura|Kenji|2|");
-  EXPECT_EQ(find("5553"), "Plain|Z|4|");  // unknown type is other; the first of two equal numbers is kept
-  EXPECT_EQ(find("5555"), "Last|R|4|");   // a stray opening quote does not swallow the lines after it
-  for (const char* skipped : {"5551", "5552", "5554", "5556", "5557", "5558"}) EXPECT_EQ(find(skipped), "unknown");
-  EXPECT_EQ(book.size(), 4u);
+  EXPECT_EQ(find("5553"), "Plain|Z|4|");                // unknown type is other; the first of two equal numbers is kept
+  EXPECT_EQ(find("5555"), "Last|R|4|");                 // a stray opening quote does not swallow the lines after it
+  EXPECT_EQ(find("5556"), "Latin1|\xEF\xBF\xBDsa|4|");  // a Latin-1 byte: U+FFFD in its place
+  for (const char* skipped : {"5551", "5552", "5554", "5557", "5558"}) EXPECT_EQ(find(skipped), "unknown");
+  EXPECT_EQ(book.size(), 5u);
   for (const char* line :
        {":5: expected 6 fields, found 5", ":6: misplaced quote character", ":7: '555-CALL' is not a telephone number",
-        ":11: text is not UTF-8", ":12: quoted field is not closed properly (misplaced quote at line 14)",
-        ":14: misplaced quote character", ":15: quoted field is not closed"})
+        ":12: quoted field is not closed properly (misplaced quote at line 14)", ":14: misplaced quote character",
+        ":15: quoted field is not closed"})
     EXPECT_TRUE(log.contains(path + line, fw::kLogError)) << line;
-  for (const char* line : {":9: unknown number type 'fax'", ":10: number 5553 is listed at line 9 already"})
+  for (const char* line : {":9: unknown number type 'fax'", ":10: number 5553 is listed at line 9 already",
+                           ":11: text is not UTF-8, shown with U+FFFD"})
     EXPECT_TRUE(log.contains(path + line, fw::kLogNotable)) << line;
 }
 
@@ -77,7 +79,8 @@ TEST_F(Phonebook, VCardUnfoldsLinesAndFindsEveryNumberOfACardWithItsType) {
       "item1.TEL;TYPE=WORK,VOICE:+34 91 555\r\n  01 23\r\nTEL;TYPE=cell;TYPE=work:+34 600 555 123\r\n"
       "TEL;HOME:+34 91 555 99 99\r\nPHOTO;VALUE=uri:http://pictures.example/\r\n\tmaria.jpg\r\nEND:VCARD\r\n"
       "BEGIN:VCARD\nVERSION:4.0\nFN:Front Desk\\, North\nTEL;VALUE=uri;TYPE=\"voice,home\":tel:+1-555-0100;ext=7\n"
-      "PHOTO:data:image/png;base64,AAAA\nEND:VCARD\nNOTE:stray\nBEGIN:VCARD\nN:Unfinished;Card\nTEL:555 0199\n");
+      "PHOTO:data:image/png;base64,AAAA\nEND:VCARD\nNOTE:stray\nBEGIN:VCARD\nN:Unfinished;Card\nTEL:555 0199\n"
+      "BEGIN:VCARD\nN:M\xFCller;Jan\nTEL:555 0177\nEND:VCARD\n");
   EXPECT_EQ(book.load(path, error), Loaded(2)) << error;
   const std::string maria = "Fernández|María José|", photo = "|http://pictures.example/maria.jpg";
   EXPECT_EQ(find("+34915550123"), maria + "1" + photo);
@@ -85,8 +88,10 @@ TEST_F(Phonebook, VCardUnfoldsLinesAndFindsEveryNumberOfACardWithItsType) {
   EXPECT_EQ(find("+34915559999"), maria + "3" + photo);   // a bare 2.1 type
   EXPECT_EQ(find("+15550100"), "Front Desk, North||3|");  // FN stands in for N; inline photos are not kept
   EXPECT_EQ(find("5550199"), "unknown");
+  EXPECT_EQ(find("5550177"), "M\xEF\xBF\xBDller|Jan|4|");
   EXPECT_TRUE(log.contains(path + ":18: property outside BEGIN:VCARD", fw::kLogError));
   EXPECT_TRUE(log.contains(path + ":19: card has no END:VCARD", fw::kLogError));
+  EXPECT_TRUE(log.contains(path + ":23: text is not UTF-8, shown with U+FFFD", fw::kLogNotable));
 }
 
 TEST(FilePhonebook, NumbersMatchHoweverTheyAreWritten) {

@@ -7,7 +7,8 @@
 #pragma GCC visibility push(default)
 
 // Why an event happened, numbered as ECMA-285 numbers its causes. An event keeps the number the
-// switch sent, also one without a name here (some switches send 0).
+// switch sent, also one without a name here (some switches send 0, later editions go up to 121),
+// up to kHighestEventCauseNumber.
 enum CSTAEventCause {
   EC_NONE = -1,                            // the event carries no cause
   EC_ACTIVE_PARTICIPATION = 1,             // a party joined the call and takes part in it
@@ -100,6 +101,10 @@ enum CSTAEventCause {
   EC_SUSPEND = 86,                         // the call was suspended
   EC_UNAUTHORISED_BEARER_SERVICE = 87      // the bearer service is not allowed for this party
 };
+
+// The highest cause number an event keeps. The enumeration's values (-1 to 87) make it hold -128
+// to 127; a higher number cannot be held and is taken as no known cause (EC_NONE).
+inline constexpr int kHighestEventCauseNumber = 127;
 
 // State of the monitored device's connection after the event (ECMA-269 localConnectionInfo).
 enum CSTALocalConnectionState {

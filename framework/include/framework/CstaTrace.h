@@ -11,8 +11,10 @@
 // Comments and whitespace may go anywhere. The reader checks the whole trace before it gives any
 // step: well-formed XML, the root element, only `set` and `event` children, an `at` of exactly
 // "YYYY-MM-DDThh:mm:ss" on every step with times never going backwards, `set` with a non-empty
-// `key` and a `value`, `event` with exactly one element child that csta_xml::parseCstaEvent reads
-// as an event.
+// `key` and a `value`, `event` with exactly one element child. An event document that
+// csta_xml::parseCstaEvent does not read as an event is no fault: it is left out and noted in
+// `skipped`, as the switch link skips it. Nothing is walked recursively: events may nest as deep
+// as the file allows.
 #pragma once
 
 #include <cstdint>
@@ -33,12 +35,21 @@ struct CstaTraceStep {
   int line = 0, column = 0;  // where the step starts in the file (its '<'), 1-based
 };
 
+// An `event` step whose document is no CSTA event the parser reads (a response, an error
+// answer, a vendor's own document, an element outside the ECMA-323 namespaces): left out of the
+// steps, as the link skips such documents, and noted with its place.
+struct CstaTraceNotice {
+  std::string what;
+  int line = 0, column = 0;
+};
+
 struct CstaTrace {
   std::vector<CstaTraceStep> steps;
+  std::vector<CstaTraceNotice> skipped;
 };
 
 // Reads and checks a whole trace. On any fault returns false with "<origin>:<line>:<column>: <what
-// is wrong>" in `error` and leaves `trace` empty.
+// is wrong>" in `error` and leaves `trace` empty (steps and notices).
 bool readCstaTrace(const std::string& text, const std::string& origin, CstaTrace& trace, std::string& error);
 // The same for the file at `path` (the path is the origin); an unreadable file is a fault too.
 bool readCstaTraceFile(const std::string& path, CstaTrace& trace, std::string& error);

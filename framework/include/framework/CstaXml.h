@@ -26,6 +26,10 @@ constexpr std::size_t kFrameHeaderSize = 8;
 constexpr int kEventInvokeId = 9999;
 // Largest frame (header included) a decoder accepts unless told otherwise.
 constexpr std::size_t kDefaultMaxFrameSize = 1024 * 1024;
+// Most bytes a number, name or other party text from the switch keeps: longer ones are cut at a
+// character boundary (logged at level 4), so that entries and the replies that carry a full list
+// stay bounded whatever the switch sends.
+constexpr std::size_t kMaxPartyTextBytes = 256;
 
 struct CstaFrame {
   int invokeId = 0;

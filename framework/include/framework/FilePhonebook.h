@@ -31,12 +31,13 @@
 // as the switch reports them.
 //
 // Malformed lines (a quoting error, a row whose field count differs from the header's, a number
-// with letters, text that is not UTF-8, a vCard property outside a card or without ':', a card
-// without END:VCARD) are skipped; each is logged under "Phonebook" at level 2 as
-// "<file>:<line>: <what>" and counted. The rest of the file is used. A file that cannot be used
-// at all (unreadable, a CSV header without a number column) is refused and the contacts held
-// before are kept. When two lines give the same number the first is kept and the second is
-// logged at level 4.
+// with letters, a vCard property outside a card or without ':', a card without END:VCARD) are
+// skipped; each is logged under "Phonebook" at level 2 as "<file>:<line>: <what>" and counted.
+// The rest of the file is used. A file that cannot be used at all (unreadable, a CSV header
+// without a number column) is refused and the contacts held before are kept. When two lines give
+// the same number the first is kept and the second is logged at level 4. Text that is not UTF-8
+// (a file saved as Latin-1) is kept with U+FFFD in place of each bad sequence, so that names
+// reach the lists and replies as well-formed text; such a line is logged at level 4.
 //
 // Thread-safe. Look-ups copy the index pointer under m_mutex (shared) and search without it;
 // load() and reload() build the new index without the lock and take it (exclusive) only to swap

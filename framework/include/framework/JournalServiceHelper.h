@@ -162,12 +162,13 @@ class JournalServiceHelper {
   static void addXMLHeaderFooter(std::string& message, const std::string& table);
 
   // Text of the first element named `tag` (document order, any depth). False when the text is
-  // not well-formed XML or holds no such element.
+  // not well-formed XML or holds no such element. Texts read from a message are well-formed
+  // UTF-8 (fw::utf8::sanitize): a client's bytes never reach the lists or a reply raw.
   static bool getXMLValue(const std::string& xml, const char* tag, std::string& value);
   // As getXMLValue, and removes that element from `xml` (which is then written out again).
   static bool getAndRemoveXMLValue(std::string& xml, const char* tag, std::string& value);
-  // The texts of every element named `tag`, in document order, appended to `values`: one parse
-  // however many there are. False when `xml` is not well-formed.
+  // The texts of every element named `tag`, in document order, from one reading of `xml`
+  // (appended to `values`). False when the text is not well-formed XML.
   static bool getXMLValues(const std::string& xml, const char* tag, std::vector<std::string>& values);
   // Unique id of the row written, from the store's reply to a write or update. Without one,
   // `id` is emptied and the answer is false.

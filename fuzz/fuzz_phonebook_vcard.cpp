@@ -1,0 +1,7 @@
+// Fuzz target: a vCard phonebook file (see PhonebookTarget.h).
+#include "PhonebookTarget.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  fuzz::loadPhonebook(data, size, ".vcf");
+  return 0;
+}

@@ -1,0 +1,165 @@
+// Outside input that real switches and clients produce, or that a hostile one could: standard
+// events the journal does not act on, documents that are no event, deep nesting, bytes that are
+// not UTF-8. The programs run as a user runs them: calljournal replay on trace files, and
+// calljournald with stacks of 2 MB per thread, as on the phone, fed by the switch simulator.
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "DaemonFixture.h"
+#include "SmallStack.h"
+#include "framework/Utf8.h"
+
+namespace {
+
+using namespace e2e;
+
+const std::string kNs = " xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed4\"";
+
+// A command run with the stack limit of the phone's threads (2 MB), which also sets the default
+// stack of every thread the program starts.
+std::vector<std::string> withPhoneStacks(std::vector<std::string> argv) {
+  argv.insert(argv.begin(), {"/bin/sh", "-c", "ulimit -s 2048 && exec \"$0\" \"$@\""});
+  return argv;
+}
+
+class TraceReplayTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/journal-replay-XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    dir = pattern;
+  }
+  void TearDown() override { std::system(("rm -rf '" + dir + "'").c_str()); }
+
+  // Writes a trace of `events`, one step a second from 08:00:00.
+  std::string writeTrace(const std::vector<std::string>& events) {
+    const std::string path = dir + "/trace.xml";
+    std::ofstream out(path);
+    out << "<cstaTrace>\n";
+    for (size_t i = 0; i < events.size(); ++i)
+      out << "  <event at=\"2026-03-10T08:00:" << (i < 10 ? "0" : "") << i << "\">" << events[i] << "</event>\n";
+    out << "</cstaTrace>\n";
+    return path;
+  }
+  Subprocess::Result replay(const std::string& trace, bool json) {
+    std::vector<std::string> argv = {CALLJOURNAL_PATH, "replay", trace, "--db", dir + "/j.db"};
+    if (json) argv.push_back("--json");
+    return Subprocess::run(withPhoneStacks(argv), 60000);
+  }
+
+  std::string dir;
+};
+
+// A recording of a real switch: the missed call's events among events the journal leaves to the
+// framework's empty handlers, and two documents that are no CSTA event.
+TEST_F(TraceReplayTest, StandardEventsTheJournalDoesNotActOnAreReplayedAndNonEventsSkippedWithANotice) {
+  const std::vector<std::string> call = missedCall("FF000100000000002D65C85C1C750000", "0301234567");
+  const std::string conn = "<callID>77</callID><deviceID>N&lt;3100&gt;</deviceID>";
+  const std::string trace = writeTrace({
+      "<ServiceInitiatedEvent" + kNs + "><monitorCrossRefID/><initiatedConnection>" + conn +
+          "</initiatedConnection><localConnectionInfo>initiated</localConnectionInfo><cause>newCall</cause>"
+          "</ServiceInitiatedEvent>",
+      call[0],
+      "<HeldEvent" + kNs + "><monitorCrossRefID/><heldConnection>" + conn +
+          "</heldConnection><localConnectionInfo>hold</localConnectionInfo></HeldEvent>",
+      "<MonitorStartResponse" + kNs + "><monitorCrossRefID>5</monitorCrossRefID></MonitorStartResponse>",
+      "<RetrievedEvent" + kNs + "><monitorCrossRefID/><retrievedConnection>" + conn +
+          "</retrievedConnection>"
+          "</RetrievedEvent>",
+      "<BridgedEvent" + kNs + "><monitorCrossRefID/><bridgedConnection>" + conn + "</bridgedConnection></BridgedEvent>",
+      "<v:KeepAlive xmlns:v=\"urn:vendor:pbx\"><v:seq>1</v:seq></v:KeepAlive>",
+      call[1],
+      call[2],
+  });
+  const Subprocess::Result text = replay(trace, false);
+  ASSERT_EQ(text.code, 0) << text.err;
+  EXPECT_NE(text.out.find("Replayed 7 events of " + trace), std::string::npos) << text.out;
+  EXPECT_NE(text.out.find("Skipped 2 documents that are not a CSTA event the journal reads:\n  " + trace + ":5:"),
+            std::string::npos)
+      << text.out;
+  EXPECT_NE(text.out.find(trace + ":8:"), std::string::npos) << text.out;
+
+  const Subprocess::Result asJson = replay(trace, true);
+  ASSERT_EQ(asJson.code, 0) << asJson.err;
+  const json lists = json::parse(asJson.out);
+  ASSERT_EQ(lists["missed"].size(), 1u) << asJson.out;
+  EXPECT_EQ(lists["missed"][0]["infos"][0]["number"], "0301234567");
+  EXPECT_NE(asJson.err.find("Skipped 2 documents"), std::string::npos) << asJson.err;
+}
+
+// A trace of some megabytes whose event nests its private data half a million levels deep.
+TEST_F(TraceReplayTest, ADeeplyNestedEventIsReplayedLikeAnyOther) {
+  std::vector<std::string> call = missedCall("FF01", "0301234567");
+  const std::string callStatus =
+      "<extensions><privateData><private>" + nested("v", 500000) + "</private></privateData></extensions>";
+  call[0].insert(call[0].find("</DeliveredEvent>"), callStatus);
+  const Subprocess::Result r = replay(writeTrace(call), true);
+  ASSERT_EQ(r.code, 0) << r.err;
+  const json lists = json::parse(r.out);
+  ASSERT_EQ(lists["missed"].size(), 1u) << r.out;
+  EXPECT_EQ(lists["missed"][0]["infos"][0]["number"], "0301234567");
+}
+
+// The daemon with the phone's 2 MB thread stacks.
+class HostileInputTest : public DaemonTest {
+ protected:
+  void startOnPhoneStacks() {
+    daemon = std::make_unique<Subprocess>(withPhoneStacks({CALLJOURNALD_PATH, "--config", dir + "/calljournald.conf"}));
+    ASSERT_TRUE(daemon->start());
+    ASSERT_TRUE(eventually([&] {
+      fw::JournalClient probe;
+      std::string error;
+      return probe.connect(socket, error);
+    })) << daemon->err();
+    ASSERT_TRUE(sim.waitForRequest("MonitorStart", 15000, ++monitorStarts)) << daemon->err();
+  }
+  bool missedNumbersAre(const std::vector<std::string>& numbers) {
+    const json j = lists();
+    std::vector<std::string> got;
+    for (const auto& e : j["missed"]) got.push_back(e["infos"][0]["number"]);
+    return got == numbers;
+  }
+};
+
+// A frame of nearly a megabyte whose private data nests 140,000 levels deep, and a client request
+// whose entry id does: both are answered and the daemon goes on.
+TEST_F(HostileInputTest, DeepNestingFromTheSwitchAndFromAClientLeavesTheDaemonRunning) {
+  startOnPhoneStacks();
+  std::vector<std::string> deep = missedCall("FF02", "0301111111");
+  deep[0].insert(deep[0].find("</DeliveredEvent>"),
+                 "<extensions><privateData><private>" + nested("v", 140000) + "</private></privateData></extensions>");
+  ASSERT_GT(deep[0].size(), 950000u);
+  for (const std::string& event : deep) ASSERT_TRUE(sim.sendEvent(event));
+  EXPECT_TRUE(eventually([&] { return missedNumbersAre({"0301111111"}); })) << daemon->err();
+
+  std::string request = Helper::createMethodRequest(Helper::DELETE_CALLS, {"no-such-id"});
+  request.insert(request.find("</journalRequest>"), "<entryId>" + nested("x", 140000) + "</entryId>");
+  fw::JournalClient client = connectTo(socket);
+  std::string reply, error;
+  ASSERT_TRUE(client.call(request, reply, error, 30000)) << error << daemon->err();
+  EXPECT_EQ(reply, Helper::respBool(false));  // read and answered: no entry has those ids
+  EXPECT_TRUE(daemon->running());
+  EXPECT_TRUE(missedNumbersAre({"0301111111"}));
+}
+
+// A caller's name with bytes that are not UTF-8 and a name far too long: the entry holds
+// well-formed text of a bounded length, and the lists can be read and printed as JSON.
+TEST_F(HostileInputTest, NamesFromTheSwitchAreWellFormedAndBounded) {
+  startOnPhoneStacks();
+  std::vector<std::string> latin1 = missedCall("FF03", "0302222222");
+  const std::string caller = "N&lt;0302222222&gt;";
+  latin1[0].replace(latin1[0].find(caller), caller.size(), caller + ";displayName=M\xFCller%FF");
+  std::vector<std::string> longName = missedCall("FF04", "0303333333");
+  const std::string other = "N&lt;0303333333&gt;";
+  longName[0].replace(longName[0].find(other), other.size(), other + ";displayName=" + std::string(5000, 'A'));
+  for (const auto* call : {&latin1, &longName})
+    for (const std::string& event : *call) ASSERT_TRUE(sim.sendEvent(event));
+  ASSERT_TRUE(eventually([&] { return missedNumbersAre({"0303333333", "0302222222"}); })) << daemon->err();
+  const json j = lists();
+  const std::string R = fw::utf8::kReplacement;
+  EXPECT_EQ(j["missed"][1]["surname"], "M" + R + "ller" + R);
+  EXPECT_EQ(j["missed"][0]["surname"].get<std::string>().size(), 256u);
+}
+
+}  // namespace
