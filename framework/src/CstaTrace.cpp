@@ -35,16 +35,31 @@ ptrdiff_t offsetOf(const pugi::xml_node& node) {
   return offset > 0 && node.type() == pugi::node_element ? offset - 1 : offset;
 }
 
+// Lines and columns of offsets into a text, asked in increasing order: each question scans on
+// from the last one, so the steps of a long trace cost one pass over it.
+class Positions {
+ public:
+  explicit Positions(const std::string& text) : m_text(text) {}
+  void at(ptrdiff_t offset, int& line, int& column) {
+    const size_t end = offset < 0 ? 0 : std::min(static_cast<size_t>(offset), m_text.size());
+    if (end < m_scanned) m_scanned = m_lineStart = 0, m_line = 1;  // an earlier offset: count again
+    for (; m_scanned < end; ++m_scanned)
+      if (m_text[m_scanned] == '\n') {
+        ++m_line;
+        m_lineStart = m_scanned + 1;
+      }
+    line = m_line;
+    column = static_cast<int>(end - m_lineStart) + 1;
+  }
+
+ private:
+  const std::string& m_text;
+  size_t m_scanned = 0, m_lineStart = 0;
+  int m_line = 1;
+};
+
 void position(const std::string& text, ptrdiff_t offset, int& line, int& column) {
-  line = 1;
-  size_t lineStart = 0;
-  const size_t end = offset < 0 ? 0 : std::min(static_cast<size_t>(offset), text.size());
-  for (size_t i = 0; i < end; ++i)
-    if (text[i] == '\n') {
-      ++line;
-      lineStart = i + 1;
-    }
-  column = static_cast<int>(end - lineStart) + 1;
+  Positions(text).at(offset, line, column);
 }
 
 bool isBlank(const char* text) {
@@ -178,7 +193,8 @@ bool readCstaTrace(const std::string& text, const std::string& origin, CstaTrace
     fault = {offsetOf(doc.document_element()),
              std::string("root element is '") + doc.document_element().name() + "', not 'cstaTrace'"};
   } else if (readSteps(doc.document_element(), steps, offsets, fault)) {
-    for (size_t i = 0; i < steps.size(); ++i) position(text, offsets[i], steps[i].line, steps[i].column);
+    Positions positions(text);
+    for (size_t i = 0; i < steps.size(); ++i) positions.at(offsets[i], steps[i].line, steps[i].column);
     trace.steps = std::move(steps);
     return true;
   }
