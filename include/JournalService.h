@@ -12,8 +12,9 @@
 //   m_dataLock   ->  notifier lock -> list locks   (a management write may delete the lists)
 //   m_callsLock  ->  list locks                    (entries are created inside the event handlers)
 //   m_dialledLock -> m_missedLock                  (a dialled entry may remove the party's missed entry)
-// The store's own lock and m_uniqueIdLock are leaves taken under a list lock (every change is
-// stored at once, and the unique id of the write is kept).
+// The store's own lock, m_uniqueIdLock and the entry ids' lock are leaves taken under a list lock
+// (every change is stored at once, the unique id of the write is kept, and the ids in use follow
+// the entries); m_softwareTypeLock is a leaf too.
 // The notifier is never called while a list lock is held: its lock comes before the list locks,
 // since it reads lists while holding it. Work that notifies computes what observers are told
 // under the list lock, gives the lock, then notifies.
@@ -29,6 +30,7 @@
 #include <string>
 #include <vector>
 
+#include "EntryIds.h"
 #include "JournalServiceIfc.h"
 #include "NumberIndex.h"
 #include "ObserverNotifierIfc.h"
@@ -91,6 +93,7 @@ class JournalService : public Service,
     long endTime = -1;
     bool treatAsIncoming = false;
     bool completedElsewhere = false;
+    long lastEventTime;  // seconds, of the call's last event (its start at first)
   };
 
   // A call that went into a KPX conference: its id and the number of its remote device.
@@ -107,15 +110,16 @@ class JournalService : public Service,
     std::string conferenceCallId;
     std::list<KPXConferencedCallID*> members;
   };
-  // The two calls a SIP switch joined into the conference call `newCallId`, and which ended.
+  // The calls a SIP switch joined into the conference call `newCallId`, in order of joining, and
+  // which of them ended.
   struct SipConference {
+    struct Member {
+      std::string callId;
+      bool cleared = false;
+    };
     std::string newCallId;
-    std::string primaryOldCallId;
-    std::string secondaryOldCallId;
-    bool primaryCleared = false;
-    bool secondaryCleared = false;
+    std::vector<Member> members;
   };
-  static constexpr int kMaxConferences = 2;
 
   // Builds the service; with a null `notifier` it makes its own ObserverNotifier. Owns it either way.
   explicit JournalService(ObserverNotifierIfc* notifier);
@@ -136,6 +140,8 @@ class JournalService : public Service,
   void initWithContext(Context* context);
   Executable* findService(const char* name);
   DigitAnalysisServiceIfc* getDigitAnalysisService() const { return m_pDigitAnalysisSvc; }
+  // The configured software type ("Velmora KPX", "Velmora SIP", ...), from any thread.
+  std::string softwareType() const;
   bool isUsingLumaUX() const;
 
   // ---- Client operations (JournalServiceIfc) ---------------------------------------------------
@@ -217,7 +223,9 @@ class JournalService : public Service,
   // ---- Configuration ------------------------------------------------------------------------------
   // Values of the local management store.
   bool getKVDBValue(const char* tag, std::string& value);
+  // Groups: 1 time zone, 2 daylight saving, 4 system values, 8 the call table's idle limit.
   void readLocalMgmtData(unsigned groups);
+  void readCallRecordMaxIdleHours();
   void observeManageableData(const char* key);
   void initEvents();
   // The journal's own three settings, kept in the store's settings table.
@@ -367,14 +375,17 @@ class JournalService : public Service,
   void handleCSTACallBackEvent(CSTACallBackEvent* event) override;
   void handleCSTASystemStatusEvent(CSTASystemStatusEvent* event) override;
 
-  // An entry of the switch's call log added or deleted (under m_callsLock, at lower priority).
+  // An entry of the switch's call log added or deleted, on a thread of its own at lower priority
+  // that the caller waits for (under m_callsLock there).
   void handleCallLogEntryEvent(CallLogEntryEvent* event);
 
-  // Conferences (the caller holds m_callsLock).
+  // Conferences (the caller holds m_callsLock). KPX conferences live in slots, as many as there are
+  // conferences at once; SIP conferences in records of their own.
   int getNumberOfConferences() const;
-  // The first free slot; false when both are taken.
-  bool getNewConferenceIDIndex(int& index) const;
+  // The first free slot, a new one when all are taken; always true.
+  bool getNewConferenceIDIndex(int& index);
   bool searchConferenceIDIndex(std::string const& conferenceCallId, int& index) const;
+  bool isConferenceMember(int index, const std::string& callId) const;
   bool searchDeviceIDInConference(int index, std::string const& deviceId,
                                   std::list<KPXConferencedCallID*>::iterator& it);
   // Frees the KPX conferences (the SIP record stays).
@@ -385,9 +396,25 @@ class JournalService : public Service,
   bool removeCall(std::string callId);
   void removeAllCalls();
   int getNumberOfCalls() const { return static_cast<int>(m_calls.size()); }
+  // Lets go of the records of calls without an event for the configured hours
+  // ("call-record-max-idle-hours", 4 by default, on the phone's clock), and of conferences none of
+  // whose calls is still tracked: a call whose end the switch never reports would otherwise stay
+  // for good. Runs on a timer of the context every 15 minutes while calls are tracked (on the
+  // timer thread); takes m_callsLock.
+  void sweepIdleCalls();
+  static constexpr int kDefaultCallRecordMaxIdleHours = 4;
+  static constexpr int kCallSweepIntervalMs = 15 * 60 * 1000;
 
   // Entry identifiers and time texts, on the clock service found at init.
+  // The form of an entry id: the time stamp of now, then eight hexadecimal digits of the call id.
   static std::string createEntryId(std::string callNumber);
+  // The 32 bits an entry id takes from a call id as the switch gives it.
+  static uint32_t callIdDigits(const std::string& callId);
+  // "YYYY-MM-DDThh:mm:ssZ" of the phone's local time (the Z is part of the form); empty without a clock.
+  static std::string entryIdStamp();
+  // An id for a new entry (or occurrence) of the call `callId`: its own digits, or the next value
+  // that no entry holds and no other call of this second was given. The CSTA event thread's.
+  std::string newEntryId(const std::string& callId);
   static long getCurrentTimeSec();
   static std::string formatTimeDate(long seconds);
   static std::string formatDuration(long start, long end);
@@ -436,6 +463,9 @@ class JournalService : public Service,
   bool fileDivertedDialledCall(const Call& call);
   bool fileUnknownState(const Call& call);
   bool isSipSwitch() const;
+  // Exactly "Velmora KPX" (the hourly visitor upload runs only there).
+  bool isKpxSoftware() const;
+  void setSoftwareType(const std::string& softwareType);
   // SIP switch with the call log on: its calls are reported another way than a KPX switch's.
   bool sipRoad() const;
   // One onCallEvent for the call `callId` under m_callsLock.
@@ -446,10 +476,12 @@ class JournalService : public Service,
   void trackSipDelivery(const CSTADeliveredEvent& event);
   void markCallMissed(const std::string& callId, const std::string& number, const std::string& name);
   void trackKpxConference(const CSTAConferencedEvent& event);
+  void trackSipConference(const CSTAConferencedEvent& event);
   // The clearing of a conference call ends its member calls; false when it is no conference's.
   bool clearKpxConference(const std::string& callId, const std::string& deviceId);
   bool clearSipConference(const std::string& callId, const std::string& deviceId);
   void endConferencedCall(const std::string& callId);
+  void applyCallLogEntry(const CallLogEntryEvent& event);
   void addServerEntry(const CallLogEntryEvent& event, const std::string& entryId);
   void removeServerEntry(const CallLogEntryEvent& event);
   std::string callBackTimeDate();
@@ -494,7 +526,7 @@ class JournalService : public Service,
   template <class Item, class UnderLock>
   bool eraseEntry(const std::string& entryId, UnderLock underLock);
   template <class Item, class UnderLock>
-  void eraseEntries(const std::set<std::string>& entryIds, UnderLock underLock);
+  bool eraseEntries(const std::set<std::string>& entryIds, UnderLock underLock);
   template <class Item>
   void eraseAllEntries();
   template <class Item>
@@ -505,6 +537,10 @@ class JournalService : public Service,
   void leavingList(const Item& item);
   template <class Item>
   void listChanged();
+  template <class Item>
+  void releaseIdsOf(const std::deque<Item>& list);
+  template <class Item>
+  void holdLoadedIds(std::deque<Item>& list);
   template <class Item>
   void readStoredList();
   template <class Item>
@@ -527,6 +563,8 @@ class JournalService : public Service,
   void changeMonitorFilter();
   void lookUpServices();
   void startAutoSaveTimer();
+  void armCallSweep();  // the caller holds m_callsLock
+  void dropConferencesWithoutCalls();
   void deriveLoggingMode();
   void uploadVisitorCallLog();
 
@@ -544,6 +582,7 @@ class JournalService : public Service,
   std::deque<ReceivedCallItem> m_receivedCallList;    // guarded by m_receivedLock
   std::deque<CallBackItem> m_callBackList;            // guarded by m_callBackLock
   std::deque<ForwardedCallItem> m_forwardedCallList;  // guarded by m_forwardedLock
+  EntryIds m_entryIds;                                // the ids of the entries of all five lists; its own leaf lock
   Semaphore m_missedLock;
   Semaphore m_dialledLock;
   Semaphore m_receivedLock;
@@ -552,11 +591,19 @@ class JournalService : public Service,
   Semaphore m_dataLock;
   std::string m_lastUniqueId;        // guarded by m_uniqueIdLock
   mutable Semaphore m_uniqueIdLock;  // a leaf: nothing is taken while it is held
-  std::string m_softwareType;
-  std::map<std::string, Call*> m_calls;                           // owning; guarded by m_callsLock
-  std::unique_ptr<KPXConference> m_conferences[kMaxConferences];  // guarded by m_callsLock
-  std::unique_ptr<SipConference> m_sipConference;                 // the CSTA event thread's; see the cleared handler
+  // The software type is written on the management thread when the configuration changes and read
+  // by the event, timer and client threads: its text under a leaf lock, and what the rules ask of
+  // it (which switch flavour) as an atomic snapshot taken with each change.
+  enum class Flavour { Other, Kpx, Sip };
+  std::atomic<Flavour> m_flavour{Flavour::Other};
+  std::string m_softwareType;                                 // guarded by m_softwareTypeLock
+  mutable Semaphore m_softwareTypeLock;                       // a leaf: nothing is taken while it is held
+  std::map<std::string, Call*> m_calls;                       // owning; guarded by m_callsLock
+  std::vector<std::unique_ptr<KPXConference>> m_conferences;  // slots, null when free; guarded by m_callsLock
+  std::vector<SipConference> m_sipConferences;                // guarded by m_callsLock
   Semaphore m_callsLock;
+  int m_callSweepTimer = -1;  // armed while calls are tracked; guarded by m_callsLock
+  std::atomic<int> m_callRecordMaxIdleHours{kDefaultCallRecordMaxIdleHours};
   // Configuration values: written on the management thread (a change of the configuration) while
   // the CSTA event thread and client requests read them, hence atomic. Each is read on its own; no
   // rule needs two of them to change together.
@@ -581,8 +628,8 @@ class JournalService : public Service,
   long m_lastMissedTimeSec = -1;
   long m_lastForwardedTimeSec = -1;
   bool m_savedMissedViewed = false;
-  bool m_listsLoaded = false;
-  char m_monitorCrossRefId[20] = {0};  // of the running monitor; ids fit in 19 characters
+  std::atomic<bool> m_listsLoaded{false};  // set by a refresh on a client or management thread
+  char m_monitorCrossRefId[20] = {0};      // of the running monitor; ids fit in 19 characters
   bool m_eventsStarted = false;
   // Without a clock service compareTimes answers "equal" only when this is set; nothing sets it.
   bool m_equalTimesWithoutClock = false;

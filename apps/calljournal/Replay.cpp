@@ -38,11 +38,16 @@ class TemporaryDirectory {
   std::string m_path;
 };
 
-// The `set` steps before the first event configure the phone before the journal starts.
-size_t leadingSets(const fw::CstaTrace& trace, std::map<std::string, std::string>& values) {
+// The `set` steps before the first event configure the phone before the journal starts; a
+// phonebook they name is found relative to the trace file.
+size_t leadingSets(const fw::CstaTrace& trace, const std::string& tracePath,
+                   std::map<std::string, std::string>& values) {
   size_t i = 0;
   for (; i < trace.steps.size() && trace.steps[i].kind == fw::CstaTraceStep::Set; ++i)
     values[trace.steps[i].key] = trace.steps[i].value;
+  auto phonebook = values.find("phonebook");
+  if (phonebook != values.end() && !phonebook->second.empty() && phonebook->second.front() != '/')
+    phonebook->second = (std::filesystem::path(tracePath).parent_path() / phonebook->second).string();
   return i;
 }
 
@@ -61,6 +66,15 @@ void printSkipped(const fw::CstaTrace& trace, const std::string& origin, std::os
   if (count > kPlacesShown) out << "  and " << count - kPlacesShown << " more\n";
 }
 
+// A `set` of the journal's own settings (kept in its database, not in the configuration) goes to
+// the running journal as a client's change; one it refuses (a value it has already) is noted.
+void setOnJournal(host::JournalHost& journal, const std::string& trace, const fw::CstaTraceStep& step) {
+  std::string reason;
+  if (!journal.setValue(step.key, step.value, reason))
+    std::cerr << trace << ":" << step.line << ": " << step.key << " = " << step.value << " not taken: " << reason
+              << '\n';
+}
+
 bool readAllLists(host::JournalHost& journal, JournalLists& lists) {
   for (ListKind kind : kAllListKinds)
     if (!lists.read(kind, journal.request(Helper::createMethodRequest(listMethods(kind).read)))) return false;
@@ -76,7 +90,7 @@ int replayCommand(const ReplayOptions& options) {
   if (!fw::readCstaTraceFile(options.trace, trace, error)) return fail("trace refused: " + error);
 
   std::map<std::string, std::string> overrides;
-  size_t first = leadingSets(trace, overrides);
+  size_t first = leadingSets(trace, options.trace, overrides);
   TemporaryDirectory scratch;
   std::string database = options.database;
   if (database.empty()) {
@@ -92,6 +106,8 @@ int replayCommand(const ReplayOptions& options) {
   // The lists are the output: only errors are logged unless the configuration asks for more.
   if (journal.settings().logLevels == host::Settings().logLevels) fw::setLogThresholds("*=2", nullptr);
   if (!journal.start(error)) return fail(error);
+  for (size_t i = 0; i < first; ++i)
+    if (journal.isJournalSetting(trace.steps[i].key)) setOnJournal(journal, options.trace, trace.steps[i]);
 
   size_t events = 0;
   for (size_t i = first; i < trace.steps.size(); ++i) {
@@ -99,7 +115,7 @@ int replayCommand(const ReplayOptions& options) {
     if (!journal.setLocalTime(step.at, error))
       return fail(options.trace + ":" + std::to_string(step.line) + ": " + error);
     if (step.kind == fw::CstaTraceStep::Set) {
-      journal.setValue(step.key, step.value);
+      setOnJournal(journal, options.trace, step);
       continue;
     }
     if (!journal.deliverEvent(step.eventXml, error))

@@ -387,9 +387,18 @@ bool JournalHost::deliverEvent(const std::string& xml, std::string& error) {
   return true;
 }
 
-void JournalHost::setValue(const std::string& key, const std::string& value) {
-  m_parts->mgmt.setValue(key, value);
-  m_parts->mgmt.drainNotifications();
+bool JournalHost::setValue(const std::string& key, const std::string& value, std::string& reason) {
+  ManagementReply reply;
+  const bool parsed = parseManagementReply(handleManagement(managementSetRequest(key, value)), reply);
+  settle();
+  reason = parsed ? reply.reason : "no management reply";
+  return parsed && reply.ok;
+}
+
+bool JournalHost::isJournalSetting(const std::string& key) {
+  ManagementReply reply;
+  return parseManagementReply(handleManagement(managementGetRequest({key})), reply) && reply.ok &&
+         reply.settings.size() == 1 && reply.settings.front().source == "journal";
 }
 
 void JournalHost::settle() {

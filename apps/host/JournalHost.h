@@ -59,8 +59,12 @@ class JournalHost {
   // Replay: delivers one CSTA event document through the CSTA service and waits until it and
   // whatever it caused (timers, notifications) are done.
   bool deliverEvent(const std::string& xml, std::string& error);
-  // Changes one configuration value as a reload would.
-  void setValue(const std::string& key, const std::string& value);
+  // Changes one value as a client's "config set" does: a setting the journal serves goes to its
+  // management agent (false, with the journal's reasons, when it refuses it); any other value
+  // changes the configuration as a reload would. Waits until the change is dealt with.
+  bool setValue(const std::string& key, const std::string& value, std::string& reason);
+  // Whether the running journal serves `key` itself (its own settings, kept in its database).
+  bool isJournalSetting(const std::string& key);
 
   const Settings& settings() const { return m_settings; }
   std::string clientSocketPath() const;

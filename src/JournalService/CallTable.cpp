@@ -1,9 +1,12 @@
-// The table of live calls, keyed by CSTA call identifier.
+// The table of live calls, keyed by CSTA call identifier, and the sweep that lets go of calls (and
+// conferences) whose end never came.
+#include <algorithm>
+
 #include "JournalLog.h"
 #include "JournalService.h"
 
 JournalService::Call::Call(directions_t const& dir, std::string const& id)
-    : direction(dir), callId(id), startTime(JournalService::getCurrentTimeSec()) {}
+    : direction(dir), callId(id), startTime(JournalService::getCurrentTimeSec()), lastEventTime(startTime) {}
 
 JournalService::Call* JournalService::findCallFromId(std::string callId) {
   auto it = m_calls.find(callId);
@@ -24,4 +27,61 @@ void JournalService::removeAllCalls() {
     JLOG(journal::kEventsLog, 5, "%s():removeAllCalls - Call removed", __func__);
   }
   m_calls.clear();
+}
+
+void JournalService::armCallSweep() {
+  if (!m_pContext || m_callSweepTimer != -1) return;
+  m_callSweepTimer = m_pContext->createTimer(this, kCallSweepIntervalMs);
+  if (m_callSweepTimer == -1) JLOG(journal::kEventsLog, 2, "%s():could not create the call sweep timer", __func__);
+}
+
+// Idle time is measured on the phone's clock, which a replay moves with its trace; a clock that
+// went back counts from where it stands now.
+void JournalService::sweepIdleCalls() {
+  CriticalSection guard(m_callsLock);
+  const int hours = m_callRecordMaxIdleHours;
+  const long now = getCurrentTimeSec();
+  for (auto it = m_calls.begin(); it != m_calls.end();) {
+    Call& call = *it->second;
+    if (now < call.lastEventTime) call.lastEventTime = now;
+    if (now == -1 || now - call.lastEventTime < hours * 3600L) {
+      ++it;
+      continue;
+    }
+    JLOG(journal::kEventsLog, 4, "%s():{%s} no event for %d h: call record let go (state %d, remote party %s)",
+         __func__, call.callId.c_str(), hours, call.state, call.remoteParty.c_str());
+    delete it->second;
+    it = m_calls.erase(it);
+  }
+  dropConferencesWithoutCalls();
+  if (!m_pContext || m_callSweepTimer == -1) return;
+  if (m_calls.empty() && getNumberOfConferences() == 0 && m_sipConferences.empty()) {
+    m_pContext->deleteTimer(m_callSweepTimer);
+    m_callSweepTimer = -1;
+  } else {
+    m_pContext->restartTimer(m_callSweepTimer);
+  }
+}
+
+// A conference none of whose calls is tracked any more will end no call: its record goes.
+void JournalService::dropConferencesWithoutCalls() {
+  auto tracked = [this](const std::string& callId) { return m_calls.count(callId) != 0; };
+  for (auto& slot : m_conferences) {
+    if (!slot) continue;
+    const auto& members = slot->members;
+    if (std::any_of(members.begin(), members.end(), [&](const KPXConferencedCallID* m) { return tracked(m->callId); }))
+      continue;
+    JLOG(journal::kEventsLog, 4, "%s():{%s} conference without tracked calls let go", __func__,
+         slot->conferenceCallId.c_str());
+    slot.reset();
+  }
+  while (!m_conferences.empty() && !m_conferences.back()) m_conferences.pop_back();
+  m_sipConferences.erase(std::remove_if(m_sipConferences.begin(), m_sipConferences.end(),
+                                        [&](const SipConference& c) {
+                                          return std::none_of(c.members.begin(), c.members.end(),
+                                                              [&](const SipConference::Member& m) {
+                                                                return !m.cleared && tracked(m.callId);
+                                                              });
+                                        }),
+                         m_sipConferences.end());
 }

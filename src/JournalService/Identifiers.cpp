@@ -11,12 +11,34 @@
 namespace {
 
 // Reads a call number as a base-10 integer the way a 32-bit strtol would: leading blanks and a
-// sign accepted, reading stops at the first non-digit, out-of-range values stick to the limits.
+// sign accepted, out-of-range values stick to the limits.
 int32_t readCallNumber(const std::string& text) {
   long long value = std::strtoll(text.c_str(), nullptr, 10);
   if (value > INT32_MAX) return INT32_MAX;
   if (value < INT32_MIN) return INT32_MIN;
   return static_cast<int32_t>(value);
+}
+
+// Blanks, an optional sign, then decimal digits to the end.
+bool isDecimal(const std::string& text) {
+  size_t i = text.find_first_not_of(" \t\n\v\f\r");
+  if (i == std::string::npos) return false;
+  if (text[i] == '+' || text[i] == '-') ++i;
+  return i < text.size() && text.find_first_not_of("0123456789", i) == std::string::npos;
+}
+
+bool isHexadecimal(const std::string& text) {
+  return !text.empty() && text.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+}
+
+// FNV-1a, 32 bits.
+uint32_t hashOf(const std::string& text) {
+  uint32_t hash = 2166136261u;
+  for (unsigned char c : text) {
+    hash ^= c;
+    hash *= 16777619u;
+  }
+  return hash;
 }
 
 // The key entries are sorted by: the time of the newest occurrence, or the entry id without one.
@@ -40,17 +62,37 @@ int compareFields(const int (&a)[6], const int (&b)[6]) {
 
 }  // namespace
 
-std::string JournalService::createEntryId(std::string callNumber) {
-  char hex[9];
-  std::snprintf(hex, sizeof hex, "%.8X", static_cast<uint32_t>(readCallNumber(callNumber)));
-  if (!m_pClockSvc) return hex;
+// A decimal call id is read as a 32-bit strtol would (the -1 of a call the switch never showed
+// gives FFFFFFFF); a hexadecimal one, as real switches send them (32 digits), gives its low 32
+// bits; anything else is hashed, so that different call ids mostly give different digits.
+uint32_t JournalService::callIdDigits(const std::string& callId) {
+  if (isDecimal(callId)) return static_cast<uint32_t>(readCallNumber(callId));
+  if (isHexadecimal(callId)) {
+    const size_t low = callId.size() > 8 ? callId.size() - 8 : 0;
+    return static_cast<uint32_t>(std::stoul(callId.substr(low), nullptr, 16));
+  }
+  return hashOf(callId);
+}
 
+// The phone's local time of day and date, with a literal Z; empty without a clock.
+std::string JournalService::entryIdStamp() {
+  if (!m_pClockSvc) return {};
   int hour = 0, minute = 0, second = 0, day = 0, month = 0, year = 0;
   m_pClockSvc->getCurrentTime(hour, minute, second);
   m_pClockSvc->getCurrentDate(day, month, year);
   char stamp[21];
   std::snprintf(stamp, sizeof stamp, "%04d-%02d-%02dT%02d:%02d:%02dZ", year, month, day, hour, minute, second);
-  return std::string(stamp) + hex;
+  return stamp;
+}
+
+std::string JournalService::createEntryId(std::string callNumber) {
+  char hex[9];
+  std::snprintf(hex, sizeof hex, "%.8X", static_cast<unsigned>(callIdDigits(callNumber)));
+  return entryIdStamp() + hex;
+}
+
+std::string JournalService::newEntryId(const std::string& callId) {
+  return m_entryIds.handOut(entryIdStamp(), callIdDigits(callId));
 }
 
 long JournalService::getCurrentTimeSec() { return m_pClockSvc ? m_pClockSvc->getCurrentTimeSec() : -1; }
@@ -90,6 +132,7 @@ void JournalService::getUniqueIds(std::string& first, std::string& second) {
   first = m_dialledCallList.back().getUniqueId();
   second = first;
   m_dialledNumbers.invalidate();
+  m_entryIds.release(m_dialledCallList.back().getEntryId());
   m_dialledCallList.pop_back();
 }
 

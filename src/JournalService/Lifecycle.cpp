@@ -36,6 +36,7 @@ JournalService::JournalService(ObserverNotifierIfc* notifier)
       m_callBackLock(1, 1, true, "m_callBackLock"),
       m_dataLock(1, 1, false, "m_dataLock"),
       m_uniqueIdLock(1, 1, false, "m_uniqueIdLock"),
+      m_softwareTypeLock(1, 1, false, "m_softwareTypeLock"),
       m_callsLock(1, 1, true, "m_callsLock"),
       m_pObserverNotifier(notifier ? notifier : new ObserverNotifier) {
   JournalServiceHelper::init();
@@ -120,10 +121,19 @@ void JournalService::deriveLoggingMode() {
 
 void JournalService::timerEvent(int timerId) {
   JLOG(kCoreLog, 5, "timer expired");
+  bool sweep;
+  {
+    CriticalSection guard(m_callsLock);
+    sweep = timerId != -1 && timerId == m_callSweepTimer;
+  }
+  if (sweep) {
+    sweepIdleCalls();
+    return;
+  }
   int rearm;
   if (timerId == m_autoSaveInitialTimer) {
     m_pContext->deleteTimer(m_autoSaveInitialTimer);
-    if (m_softwareType != kKpxSoftware) return;  // the hourly save runs on KPX phones only
+    if (!isKpxSoftware()) return;  // the hourly save runs on KPX phones only
     m_autoSaveTimer = m_pContext->createTimer(this, kAutoSaveIntervalMs);
     if (m_autoSaveTimer == -1) {
       JLOG(kCoreLog, 2, "could not create timer");

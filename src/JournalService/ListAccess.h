@@ -60,10 +60,11 @@ struct JournalListTraits<DialledCallItem> {
   static void reportToServer(JournalService& s, const DialledCallItem& i) {
     if (s.m_serverCallLog) s.sendDialledCallLogEntryRequests(i.infos());
   }
-  // The entry made anew around `infos`: no picture clip, no group-by text.
+  // The entry made anew around `infos`: no picture clip, but still grouped under its party's number.
   static DialledCallItem rebuild(const DialledCallItem& i, const DialledCallItem::InfoList& infos) {
     DialledCallItem item(i.getEntryId(), i.getSurname(), i.getFirstname(), infos);
     item.setUniqueId(i.getUniqueId());
+    item.setJournalSeviceGroupBy(i.getJournalSeviceGroupBy());
     return item;
   }
 };
@@ -163,10 +164,10 @@ bool JournalService::eraseEntry(const std::string& entryId, UnderLock underLock)
 }
 
 // Removes every entry whose id is in `entryIds`, with one store message for all of them; then runs
-// underLock(list) before the lock is given. A set that names no entry sends nothing: an empty
-// delete would empty the whole stored table.
+// underLock(list) before the lock is given. A set that names no entry changes nothing and sends
+// nothing (an empty delete would empty the whole stored table): false.
 template <class Item, class UnderLock>
-void JournalService::eraseEntries(const std::set<std::string>& entryIds, UnderLock underLock) {
+bool JournalService::eraseEntries(const std::set<std::string>& entryIds, UnderLock underLock) {
   using T = JournalListTraits<Item>;
   CriticalSection guard(T::lock(*this));
   auto& list = T::list(*this);
@@ -183,10 +184,10 @@ void JournalService::eraseEntries(const std::set<std::string>& entryIds, UnderLo
     it = list.erase(it);
     erased = true;
   }
-  if constexpr (T::stored) {
-    if (erased) updateEntries(body, Helper::DELETEREQUEST, T::table);
-  }
+  if (!erased) return false;
+  if constexpr (T::stored) updateEntries(body, Helper::DELETEREQUEST, T::table);
   underLock(list);
+  return true;
 }
 
 // Empties the list and its stored table (one delete without entries).
@@ -196,6 +197,7 @@ void JournalService::eraseAllEntries() {
   CriticalSection guard(T::lock(*this));
   auto& list = T::list(*this);
   for (const Item& item : list) T::reportToServer(*this, item);
+  releaseIdsOf(list);
   list.clear();
   listChanged<Item>();
   if constexpr (T::stored) updateEntries(std::string(), Helper::DELETEREQUEST, T::table);
@@ -226,6 +228,7 @@ template <class Item>
 void JournalService::replaceWithStoredLocked(const std::string& reply) {
   using T = JournalListTraits<Item>;
   auto& list = T::list(*this);
+  releaseIdsOf(list);
   list.clear();
   listChanged<Item>();
   T::parse(reply, list);
@@ -236,6 +239,29 @@ void JournalService::replaceWithStoredLocked(const std::string& reply) {
        it = std::find_if(list.begin(), list.end(), empty)) {
     updateStoredEntry(*it, Helper::DELETEREQUEST);
     list.erase(it);
+  }
+  holdLoadedIds(list);
+}
+
+template <class Item>
+void JournalService::releaseIdsOf(const std::deque<Item>& list) {
+  for (const Item& item : list) m_entryIds.release(item.getEntryId());
+}
+
+// The ids of a list read from the store are taken, so that no new entry gets one of them. An id
+// that another entry holds already (a store written before ids were kept unique) is replaced by
+// the next free one, which the entry keeps from now on. The caller holds the list's lock.
+template <class Item>
+void JournalService::holdLoadedIds(std::deque<Item>& list) {
+  for (Item& item : list) {
+    if (m_entryIds.hold(item.getEntryId())) continue;
+    const std::string taken = item.getEntryId();
+    m_entryIds.release(taken);
+    item.setEntryId(m_entryIds.holdFree(taken));
+    JLOG(journal::kCoreLog, 4, "%s():entry id %s is held by another entry; this one is now %s", __func__, taken.c_str(),
+         item.getEntryId().c_str());
+    listChanged<Item>();
+    if constexpr (JournalListTraits<Item>::stored) updateStoredEntry(item, Helper::WRITEREQUEST);
   }
 }
 
@@ -253,15 +279,18 @@ void JournalService::storeFrontEntry(std::deque<Item>& list, const std::string& 
   if (isNew) front.setUniqueId(stored ? id : lastUniqueId());
 }
 
-// The list's number index (where it has one) follows entries in and out; any other change makes
-// it stale.
+// The ids in use and the list's number index (where it has one) follow entries in and out; any
+// other change makes the index stale.
 template <class Item>
 void JournalService::arrivingInList(const Item& item) {
+  if (!m_entryIds.hold(item.getEntryId()))
+    JLOG(journal::kCoreLog, 2, "%s():entry id %s is held by another entry", __func__, item.getEntryId().c_str());
   if constexpr (JournalListTraits<Item>::indexed) JournalListTraits<Item>::numbers(*this).add(item);
 }
 
 template <class Item>
 void JournalService::leavingList(const Item& item) {
+  m_entryIds.release(item.getEntryId());
   if constexpr (JournalListTraits<Item>::indexed) JournalListTraits<Item>::numbers(*this).remove(item);
 }
 

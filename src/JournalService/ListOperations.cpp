@@ -92,49 +92,46 @@ bool JournalService::deleteCallBack(const std::string& entryId) {
 }
 
 // ---- Set deletions ----------------------------------------------------------------------------
+// Each acts on the entries the set names and on no other; a set naming none changes nothing and
+// tells nobody. The reply stays true either way.
 
 bool JournalService::deleteMissedCallList(const std::set<std::string>& entryIds) {
   JLOG(kCoreLog, 5, "JournalService::deleteMissedCallList");
-  if (entryIds.empty()) return true;
   unsigned unviewed = 0;
-  eraseEntries<MissedCallItem>(entryIds,
-                               [&](const std::deque<MissedCallItem>&) { unviewed = getUnviewedMissedCallsCount(); });
-  m_pObserverNotifier->updateMissedCallCountAndCalls(unviewed);
+  if (eraseEntries<MissedCallItem>(
+          entryIds, [&](const std::deque<MissedCallItem>&) { unviewed = getUnviewedMissedCallsCount(); }))
+    m_pObserverNotifier->updateMissedCallCountAndCalls(unviewed);
   return true;
 }
 
 bool JournalService::deleteDialledCallList(const std::set<std::string>& entryIds) {
   JLOG(kCoreLog, 5, "JournalService::deleteDialledCallList by set");
-  if (entryIds.empty()) return true;
   DialledCallItem newFront;
-  eraseEntries<DialledCallItem>(entryIds, [&](const std::deque<DialledCallItem>& list) {
-    if (!list.empty()) newFront = list.front();
-  });
-  m_pObserverNotifier->updateDialledCalls(newFront);
+  if (eraseEntries<DialledCallItem>(entryIds, [&](const std::deque<DialledCallItem>& list) {
+        if (!list.empty()) newFront = list.front();
+      }))
+    m_pObserverNotifier->updateDialledCalls(newFront);
   return true;
 }
 
 bool JournalService::deleteReceivedCallList(const std::set<std::string>& entryIds) {
   JLOG(kCoreLog, 5, "JournalService::deleteReceivedCallList");
-  if (entryIds.empty()) return true;
-  eraseEntries<ReceivedCallItem>(entryIds, [](const std::deque<ReceivedCallItem>&) {});
-  m_pObserverNotifier->updateReceivedCalls();
+  if (eraseEntries<ReceivedCallItem>(entryIds, [](const std::deque<ReceivedCallItem>&) {}))
+    m_pObserverNotifier->updateReceivedCalls();
   return true;
 }
 
 bool JournalService::deleteForwardedCallList(const std::set<std::string>& entryIds) {
   JLOG(kCoreLog, 5, "JournalService::deleteForwardedCallList");
-  if (entryIds.empty()) return true;
-  eraseEntries<ForwardedCallItem>(entryIds, [](const std::deque<ForwardedCallItem>&) {});
-  m_pObserverNotifier->updateForwardedCalls();
+  if (eraseEntries<ForwardedCallItem>(entryIds, [](const std::deque<ForwardedCallItem>&) {}))
+    m_pObserverNotifier->updateForwardedCalls();
   return true;
 }
 
 bool JournalService::deleteCallBackList(const std::set<std::string>& entryIds) {
   JLOG(kCoreLog, 5, "JournalService::deleteCallBackList by set");
-  if (entryIds.empty()) return true;
-  eraseEntries<CallBackItem>(entryIds, [](const std::deque<CallBackItem>&) {});
-  m_pObserverNotifier->updateCallbacksAndCount();
+  if (eraseEntries<CallBackItem>(entryIds, [](const std::deque<CallBackItem>&) {}))
+    m_pObserverNotifier->updateCallbacksAndCount();
   return true;
 }
 
@@ -179,7 +176,7 @@ bool JournalService::deleteCallLists() {
   deleteMissedCallList();
   deleteDialledCallList();
   deleteReceivedCallList();
-  if (m_softwareType == journal::kSipSoftware) deleteForwardedCallList();
+  if (isSipSwitch()) deleteForwardedCallList();
   return true;  // callbacks are kept on purpose: they are pending actions, not history
 }
 
@@ -193,9 +190,11 @@ bool JournalService::deleteCalls(const std::set<std::string>& entryIds) {
 
 // ---- Viewed marking ---------------------------------------------------------------------------
 
+// Marks the entries the set names, and no other; observers hear the count that remains. A set
+// naming no entry changes nothing and tells nobody.
 bool JournalService::setMissedCallListAsViewed(const std::set<std::string>& entryIds) {
   JLOG(kCoreLog, 5, "setMissedCallListAsViewed");
-  if (entryIds.empty()) return true;
+  unsigned unviewed = 0;
   {
     CriticalSection guard(m_missedLock);
     std::string body;
@@ -204,9 +203,11 @@ bool JournalService::setMissedCallListAsViewed(const std::set<std::string>& entr
       item.setViewed(true);
       JournalListTraits<MissedCallItem>::appendEntry(item, body, false);
     }
+    if (body.empty()) return true;
     updateEntries(body, Helper::WRITEREQUEST, Helper::DAS_CALLLOGMISSEDCALLS);
+    unviewed = getUnviewedMissedCallsCount();
   }
-  m_pObserverNotifier->updateMissedCallCountAndCalls();
+  m_pObserverNotifier->updateMissedCallCountAndCalls(unviewed);
   return true;
 }
 
@@ -231,7 +232,7 @@ bool JournalService::ageMissedCall(const std::string& entryId) {
 bool JournalService::resetUserData() {
   JLOG(kCoreLog, 5, "JournalService::resetUserData");
   deleteCallLists();
-  if (m_softwareType != journal::kSipSoftware) return true;
+  if (!isSipSwitch()) return true;
   // SIP phones also return the journal's settings to their factory state.
   std::string reason;
   if (!m_callLogEnabled && updateEnabledState("true", reason)) publishCallLogEnableState();

@@ -79,7 +79,7 @@ void JournalService::processForwardedCallDbXml(std::string const& reply) {
 // lists takes about half as long on the phone's two cores.
 void JournalService::loadCallListsFromDb() {
   // Only SIP phones show forwarded calls; other phones never load them.
-  const bool withForwarded = m_softwareType == journal::kSipSoftware;
+  const bool withForwarded = isSipSwitch();
   auto readOthers = [this, withForwarded] {
     readReceivedCallList();
     if (withForwarded) readForwardedCallList();

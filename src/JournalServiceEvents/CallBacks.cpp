@@ -3,8 +3,7 @@
 // kept in memory only.
 #include <cstdio>
 
-#include "JournalLog.h"
-#include "JournalService.h"
+#include "JournalService/ListAccess.h"
 #include "framework/CstaEvents.h"
 
 using journal::kEventsLog;
@@ -80,6 +79,7 @@ void JournalService::handleCSTACallBackEvent(CSTACallBackEvent* event) {
     if (found == list.end()) {
       list.push_front(CallBackItem(number, contact.getSurname(), contact.getFirstname(), number,
                                    contact.getNumberType(), timeDate, type, mapped, event->getDeviceID()));
+      arrivingInList(list.front());
     } else {
       // An update keeps the entry's names, and its type or state where the event brings none.
       CallBackItem updated = std::move(*found);

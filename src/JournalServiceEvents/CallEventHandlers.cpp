@@ -36,7 +36,9 @@ bool isForwardingCause(CSTAEventCause cause) {
 
 }  // namespace
 
-bool JournalService::isSipSwitch() const { return m_softwareType == journal::kSipSoftware; }
+bool JournalService::isSipSwitch() const { return m_flavour == Flavour::Sip; }
+
+bool JournalService::isKpxSoftware() const { return m_flavour == Flavour::Kpx; }
 
 bool JournalService::sipRoad() const { return isSipSwitch() && m_callLogEnabled; }
 
@@ -226,7 +228,7 @@ void JournalService::handleCSTAFailedEvent(CSTAFailedEvent* event) {
        calling.number.c_str(), calling.name.c_str(), called.number.c_str(), called.name.c_str());
   if (!m_localCallLog || callId != "0") return;
   CriticalSection guard(m_callsLock);
-  onCallEvent(nullptr, Call::Failed, Call::Incoming, "0", calling.number);
+  onCallEvent(nullptr, Call::Failed, Call::Incoming, "0", calling.number, calling.name);
 }
 
 void JournalService::handleCSTAConnectionClearedEvent(CSTAConnectionClearedEvent* event) {
@@ -284,7 +286,7 @@ void JournalService::markCallMissed(const std::string& callId, const std::string
         std::snprintf(id, sizeof id, "%.8X", static_cast<unsigned>(std::rand())));  // NOLINT(concurrency-mt-unsafe)
     const auto none = CallLogEntryEvent::PV_NONE;
     CriticalSection guard(m_callsLock);
-    newMissedCallEntry(createEntryId(id), number, name, getCurrentTimeSec(), CallLogEntryEvent::LT_MISSED, none, none,
+    newMissedCallEntry(newEntryId(id), number, name, getCurrentTimeSec(), CallLogEntryEvent::LT_MISSED, none, none,
                        none, std::string(), none, std::string(), std::string(), CallLogEntryEvent::TF_LOCAL, false);
     return;
   }

@@ -47,7 +47,10 @@ Call* JournalService::trackCall(Call* call, Call::states_t state, Call::directio
   if (state == Call::Cleared) return nullptr;  // the end of a call never tracked
   if (callId.empty()) return nullptr;
   call = new Call(direction, callId);
-  m_calls[callId] = call;
+  Call*& slot = m_calls[callId];
+  delete slot;  // a record the event passed over (a failure without a call of its own) is replaced
+  slot = call;
+  armCallSweep();
   return call;
 }
 
@@ -55,8 +58,7 @@ bool JournalService::onCallEvent(Call* pCall, Call::states_t state, Call::direct
                                  std::string remoteParty, std::string remotePartyName, std::string divertedParty,
                                  std::string divertedPartyName, bool treatAsIncoming) {
   CallParties parties{remoteParty, remotePartyName, divertedParty, divertedPartyName};
-  if (m_softwareType == journal::kSipSoftware)
-    return onSipCallEvent(pCall, state, direction, callId, parties, treatAsIncoming);
+  if (isSipSwitch()) return onSipCallEvent(pCall, state, direction, callId, parties, treatAsIncoming);
   return onKpxCallEvent(pCall, state, direction, callId, parties);
 }
 
@@ -69,6 +71,7 @@ bool JournalService::onKpxCallEvent(Call* pCall, Call::states_t state, Call::dir
   }
   pCall = trackCall(pCall, state, direction, callId);
   if (!pCall) return false;
+  pCall->lastEventTime = getCurrentTimeSec();
   reconcileDirection(*pCall, direction);
   Call& call = *pCall;
   if (!event.diverted.empty()) {
@@ -113,6 +116,7 @@ bool JournalService::onSipCallEvent(Call* pCall, Call::states_t state, Call::dir
   }
   pCall = trackCall(pCall, state, direction, callId);
   if (!pCall) return false;
+  pCall->lastEventTime = getCurrentTimeSec();
   Call& call = *pCall;
   if (treatAsIncoming) call.treatAsIncoming = true;  // never cleared again
   reconcileDirection(call, direction);
@@ -222,7 +226,7 @@ bool JournalService::establishCall(Call& call, Call::directions_t direction) {
 }
 
 bool JournalService::createCallEntry(Call const* pCall, Call::states_t state) {
-  if (m_softwareType == journal::kSipSoftware) return createSipCallEntry(*pCall, state);
+  if (isSipSwitch()) return createSipCallEntry(*pCall, state);
   return createKpxCallEntry(*pCall, state);
 }
 
@@ -231,20 +235,20 @@ bool JournalService::createCallEntry(Call const* pCall, Call::states_t state) {
 // A SIP switch says where the call was diverted from and whether another device took it.
 void JournalService::fileMissedCall(const Call& call, bool sip) {
   const std::string none;
-  newMissedCallEntry(createEntryId(call.callId), call.remoteParty, call.remotePartyName, call.startTime,
+  newMissedCallEntry(newEntryId(call.callId), call.remoteParty, call.remotePartyName, call.startTime,
                      CallLogEntryEvent::LT_MISSED, kNone, kNone, kNone, sip ? call.divertedParty : none, kNone,
                      sip ? call.divertedPartyName : none, none, kLocalTime, sip && call.completedElsewhere);
 }
 
 void JournalService::fileReceivedCall(const Call& call) {
-  newReceivedCallEntry(createEntryId(call.callId), call.remoteParty, call.remotePartyName, call.divertedParty,
+  newReceivedCallEntry(newEntryId(call.callId), call.remoteParty, call.remotePartyName, call.divertedParty,
                        call.divertedPartyName, call.startTime, call.connectTime, call.endTime,
                        CallLogEntryEvent::LT_RECEIVED, kShown, kShown, kShown, std::string(), kShown, std::string(),
                        std::string(), kLocalTime);
 }
 
 void JournalService::fileForwardedCall(const Call& call) {
-  newForwardedCallEntry(createEntryId(call.callId), call.remoteParty, call.remotePartyName, call.divertedParty,
+  newForwardedCallEntry(newEntryId(call.callId), call.remoteParty, call.remotePartyName, call.divertedParty,
                         call.divertedPartyName, call.startTime, call.connectTime, call.endTime);
 }
 
@@ -267,7 +271,7 @@ bool JournalService::createKpxCallEntry(const Call& call, Call::states_t state) 
 bool JournalService::fileKpxCall(const Call& call, Call::states_t state) {
   if (call.direction == Call::Outgoing) {
     if (state == Call::NoState) return false;
-    newDialledCallEntry(createEntryId(call.callId), std::string(), call.remoteParty, call.remotePartyName,
+    newDialledCallEntry(newEntryId(call.callId), std::string(), call.remoteParty, call.remotePartyName,
                         call.divertedParty, call.divertedPartyName, call.startTime, call.connectTime, call.endTime,
                         CallLogEntryEvent::LT_DIALLED, kShown, kShown, std::string(), kLocalTime);
     return true;
@@ -317,8 +321,8 @@ bool JournalService::createSipCallEntry(const Call& call, Call::states_t state) 
 bool JournalService::fileSipCall(const Call& call, Call::states_t state, bool incoming) {
   if (!incoming) {
     if (call.direction != Call::Outgoing || state == Call::NoState) return false;
-    newDialledCallEntry(createEntryId(call.callId), call.dialled, call.firstParty, call.firstPartyName,
-                        call.divertedParty, call.divertedPartyName, call.startTime, call.connectTime, call.endTime,
+    newDialledCallEntry(newEntryId(call.callId), call.dialled, call.firstParty, call.firstPartyName, call.divertedParty,
+                        call.divertedPartyName, call.startTime, call.connectTime, call.endTime,
                         CallLogEntryEvent::LT_DIALLED, kShown, kShown, std::string(), kLocalTime);
     return true;
   }
@@ -343,8 +347,8 @@ bool JournalService::fileSipCall(const Call& call, Call::states_t state, bool in
 bool JournalService::fileDivertedDialledCall(const Call& call) {
   if (call.divertedParty.empty() || call.divertedParty == call.dialled || call.divertedParty == call.firstParty)
     return true;
-  newDialledCallEntry(createEntryId(call.callId), call.dialled, call.firstParty, call.firstPartyName,
-                      call.divertedParty, call.divertedPartyName, call.startTime, -1, -1,
-                      CallLogEntryEvent::LT_DIALLED_DIVERTED, kNone, kNone, std::string(), kLocalTime);
+  newDialledCallEntry(newEntryId(call.callId), call.dialled, call.firstParty, call.firstPartyName, call.divertedParty,
+                      call.divertedPartyName, call.startTime, -1, -1, CallLogEntryEvent::LT_DIALLED_DIVERTED, kNone,
+                      kNone, std::string(), kLocalTime);
   return true;
 }

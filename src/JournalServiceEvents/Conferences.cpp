@@ -1,7 +1,11 @@
 // Conferences: calls joined into a conference go on as one conference call, whose clearing stands
 // for the end of several earlier calls. The journal remembers which calls went into each
-// conference so that each still ends in its own entry. A KPX switch keeps up to two conferences
-// with their members; a SIP switch one pending record of the two calls it joined.
+// conference so that each still ends in its own entry, however many conferences there are at
+// once: a KPX switch's conferences with their members in slots, a SIP switch's in records of the
+// calls it joined. A record goes when the last of its calls has ended.
+#include <algorithm>
+#include <iterator>
+
 #include "JournalLog.h"
 #include "JournalService.h"
 #include "framework/CstaEvents.h"
@@ -25,15 +29,16 @@ int JournalService::getNumberOfConferences() const {
   return count;
 }
 
-bool JournalService::getNewConferenceIDIndex(int& index) const {
-  for (index = 0; index < kMaxConferences; ++index) {
+bool JournalService::getNewConferenceIDIndex(int& index) {
+  for (index = 0; index < static_cast<int>(m_conferences.size()); ++index) {
     if (!m_conferences[index]) return true;
   }
-  return false;
+  m_conferences.emplace_back();
+  return true;
 }
 
 bool JournalService::searchConferenceIDIndex(std::string const& conferenceCallId, int& index) const {
-  for (index = 0; index < kMaxConferences; ++index) {
+  for (index = 0; index < static_cast<int>(m_conferences.size()); ++index) {
     if (m_conferences[index] && m_conferences[index]->conferenceCallId == conferenceCallId) return true;
   }
   index = -1;
@@ -54,21 +59,42 @@ void JournalService::removeAllConferences() {
     JLOG(kEventsLog, 5, "%s():Conference removed", __func__);
     slot.reset();
   }
+  m_conferences.clear();
 }
 
 void JournalService::handleCSTAConferencedEvent(CSTAConferencedEvent* event) {
   JLOG(kEventsLog, 5, "%s():{Calls ID %s and %s become %s}", __func__, event->getPrimaryoldcallCallID().c_str(),
        event->getSecondaryoldcallCallID().c_str(), event->getConferenceconnectionsNewconnectionCallID(1).c_str());
   if ((isSipSwitch() && !m_callLogEnabled) || !m_localCallLog) return;
-  if (isSipSwitch()) {
-    // A pending record of an earlier conference is replaced (and freed).
-    m_sipConference = std::make_unique<SipConference>(
-        SipConference{event->getConferenceconnectionsNewconnectionCallID(1), event->getPrimaryoldcallCallID(),
-                      event->getSecondaryoldcallCallID(), false, false});
-    return;
-  }
   CriticalSection guard(m_callsLock);
-  trackKpxConference(*event);
+  if (isSipSwitch())
+    trackSipConference(*event);
+  else
+    trackKpxConference(*event);
+}
+
+// A SIP switch names the conference call in the event's first new connection. A conference that
+// grows keeps its record and takes in the calls that joined it.
+void JournalService::trackSipConference(const CSTAConferencedEvent& event) {
+  const std::string conferenceId = event.getConferenceconnectionsNewconnectionCallID(1);
+  auto record = std::find_if(m_sipConferences.begin(), m_sipConferences.end(),
+                             [&](const SipConference& c) { return c.newCallId == conferenceId; });
+  if (record == m_sipConferences.end()) {
+    m_sipConferences.push_back(SipConference{conferenceId, {}});
+    record = std::prev(m_sipConferences.end());
+  }
+  for (const std::string& joined : {event.getPrimaryoldcallCallID(), event.getSecondaryoldcallCallID()}) {
+    const bool known = std::any_of(record->members.begin(), record->members.end(),
+                                   [&](const SipConference::Member& m) { return m.callId == joined; });
+    if (!isNoCall(joined) && joined != conferenceId && !known) record->members.push_back({joined, false});
+  }
+  if (record->members.empty()) m_sipConferences.erase(record);
+}
+
+bool JournalService::isConferenceMember(int index, const std::string& callId) const {
+  const auto& members = m_conferences[index]->members;
+  return std::any_of(members.begin(), members.end(),
+                     [&](const KPXConferencedCallID* member) { return member->callId == callId; });
 }
 
 void JournalService::trackKpxConference(const CSTAConferencedEvent& event) {
@@ -84,31 +110,33 @@ void JournalService::trackKpxConference(const CSTAConferencedEvent& event) {
        conferenceId.c_str(), primary.c_str(), primaryDevice.c_str(), secondary.c_str(), secondaryDevice.c_str());
   int index = -1;
   if (!searchConferenceIDIndex(conferenceId, index)) {
-    if (!getNewConferenceIDIndex(index)) {
-      JLOG(kEventsLog, 5, "%s():new conference not possible - max. number already reached",
-           "handleCSTAConferencedEvent");
-    } else if (isNoCall(primary)) {
+    if (isNoCall(primary)) {
       JLOG(kEventsLog, 5, "%s():new conference but primaryOldCallID is empty", "handleCSTAConferencedEvent");
-    } else {
-      auto conference = std::make_unique<KPXConference>();
-      conference->conferenceCallId = conferenceId;
-      conference->members.push_back(new KPXConferencedCallID{primary, primaryDevice});
-      if (!isNoCall(secondary)) conference->members.push_back(new KPXConferencedCallID{secondary, secondaryDevice});
-      m_conferences[index] = std::move(conference);
+      return;
     }
+    getNewConferenceIDIndex(index);
+    auto conference = std::make_unique<KPXConference>();
+    conference->conferenceCallId = conferenceId;
+    conference->members.push_back(new KPXConferencedCallID{primary, primaryDevice});
+    if (!isNoCall(secondary) && secondary != conferenceId)
+      conference->members.push_back(new KPXConferencedCallID{secondary, secondaryDevice});
+    m_conferences[index] = std::move(conference);
     return;
   }
   if (isNoCall(primary)) {
     JLOG(kEventsLog, 4, "conference already exists and primaryOldCallID is empty");
     return;
   }
-  std::list<KPXConferencedCallID*>::iterator member;
-  if (searchDeviceIDInConference(index, primaryDevice, member))
-    JLOG(kEventsLog, 3, "primaryOldDeviceIDNumber already entered in conference");
-  else
-    m_conferences[index]->members.push_back(new KPXConferencedCallID{primary, primaryDevice});
-  // A growing conference takes in only the call that joined it.
-  if (!isNoCall(secondary)) JLOG(kEventsLog, 3, "existing conference gets expanded but secondaryOldCallID exists");
+  // A growing conference takes in every call that joined it and is not in it yet: each of them
+  // ends when its leg, or the conference, ends.
+  for (const auto& [joined, device] : {std::pair{primary, primaryDevice}, std::pair{secondary, secondaryDevice}}) {
+    if (isNoCall(joined) || joined == conferenceId) continue;
+    if (isConferenceMember(index, joined)) {
+      JLOG(kEventsLog, 3, "{%s} already entered in conference", joined.c_str());
+      continue;
+    }
+    m_conferences[index]->members.push_back(new KPXConferencedCallID{joined, device});
+  }
 }
 
 void JournalService::endConferencedCall(const std::string& callId) {
@@ -136,23 +164,25 @@ bool JournalService::clearKpxConference(const std::string& callId, const std::st
     }
   }
   if (members.empty()) m_conferences[index].reset();
+  while (!m_conferences.empty() && !m_conferences.back()) m_conferences.pop_back();
   return true;
 }
 
 // A SIP clearing of the conference call: the leg "D<old call id>" names which joined call ended;
-// a leg of neither ends the first not yet ended. False when the clearing is not the conference's.
+// a leg of none ends the first not yet ended. False when the clearing is no conference's.
 bool JournalService::clearSipConference(const std::string& callId, const std::string& deviceId) {
-  if (!m_sipConference || m_sipConference->newCallId != callId) return false;
-  SipConference& record = *m_sipConference;
-  const bool primaryLeg = deviceId == "D" + record.primaryOldCallId && !record.primaryCleared;
-  const bool secondaryLeg = !primaryLeg && deviceId == "D" + record.secondaryOldCallId && !record.secondaryCleared;
-  if (primaryLeg || (!secondaryLeg && !record.primaryCleared)) {
-    record.primaryCleared = true;
-    endConferencedCall(record.primaryOldCallId);
-  } else if (!record.secondaryCleared) {
-    record.secondaryCleared = true;
-    endConferencedCall(record.secondaryOldCallId);
-  }
-  if (record.primaryCleared && record.secondaryCleared) m_sipConference.reset();
+  auto record = std::find_if(m_sipConferences.begin(), m_sipConferences.end(),
+                             [&](const SipConference& c) { return c.newCallId == callId; });
+  if (record == m_sipConferences.end()) return false;
+  auto& members = record->members;
+  auto leaving = std::find_if(members.begin(), members.end(),
+                              [&](const SipConference::Member& m) { return !m.cleared && deviceId == "D" + m.callId; });
+  if (leaving == members.end())
+    leaving = std::find_if(members.begin(), members.end(), [](const SipConference::Member& m) { return !m.cleared; });
+  const std::string ended = leaving == members.end() ? std::string() : leaving->callId;
+  if (leaving != members.end()) leaving->cleared = true;
+  if (std::all_of(members.begin(), members.end(), [](const SipConference::Member& m) { return m.cleared; }))
+    m_sipConferences.erase(record);
+  if (!ended.empty()) endConferencedCall(ended);
   return true;
 }

@@ -20,13 +20,27 @@ const char* const kObservedKeys[] = {
     "system-identifier",
     "call-log-control",
     "reg-number",
+    "call-record-max-idle-hours",
 };
 
-enum ReadGroup : unsigned { kTimeZoneGroup = 1, kDaylightGroup = 2, kSystemGroup = 4 };
+enum ReadGroup : unsigned { kTimeZoneGroup = 1, kDaylightGroup = 2, kSystemGroup = 4, kCallTableGroup = 8 };
 
 int toInt(const std::string& text) { return static_cast<int>(std::strtol(text.c_str(), nullptr, 10)); }
 
 }  // namespace
+
+void JournalService::setSoftwareType(const std::string& softwareType) {
+  CriticalSection guard(m_softwareTypeLock);
+  m_softwareType = softwareType;
+  m_flavour = softwareType == journal::kSipSoftware   ? Flavour::Sip
+              : softwareType == journal::kKpxSoftware ? Flavour::Kpx
+                                                      : Flavour::Other;
+}
+
+std::string JournalService::softwareType() const {
+  CriticalSection guard(m_softwareTypeLock);
+  return m_softwareType;
+}
 
 bool JournalService::getKVDBValue(const char* tag, std::string& value) {
   if (!m_pLocalMgmt || !tag) return false;
@@ -51,11 +65,10 @@ void JournalService::readLocalMgmtData(unsigned groups) {
     m_systemIdentifier = 0;
     if (getKVDBValue("system-identifier", value)) m_systemIdentifier = toInt(value);
     JLOG(kEventsLog, 5, "%s():system-identifier = %d", __func__, m_systemIdentifier.load());
-    // The event thread reads the software type all the time: it is only written when it changed.
     std::string softwareType;
     getKVDBValue("software-type", softwareType);
-    if (softwareType != m_softwareType) m_softwareType = softwareType;
-    JLOG(kEventsLog, 5, "%s():software-type = %s", __func__, m_softwareType.c_str());
+    setSoftwareType(softwareType);
+    JLOG(kEventsLog, 5, "%s():software-type = %s", __func__, softwareType.c_str());
     m_callLogControl.clear();
     getKVDBValue("call-log-control", m_callLogControl);
     JLOG(kEventsLog, 5, "%s():call-log-control = %s", __func__, m_callLogControl.c_str());
@@ -67,6 +80,24 @@ void JournalService::readLocalMgmtData(unsigned groups) {
     deriveLoggingMode();
     changeMonitorFilter();
   }
+  if (groups & kCallTableGroup) readCallRecordMaxIdleHours();
+}
+
+// Hours without an event after which a call's record is let go: a positive number, else the default.
+void JournalService::readCallRecordMaxIdleHours() {
+  std::string value;
+  int hours = kDefaultCallRecordMaxIdleHours;
+  if (getKVDBValue("call-record-max-idle-hours", value)) {
+    char* end = nullptr;
+    const long read = std::strtol(value.c_str(), &end, 10);
+    if (end != value.c_str() && *end == '\0' && read > 0 && read <= 24 * 365) {
+      hours = static_cast<int>(read);
+    } else {
+      JLOG(kEventsLog, 2, "%s():call-record-max-idle-hours \"%s\" is not a number of hours; %d used", __func__,
+           value.c_str(), hours);
+    }
+  }
+  m_callRecordMaxIdleHours = hours;
 }
 
 void JournalService::observeManageableData(const char* key) {
@@ -82,6 +113,6 @@ void JournalService::initEvents() {
     JLOG(kEventsLog, 5, "%s(): localManagement not available ", __func__);
     return;
   }
-  readLocalMgmtData(kTimeZoneGroup | kDaylightGroup | kSystemGroup);
+  readLocalMgmtData(kTimeZoneGroup | kDaylightGroup | kSystemGroup | kCallTableGroup);
   for (const char* key : kObservedKeys) observeManageableData(key);
 }

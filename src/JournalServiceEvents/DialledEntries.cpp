@@ -20,7 +20,7 @@ bool JournalService::newDialledCallEntry(const std::string& entryId, const std::
        "%s, timeSec: %ld, startSec: %ld, endSec: %ld",
        __func__, dialledParty.c_str(), remoteParty.c_str(), remotePartyName.c_str(), connectedParty.c_str(),
        connectedPartyName.c_str(), timeSec, startSec, endSec);
-  const bool sip = m_softwareType == journal::kSipSoftware;
+  const bool sip = isSipSwitch();
   Contact contact;
   contact.setNumber(remoteParty.empty() ? dialledParty : remoteParty);
   if (contactNotInPhonebook(contact)) {
@@ -100,15 +100,14 @@ bool JournalService::removeDialledCallEntry(const std::string& subscriberNumber,
 // A KPX switch may send a call's log data again: the same number, number type and time as the
 // entry's newest occurrence.
 bool JournalService::firstInfoListItemIsIdentical(const DialledInfo& info, const DialledCallItem& entry) const {
-  return m_softwareType != journal::kSipSoftware && !entry.infos().empty() &&
-         sameOccurrence(entry.infos().front(), info);
+  return !isSipSwitch() && !entry.infos().empty() && sameOccurrence(entry.infos().front(), info);
 }
 
 // A SIP phone files what was dialled; a feature access code keeps the digits and notes the number
 // it reached. A KPX switch reports the number reached.
 void JournalService::populateDialledCallInfoNumber(DialledInfo& info, const std::string& dialledParty,
                                                    const std::string& remoteParty) {
-  if (m_softwareType != journal::kSipSoftware) {
+  if (!isSipSwitch()) {
     info.number = remoteParty;
     info.isFeatureAccessCode = false;
     return;
@@ -138,18 +137,22 @@ void JournalService::populateDialledCallInfoTimeAndDate(DialledInfo& info, const
 void JournalService::populateContactSurname(Contact& contact, const std::string& dialledParty,
                                             const std::string& remoteParty) {
   if (!contact.getNumber().empty()) return;
-  contact.setSurname(m_softwareType == journal::kSipSoftware ? dialledParty : remoteParty);
+  contact.setSurname(isSipSwitch() ? dialledParty : remoteParty);
 }
 
 void JournalService::populateRemoteContactSurname(Contact& contact, const std::string& remotePartyName, bool found) {
-  if (m_softwareType == journal::kSipSoftware) {
+  if (isSipSwitch()) {
     if (contact.getSurname().empty()) contact.setSurname(remotePartyName);
   } else if (!found && contact.getSurname().empty() && contact.getFirstname().empty()) {
     contact.setSurname(remotePartyName);
   }
 }
 
+// The phonebook's names (which may have changed since the last call) replace the entry's; a party
+// without a name this time (not in the phonebook, and the switch sent none) keeps the name the
+// entry has.
 void JournalService::populateItemNames(DialledCallItem& item, const Contact& contact) {
+  if (contact.getSurname().empty() && contact.getFirstname().empty()) return;
   item.setSurname(contact.getSurname());
   item.setFirstname(contact.getFirstname());
 }

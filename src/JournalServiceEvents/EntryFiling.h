@@ -160,6 +160,7 @@ bool JournalService::removeOccurrencesUpTo(const std::string& number, const std:
     listChanged<Item>();
     if (infos.empty()) {
       updateStoredEntry(*entry, Helper::DELETEREQUEST);
+      m_entryIds.release(entry->getEntryId());
       list.erase(entry);
     } else if (removedNewest) {
       Item rebuilt = T::rebuild(*entry, infos);

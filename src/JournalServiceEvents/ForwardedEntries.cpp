@@ -68,11 +68,12 @@ std::optional<unsigned> JournalService::withdrawNewestMissedOccurrence(const Con
   if (infos.empty()) {
     JLOG(kCoreLog, 5, "%s():removing whole entry", "sscfw_checkNewForwardedCall");
     updateMissedEntry(front, Helper::DELETEREQUEST);
+    m_entryIds.release(front.getEntryId());
     list.pop_front();
   } else {
     JLOG(kCoreLog, 5, "%s():updating shortened info list", "sscfw_checkNewForwardedCall");
     front.setMissedCallInfoList(infos);
-    if (m_softwareType == journal::kSipSoftware) front.setViewed(m_savedMissedViewed);
+    if (isSipSwitch()) front.setViewed(m_savedMissedViewed);
     updateMissedEntry(front, Helper::WRITEREQUEST);
   }
   return getUnviewedMissedCallsCount();

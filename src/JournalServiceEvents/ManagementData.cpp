@@ -158,6 +158,8 @@ void JournalService::manageableDataChanged(ManageableData& data) {
     } else if (key == "server-based-features") {
       m_serverBasedFeatures = value == "true";
       JLOG(kEventsLog, 5, "%s():setting ServerBasedFeatures:%s", __func__, value.c_str());
+    } else if (key == "call-record-max-idle-hours") {
+      readLocalMgmtData(8);
     } else if (key == "mobility-current-user") {
       JLOG(kEventsLog, 5, "mobility current user %s", value.c_str());
       m_visitorCallLogChanged = false;
@@ -174,7 +176,7 @@ void JournalService::onUserDataChanged() {
   readConfigItemsFromDB();
   handleEnabledStateChange();
   m_pObserverNotifier->updateAll(countUnviewedMissedCalls());
-  if (m_softwareType != journal::kSipSoftware) return;
+  if (!isSipSwitch()) return;
   publishCallLogEnableState();
   publishMissedLoggingState();
   publishDeleteMissedWhenCalledState();

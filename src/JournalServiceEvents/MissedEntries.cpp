@@ -47,7 +47,7 @@ bool JournalService::newMissedCallEntry(
     return true;
   }
 
-  const bool sip = m_softwareType == journal::kSipSoftware;
+  const bool sip = isSipSwitch();
   MissedCallItem::MissedCallInfo info;
   info.entryId = entryId;
   info.number = remoteParty;
@@ -56,6 +56,8 @@ bool JournalService::newMissedCallEntry(
   if (!sip) {  // a KPX switch sends its call-log data with the call
     fillSwitchLogData(info, {logTarget, numberPresentation, namePresentation, deflectNumberPresentation, deflectNumber,
                              deflectNamePresentation, deflectName, timeFormat, timeDate});
+  } else {
+    info.timeDate = timeDate;  // an entry of the switch's call log has the switch's time only
   }
   fillConnectedParty(info, remoteParty, deflectNumber, deflectName);
   if (timeSec != -1) info.timeDate = formatTimeDate(timeSec);
@@ -125,6 +127,11 @@ bool JournalService::searchRemoveMissedCallEntry(const std::string& subscriberNu
 // observers are to be told is handed back, for the caller to send once it holds no list lock.
 std::optional<JournalService::MissedRemoval> JournalService::removeMissedEntryOf(const std::string& subscriberNumber) {
   JLOG(kCoreLog, 5, "%s():Subscriber Number: %s", __func__, subscriberNumber.c_str());
+  // A party without a number cannot be told from another caller without one.
+  if (subscriberNumber.empty()) {
+    JLOG(kCoreLog, 5, "%s():no number: no entry has been removed", __func__);
+    return std::nullopt;
+  }
   CriticalSection guard(m_missedLock);
   auto& list = m_missedCallList;
   if (!m_missedNumbers.mayHold(list, subscriberNumber)) {

@@ -85,7 +85,7 @@ void JournalService::startEvents() {
   request.setCSTAEventIfc(this);
   request.setDeviceObject(kLocalDevice);
   // A SIP phone monitors without a filter.
-  if (m_softwareType != journal::kSipSoftware) request.setRequestedMonitorFilter(startFilter());
+  if (!isSipSwitch()) request.setRequestedMonitorFilter(startFilter());
   m_pCSTASvc->sendRequest(request);
   if (request.getResponseCode() == 0 && request.getResponse() && !request.getResponse()->isError()) {
     auto* response = dynamic_cast<CSTAMonitorStartResponse*>(request.getResponse());
@@ -119,7 +119,7 @@ void JournalService::CSTASystemRegister() {
 }
 
 void JournalService::changeMonitorFilter() {
-  if (m_softwareType == journal::kSipSoftware || !m_pCSTASvc) return;
+  if (isSipSwitch() || !m_pCSTASvc) return;
   JLOG(kEventsLog, 5, "%s():begin change monitor filter", "readLocalMgmtData");
   CSTAChangeMonitorFilterRequest request;
   request.setSourceService(this);

@@ -17,7 +17,7 @@ bool JournalService::newReceivedCallEntry(
   JLOG(kCoreLog, 5, "%s():{%s} Remote Party: %s, Remote Party Name: %s, Surname: %s, Firstname: %s", __func__,
        entryId.c_str(), remoteParty.c_str(), remotePartyName.c_str(), contact.getSurname().c_str(),
        contact.getFirstname().c_str());
-  const bool sip = m_softwareType == journal::kSipSoftware;
+  const bool sip = isSipSwitch();
   ReceivedCallItem::ReceivedCallInfo info;
   info.entryId = entryId;
   info.number = remoteParty;

@@ -1,11 +1,16 @@
 // The switch's own call log, inbound: where the switch keeps the call log it sends each entry it
-// adds or deletes as a private event, and the phone's lists follow. Bulk updates run at a lower
-// process priority, restored afterwards.
+// adds or deletes as a private event, and the phone's lists follow. The work runs at a nice value
+// 5 higher, on a thread of its own that the CSTA event thread waits for: the event thread's own
+// priority is never touched, so nothing has to be restored (which a daemon that is not root could
+// not do: it may lower its priority but not raise it again).
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <system_error>
+#include <thread>
 
 #include "JournalLog.h"
 #include "JournalService.h"
@@ -19,26 +24,16 @@ namespace {
 // The nice value a call-log update runs with: 5 lower in priority, at most the lowest.
 int loweredNiceValue(int old) { return old < 14 ? old + 5 : 20; }
 
-// Lowers the process priority for its lifetime.
-class LowerPriority {
- public:
-  LowerPriority() {
-    m_old = getpriority(PRIO_PROCESS, 0);
-    JLOG(kEventsLog, 5, "%s():priority before setpriority: %d", "handleCallLogEntryEvent", m_old);
-    setpriority(PRIO_PROCESS, 0, loweredNiceValue(m_old));
-    JLOG(kEventsLog, 5, "%s():priority after setpriority: %d", "handleCallLogEntryEvent", getpriority(PRIO_PROCESS, 0));
-  }
-  ~LowerPriority() {
-    setpriority(PRIO_PROCESS, 0, m_old);
-    JLOG(kEventsLog, 5, "%s():priority after reset priority: %d", "handleCallLogEntryEvent",
-         getpriority(PRIO_PROCESS, 0));
-  }
-  LowerPriority(const LowerPriority&) = delete;
-  LowerPriority& operator=(const LowerPriority&) = delete;
+// The nice value of the calling thread (Linux keeps one per thread).
+int threadNiceValue() { return getpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid))); }
 
- private:
-  int m_old = 0;
-};
+// Lowers the calling thread's priority; it is a thread of its own that ends with the work.
+void lowerThisThreadsPriority() {
+  const int old = threadNiceValue();
+  JLOG(kEventsLog, 5, "%s():priority before setpriority: %d", "handleCallLogEntryEvent", old);
+  setpriority(PRIO_PROCESS, static_cast<id_t>(syscall(SYS_gettid)), loweredNiceValue(old));
+  JLOG(kEventsLog, 5, "%s():priority after setpriority: %d", "handleCallLogEntryEvent", threadNiceValue());
+}
 
 const std::string& text(const Entry& e, Entry::_FieldIndex index) { return e.field(index).text; }
 Entry::_PresentationValue shown(const Entry& e, Entry::_FieldIndex index) { return e.field(index).presentation; }
@@ -56,17 +51,31 @@ void JournalService::handleCSTAPrivateEvent(CSTAPrivateEvent* event) {
 void JournalService::handleCallLogEntryEvent(CallLogEntryEvent* event) {
   JLOG(kEventsLog, 5, "%s():TargetLog: %d, SubscriberNumber: %s", __func__, event->logTarget,
        event->subscriberNumber.c_str());
-  LowerPriority lowered;
+  try {
+    std::thread worker([this, event] {
+      lowerThisThreadsPriority();
+      applyCallLogEntry(*event);
+    });
+    worker.join();
+  } catch (const std::system_error& e) {
+    JLOG(kEventsLog, 2, "%s():no thread for the call log entry (%s): applied at the event thread's priority", __func__,
+         e.what());
+    applyCallLogEntry(*event);
+  }
+  JLOG(kEventsLog, 5, "%s():priority after reset priority: %d", __func__, threadNiceValue());
+}
+
+void JournalService::applyCallLogEntry(const CallLogEntryEvent& event) {
   CriticalSection guard(m_callsLock);
   char randomId[9];
-  // The switch's entry has no call id of its own: any 32 bits tell entries apart. Events come one
-  // at a time on the CSTA thread.
+  // The switch's entry has no call id of its own: any 32 bits tell entries apart. Entries come
+  // one at a time (the CSTA event thread waits for this one).
   static_cast<void>(std::snprintf(randomId, sizeof randomId, "%.8X",
                                   static_cast<unsigned>(std::rand())));  // NOLINT(concurrency-mt-unsafe)
-  if (event->action == Entry::ACTION_ADD)
-    addServerEntry(*event, createEntryId(randomId));
-  else if (event->action == Entry::ACTION_DELETE)
-    removeServerEntry(*event);
+  if (event.action == Entry::ACTION_ADD)
+    addServerEntry(event, newEntryId(randomId));
+  else if (event.action == Entry::ACTION_DELETE)
+    removeServerEntry(event);
 }
 
 // The entry's six fields go to the entry rules in their order: time text (with the number's

@@ -17,18 +17,49 @@ struct WithClock {
   SettableClockService clock;
 };
 
-TEST(EntryId, TimeStampThenCallNumberReadLikeA32BitStrtolFollowingTheClock) {
+TEST(EntryId, TimeStampThenTheCallIdsDigitsFollowingTheClock) {
   WithClock clock("2024-03-05T07:08:09");
   const std::pair<const char*, const char*> cases[] = {
-      {"1234", "000004D2"},     {"4294967296", "7FFFFFFF"},  // beyond the range sticks to the limit
-      {"-1", "FFFFFFFF"},       {"AB12CD34", "00000000"},    // hexadecimal starting with a letter
-      {"12AB34CD", "0000000C"}, {"  +42", "0000002A"},       // only the leading decimal digits count
-      {"", "00000000"}};
+      // Decimal: read like a 32-bit strtol, out of range sticking to the limits.
+      {"1234", "000004D2"},
+      {"4294967296", "7FFFFFFF"},
+      {"-1", "FFFFFFFF"},
+      {"  +42", "0000002A"},
+      // Hexadecimal, as real switches send call ids: the low 32 bits.
+      {"FF00010000000000EC6114647E570001", "7E570001"},
+      {"AB12CD34", "AB12CD34"},
+      {"12ab34cd", "12AB34CD"},
+      // Anything else: hashed (FNV-1a).
+      {"call-17", "0D7BCD50"},
+      {"", "811C9DC5"}};
   for (const auto& [number, suffix] : cases)
     EXPECT_EQ(JournalService::createEntryId(number), std::string("2024-03-05T07:08:09Z") + suffix) << number;
   clock.time.advance(45000);
   EXPECT_EQ(JournalService::formatTimeDate(JournalService::getCurrentTimeSec()), "2024-03-05T07:08:54");
   EXPECT_EQ(JournalService::createEntryId("1"), "2024-03-05T07:08:54Z00000001");
+}
+
+// Ids handed out for new entries: a call's own digits when they are free, else the next free value;
+// taken for the rest of their second, and for as long as an entry holds them.
+TEST(EntryId, ANewIdIsNeitherHeldByAnEntryNorGivenBeforeInItsSecond) {
+  EntryIds ids;
+  const std::string second = "2024-03-05T07:08:09Z";
+  EXPECT_EQ(ids.handOut(second, 0), second + "00000000");
+  EXPECT_EQ(ids.handOut(second, 0), second + "00000001");  // a second failed call "0" of that second
+  EXPECT_EQ(ids.handOut(second, 0xFFFFFFFF), second + "FFFFFFFF");
+  EXPECT_EQ(ids.handOut(second, 0xFFFFFFFF), second + "00000002");  // wraps, past the values taken
+  EXPECT_TRUE(ids.hold(second + "00000001"));                       // filed: an entry holds it now
+  const std::string next = "2024-03-05T07:08:10Z";
+  EXPECT_EQ(ids.handOut(next, 0), next + "00000000");  // a new second starts afresh...
+  EXPECT_TRUE(ids.hold("2024-03-05T07:08:10Z00000005"));
+  EXPECT_EQ(ids.handOut(next, 5), next + "00000006");  // ...but not over an entry's id
+  EXPECT_FALSE(ids.hold("2024-03-05T07:08:10Z00000005"));
+  ids.release("2024-03-05T07:08:10Z00000005");
+  EXPECT_TRUE(ids.isHeld("2024-03-05T07:08:10Z00000005"));  // the second holder is still there
+  ids.release("2024-03-05T07:08:10Z00000005");
+  EXPECT_FALSE(ids.isHeld("2024-03-05T07:08:10Z00000005"));
+  EXPECT_EQ(ids.holdFree(second + "00000000"), second + "00000002");  // past the ids entries hold
+  EXPECT_EQ(ids.holdFree("M1"), "M100000001");                        // an id of another form
 }
 
 TEST(EntryId, WithoutClockOnlyTheDigitsAndNoTimesOrComparisons) {
@@ -87,9 +118,11 @@ bool ordered(const ForwardedCallItem& a, const ForwardedCallItem& b) { return is
 
 TYPED_TEST(Ordering, NewestOccurrenceOrElseTheIdDecidesStrictlyAndLongerKeysWin) {
   using Item = TypeParam;
-  std::deque<Item> list = {itemAt<Item>("a", {"2024-03-05T07:08:09"}), itemAt<Item>("c", {"2023-12-31T23:59:59"}),
+  std::deque<Item> list = {itemAt<Item>("a", {"2024-03-05T07:08:09"}),
+                           itemAt<Item>("c", {"2023-12-31T23:59:59"}),
                            itemAt<Item>("x", {"2024-01-01T00:00:00", "2024-02-01T00:00:00"}),
-                           itemAt<Item>("y", {"2024-01-15T00:00:00"}), itemAt<Item>("b", {"2024-03-06T00:00:00"}),
+                           itemAt<Item>("y", {"2024-01-15T00:00:00"}),
+                           itemAt<Item>("b", {"2024-03-06T00:00:00"}),
                            itemAt<Item>("2024-03-05T12:00:00Z00000001", {})};  // no occurrence: its id counts
   std::sort(list.begin(), list.end(), [](const Item& l, const Item& r) { return ordered(l, r); });
   std::string firstLetters;

@@ -3,10 +3,14 @@
 
 #include <filesystem>
 
+#include <set>
+
+#include "CstaEventFactory.h"
 #include "Items.h"
 #include "JournalHarness.h"
 #include "RecordingObserver.h"
 #include "framework/JournalServiceHelper.h"
+#include "framework/MemoryDataAccessService.h"
 #include "framework/SqliteDataAccessService.h"
 
 using Helper = JournalServiceHelper;
@@ -54,6 +58,48 @@ TEST(Persistence, WriteRepliesRenewTheUniqueIdAndLoadingSortsPurgesAndSurvivesFa
     phone.store.clear();
     phone.service->loadCallListsFromDb();
     EXPECT_TRUE(list.size() == 2u && phone.store.requests().size() == reads) << software;
+  }
+}
+
+// A store written before ids were kept unique may hold one id in several lists: the load gives every
+// entry but one the next free id, writes it back (a restart finds the same ids), and new entries
+// take none of them.
+TEST(Persistence, AnIdHeldTwiceInTheStoreIsMadeUniqueWhenLoadedAndKept) {
+  const std::string shared = "2024-03-05T07:08:09Z00000000";
+  MemoryDataAccessService store;
+  std::set<std::string> loaded;
+  for (int start = 0; start < 2; ++start) {
+    JournalHarness phone(std::map<std::string, std::string>{{"software-type", "Velmora SIP"}});
+    phone.useStore(&store);
+    phone.start();
+    if (start == 0) {
+      std::string missed, received, dialled;
+      Helper::createXMLMissedCallItemBody(makeEntry<MissedCallItem>(shared, "100", "2024-03-05T07:08:09"), missed,
+                                          false);
+      Helper::createXMLReceivedCallItemBody(makeEntry<ReceivedCallItem>(shared, "200", "2024-03-05T07:08:09"), received,
+                                            false);
+      Helper::createXMLDialledCallItemBody(makeEntry<DialledCallItem>(shared, "300", "2024-03-05T07:08:09"), dialled,
+                                           false);
+      phone.service->updateEntries(missed, Helper::WRITEREQUEST, Helper::DAS_CALLLOGMISSEDCALLS);
+      phone.service->updateEntries(received, Helper::WRITEREQUEST, Helper::DAS_CALLLOGRECEIVEDCALLS);
+      phone.service->updateEntries(dialled, Helper::WRITEREQUEST, Helper::DAS_CALLLOGDIALLEDCALLS);
+    }
+    phone.service->refreshCallLog();
+    auto peer = phone.peer();
+    const std::set<std::string> ids{peer.missedList().front().getEntryId(), peer.receivedList().front().getEntryId(),
+                                    peer.dialledList().front().getEntryId()};
+    EXPECT_EQ(ids.size(), 3u);
+    EXPECT_EQ(ids.count(shared), 1u);
+    if (start == 1) {
+      EXPECT_EQ(ids, loaded);  // kept across the restart
+    }
+    loaded = ids;
+    // A failed call of this very second: its id "0" is taken, and so are the two given at the load.
+    phone.service->deliverEvent(csta::failed("0", csta::dev("400"), csta::dev(csta::kOwnLine), EC_BUSY).get());
+    const std::string fresh = phone.service->getFrontMissedCall().getEntryId();
+    EXPECT_EQ(fresh.substr(0, 20), "2024-03-05T07:08:09Z");
+    EXPECT_EQ(loaded.count(fresh), 0u) << fresh;
+    phone.service->deleteMissedCall(fresh);
   }
 }
 

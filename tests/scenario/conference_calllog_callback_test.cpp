@@ -50,7 +50,8 @@ TEST_P(Conference, EachMemberCallEndsInItsOwnEntryWhenItsLegLeaves) {
       {ringing("21", kCaller) + Script{{2, csta::established("21", kCaller, kLine, kLine)}} +
            dialling("22", kCallee, 8) + Script{{5, csta::established("22", kLine, kCallee, kCallee)}} +
            Script{{5, csta::conferenced("23", {"21", kCaller}, {"22", kCallee})}},
-       {}, 2},
+       {},
+       2},
       {left("23", legOfCallee, 60), {callee}, 1},  // the caller is still in the conference
       {left("23", legOfCaller, 20), {caller, callee}, 0},
       // The conference is over: a later call under its identifier ends as a plain call.
@@ -66,16 +67,18 @@ TEST_P(Conference, EachMemberCallEndsInItsOwnEntryWhenItsLegLeaves) {
 INSTANTIATE_TEST_SUITE_P(Both, Conference, ::testing::Values(kKpx, kSip),
                          [](const auto& info) { return info.param == kSip ? "Sip" : "Kpx"; });
 
-TEST_F(Journal, KpxKeepsTwoConferencesAndEndsAllMembersWhenTheConferenceItselfIsCleared) {
+TEST_F(Journal, KpxKeepsEveryConferenceAndEndsAllMembersWhenTheConferenceItselfIsCleared) {
   start(kKpx);
   play(talking({"41", "42", "43", "44", "45", "46"}) + joined("30", "41", "42") + joined("31", "43", "44") +
        joined("32", "45", "46"));
   const std::pair<Script, const char*> steps[] = {
-      {left("32", csta::kOwnLine, 10), "| 6"},           // the third conference was refused: a plain clearing
-      {left("30", csta::kOwnLine), "542 541 | 4"},       // the phone's own leg: the whole conference ends
-      {joined("32", "45", "46") + left("32", csta::kOwnLine), "546 545 542 541 | 2"},  // its slot is free again
-      {left("31", "543"), "543 546 545 542 541 | 1"},    // one member leaves; the other stays in the conference
-      {left("31", "544"), "544 543 546 545 542 541 | 0"}};
+      {left("32", csta::kOwnLine, 10), "546 545 | 4"},  // the phone's own leg: the whole third conference ends
+      {left("30", csta::kOwnLine), "542 541 546 545 | 2"},
+      {left("31", "543"), "543 542 541 546 545 | 1"},  // one member leaves; the other stays in the conference
+      {left("31", "544"), "544 543 542 541 546 545 | 0"},
+      // A conference that grows takes in the calls that joined it, the second one too.
+      {talking({"47", "48", "49"}) + joined("33", "47", "48") + joined("33", "33", "49") + left("33", csta::kOwnLine),
+       "549 548 547 544 543 542 541 546 545 | 0"}};
   for (const auto& [script, after] : steps) {
     play(script);
     EXPECT_EQ(state(), after);
@@ -123,9 +126,10 @@ TEST_F(Journal, ServerCallLogAddsAndDeletesEntriesAndCleansUpMissedEntries) {
   EXPECT_EQ(state(), "4711 555 200 4711 | 0");
   EXPECT_EQ(kept(entries()), stored());
 
-  for (const auto& [target, party, at] : {std::tuple{E::LT_DIALLED, kCallee, kAt260}, {E::LT_RECEIVED, kCaller, kAt240},
-                                         {E::LT_DIALLED_OTHER, dev("4711"), kAt180},
-                                         {E::LT_MISSED_OTHER, dev("4711"), kAt200}})
+  for (const auto& [target, party, at] : {std::tuple{E::LT_DIALLED, kCallee, kAt260},
+                                          {E::LT_RECEIVED, kCaller, kAt240},
+                                          {E::LT_DIALLED_OTHER, dev("4711"), kAt180},
+                                          {E::LT_MISSED_OTHER, dev("4711"), kAt200}})
     send(csta::callLogEntry(E::ACTION_DELETE, target, party, at));
   EXPECT_EQ(lines(entries()), Lines{});
   EXPECT_EQ(stored(), Lines{});
@@ -163,6 +167,28 @@ TEST_P(NiceValue, IsRaisedWhileTheCallLogEntryIsFiledAndRestoredAfterwards) {
   ASSERT_TRUE(waitpid(child, &status, 0) == child && WIFEXITED(status)) << "status " << status;
   if (WEXITSTATUS(status) == kNoPrivilege) GTEST_SKIP() << "lowering the nice value is not permitted";
   EXPECT_EQ(WEXITSTATUS(status), 0) << "1: not raised to " << during << ", 2: not restored to " << before;
+}
+
+// A daemon that does not run as root may lower its priority but not raise it again: the thread that
+// delivers the switch's call-log entries must keep its own priority anyway, entry after entry.
+TEST(NiceValueOfAnOrdinaryUser, StaysWhatItWasAfterManyCallLogEntries) {
+  constexpr int kNoUser = 77;
+  const pid_t child = fork();
+  ASSERT_NE(child, -1);
+  if (child == 0) {
+    if (getuid() == 0 && setuid(65534) != 0) _exit(kNoUser);
+    const int before = getpriority(PRIO_PROCESS, 0);
+    JournalHarness phone({{"software-type", kKpx}});
+    phone.start();
+    for (int n = 0; n < 20; ++n)
+      phone.service->deliverEvent(
+          csta::callLogEntry(E::ACTION_ADD, E::LT_MISSED, dev(std::to_string(4000 + n)), kAt120).get());
+    _exit(std::min(getpriority(PRIO_PROCESS, 0) - before + 1, 60));  // 1: unchanged
+  }
+  int status = 0;
+  ASSERT_TRUE(waitpid(child, &status, 0) == child && WIFEXITED(status)) << "status " << status;
+  if (WEXITSTATUS(status) == kNoUser) GTEST_SKIP() << "cannot become an ordinary user";
+  EXPECT_EQ(WEXITSTATUS(status) - 1, 0) << "the nice value went up by this much";
 }
 
 INSTANTIATE_TEST_SUITE_P(Starts, NiceValue,
@@ -212,16 +238,16 @@ class SystemStatus : public Journal, public ::testing::WithParamInterface<std::p
 TEST_P(SystemStatus, ReleasesTrackedCallsAndConferencesWithoutEntries) {
   const auto& [status, releases] = GetParam();
   start(kKpx);
-  // Two conferences (both slots taken) and a caller ringing.
+  // Two conferences and a caller ringing.
   play(talking({"21", "22", "31", "32"}) + joined("23", "21", "22") + joined("33", "31", "32") +
        ringing("41", kCaller));
   send(csta::systemStatus(status));
   play(clearing("21", 10) + clearing("22", 0) + clearing("31", 0) + clearing("32", 0) + clearing("41", 0));
   EXPECT_EQ(state(), releases ? "| 0" : "555 532 531 522 521 | 0");
   EXPECT_EQ(screen.take().empty(), releases);
-  // A new conference finds its slot free only when the old conferences were released too.
+  // A new conference is followed whatever became of the earlier ones.
   play(talking({"51", "52"}) + joined("53", "51", "52") + left("53", csta::kOwnLine, 5));
-  EXPECT_EQ(state(), releases ? "552 551 | 0" : "555 532 531 522 521 | 2");
+  EXPECT_EQ(state(), releases ? "552 551 | 0" : "555 552 551 532 531 522 521 | 0");
   EXPECT_EQ(kept(entries()), stored());
 }
 

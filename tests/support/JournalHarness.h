@@ -21,7 +21,7 @@ class JournalServiceTestPeer {
   explicit JournalServiceTestPeer(JournalService& s) : m_s(s) {}
   int initialTimer() const { return m_s.m_autoSaveInitialTimer; }
   int hourlyTimer() const { return m_s.m_autoSaveTimer; }
-  const std::string& softwareType() const { return m_s.m_softwareType; }
+  std::string softwareType() const { return m_s.softwareType(); }
   bool localCallLog() const { return m_s.m_localCallLog; }
   bool serverCallLog() const { return m_s.m_serverCallLog; }
   bool mixedCallLog() const { return m_s.m_mixedCallLog; }
@@ -67,7 +67,7 @@ class JournalServiceTestPeer {
   void setDeleteMissedWhenCalled(bool on) { m_s.m_deleteMissedWhenCalled = on; }
   void setLastForwardedTimeSec(long t) { m_s.m_lastForwardedTimeSec = t; }
   long lastMissedTimeSec() const { return m_s.m_lastMissedTimeSec; }
-  void setSoftwareType(const std::string& type) { m_s.m_softwareType = type; }
+  void setSoftwareType(const std::string& type) { m_s.setSoftwareType(type); }
   bool listsLoaded() const { return m_s.m_listsLoaded; }
   std::string monitorCrossRefId() const { return m_s.m_monitorCrossRefId; }
   std::map<std::string, JournalService::Call*>& calls() { return m_s.m_calls; }

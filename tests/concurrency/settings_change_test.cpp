@@ -1,0 +1,103 @@
+// The configuration changes while the journal works: the software type (read by every event, timer
+// and client request) and the journal's own settings change on their threads while calls come in,
+// clients read and delete, and screens subscribe and refresh. Under the thread sanitizer (the tsan
+// preset) any value read across threads without a lock is reported; everywhere the lock order
+// must hold and the journal must follow the flavour set last.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include "CstaEventFactory.h"
+#include "JournalHarness.h"
+#include "RecordingObserver.h"
+#include "framework/LockOrder.h"
+#include "framework/MemoryDataAccessService.h"
+
+namespace {
+
+constexpr int kRounds = 40;
+const std::string kKpx = "Velmora KPX", kSip = "Velmora SIP";
+
+void setJournalValue(JournalService& journal, const std::string& key, const std::string& value) {
+  ManageableData data;
+  data.populate(key, value);
+  journal.setData(data);
+}
+
+TEST(SettingsChange, WhileCallsReadsAndSubscriptionsRunKeepsLockOrderAndEndsOnTheLastFlavour) {
+  fw::LockOrderChecker::clearReports();
+  MemoryDataAccessService store;
+  JournalHarness phone({{"software-type", kKpx}, {"mac-addr", "00:1A:2B:3C:4D:5E"}});
+  phone.useStore(&store);
+  phone.start();
+  JournalService& journal = *phone.service;
+  RecordingObserver screen;
+  journal.subscribe(&screen);
+
+  std::atomic<bool> go{false};
+  auto rounds = [&](auto body) {
+    return std::thread([&go, body] {
+      while (!go) std::this_thread::yield();
+      for (int round = 0; round < kRounds; ++round) body(round);
+    });
+  };
+  std::vector<std::thread> threads;
+  threads.push_back(rounds([&](int round) {  // the configuration: the software type, read again on a change
+    phone.mgmt.setValue("software-type", round % 2 ? kSip : kKpx);
+    phone.mgmt.setValue("reg-number", std::to_string(3100 + round));
+  }));
+  threads.push_back(rounds([&](int round) {  // a client's management changes of the journal's settings
+    setJournalValue(journal, "missed-logging", round % 2 ? "1" : "0");
+    setJournalValue(journal, "delete-missed-when-called", round % 3 ? "1" : "0");
+    if (round % 10 == 9) setJournalValue(journal, "call-log-enabled", round % 20 == 9 ? "false" : "true");
+  }));
+  threads.push_back(rounds([&](int round) {  // the switch's events, the clock and its timers
+    using namespace csta;
+    auto deliver = [&](std::unique_ptr<CSTAEvent> e) { journal.deliverEvent(e.get()); };
+    const std::string n = std::to_string(round), party = std::to_string(500 + round % 7);
+    deliver(delivered("in" + n, CSTA_LCS_Alerting, dev(party), dev(kOwnLine)));
+    deliver(cleared("in" + n, round % 4 ? EC_NONE : EC_DURATION_EXCEEDED));
+    deliver(originated("out" + n, dev(party)));
+    deliver(delivered("out" + n, CSTA_LCS_Connected, dev(kOwnLine), dev(party), dev(party)));
+    deliver(established("out" + n, dev(kOwnLine), dev(party), dev(party)));
+    deliver(cleared("out" + n));
+    deliver(callLogEntry(CallLogEntryEvent::ACTION_ADD, CallLogEntryEvent::LT_MISSED, dev("77" + n),
+                         "2024-03-05T08:00:00"));
+    phone.advance(20 * 60 * 1000);  // the auto-save and the call table's sweep run on the way
+  }));
+  threads.push_back(rounds([&](int) {  // clients reading and deleting
+    std::deque<MissedCallItem> missed;
+    journal.getMissedCallList(missed);
+    if (!missed.empty()) journal.deleteCalls({missed.back().getEntryId()});
+    DialledCallItem last;
+    journal.getLastDialledNumber(last);
+    journal.countUnviewedMissedCalls();
+  }));
+  threads.push_back(rounds([&](int) {  // screens coming and going, and refreshing
+    RecordingObserver remote;
+    journal.subscribe(&remote);
+    journal.refreshCallLog();
+    journal.unsubscribe(&remote);
+  }));
+  go = true;
+  for (auto& thread : threads) thread.join();
+  phone.mgmt.setValue("software-type", kSip);
+  phone.mgmt.setValue("reg-number", "3100");
+  phone.mgmt.drainNotifications();
+  phone.advance(0);
+
+  EXPECT_TRUE(fw::LockOrderChecker::reports().empty()) << fw::LockOrderChecker::reports().front().message;
+  EXPECT_EQ(phone.peer().softwareType(), kSip);
+  // The journal follows the flavour set last: a SIP switch says where a missed call was diverted from.
+  setJournalValue(journal, "call-log-enabled", "true");
+  journal.deliverEvent(
+      csta::delivered("last", CSTA_LCS_Alerting, csta::dev("600"), csta::dev(csta::kOwnLine), {}, csta::dev("601"))
+          .get());
+  journal.deliverEvent(csta::cleared("last").get());
+  const MissedCallItem front = journal.getFrontMissedCall();
+  ASSERT_EQ(front.infos().size(), 1u);
+  EXPECT_EQ(front.infos().front().connectedNumber, "601");
+}
+
+}  // namespace
