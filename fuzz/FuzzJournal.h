@@ -37,7 +37,8 @@ inline host::JournalHost& journal() {
       const fw::CstaTraceStep& step = day.steps[i];
       host->setLocalTime(step.at, error);
       if (step.kind == fw::CstaTraceStep::Set) {
-        host->setValue(step.key, step.value);
+        std::string refused;
+        host->setValue(step.key, step.value, refused);
       } else {
         host->deliverEvent(step.eventXml, error);
       }
