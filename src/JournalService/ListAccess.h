@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <string>
+#include <vector>
 
 #include "JournalLog.h"
 #include "JournalService.h"
@@ -15,6 +16,7 @@ using Helper = JournalServiceHelper;
 template <>
 struct JournalListTraits<MissedCallItem> {
   static constexpr bool stored = true;
+  static constexpr int slot = 0;  // of its backlog
   static constexpr const char* table = Helper::DAS_CALLLOGMISSEDCALLS;
   static std::deque<MissedCallItem>& list(JournalService& s) { return s.m_missedCallList; }
   static constexpr bool indexed = true;
@@ -24,8 +26,8 @@ struct JournalListTraits<MissedCallItem> {
   static void appendEntry(const MissedCallItem& i, std::string& text, bool del) {
     Helper::createXMLMissedCallItemBody(i, text, del);
   }
-  static void parse(const std::string& reply, std::deque<MissedCallItem>& l) {
-    Helper::parseXMLMissedCallList(reply, l);
+  static bool parse(const std::string& reply, std::deque<MissedCallItem>& l, std::vector<std::string>& skipped) {
+    return Helper::parseStoredMissedCallList(reply, l, skipped);
   }
   static std::string readMessage() { return Helper::readMissedCallList(); }
   static bool ordered(const MissedCallItem& a, const MissedCallItem& b) { return isMissedCallOrdered(a, b); }
@@ -43,6 +45,7 @@ struct JournalListTraits<MissedCallItem> {
 template <>
 struct JournalListTraits<DialledCallItem> {
   static constexpr bool stored = true;
+  static constexpr int slot = 1;  // of its backlog
   static constexpr const char* table = Helper::DAS_CALLLOGDIALLEDCALLS;
   static std::deque<DialledCallItem>& list(JournalService& s) { return s.m_dialledCallList; }
   static constexpr bool indexed = true;
@@ -52,8 +55,8 @@ struct JournalListTraits<DialledCallItem> {
   static void appendEntry(const DialledCallItem& i, std::string& text, bool del) {
     Helper::createXMLDialledCallItemBody(i, text, del);
   }
-  static void parse(const std::string& reply, std::deque<DialledCallItem>& l) {
-    Helper::parseXMLDialledCallList(reply, l);
+  static bool parse(const std::string& reply, std::deque<DialledCallItem>& l, std::vector<std::string>& skipped) {
+    return Helper::parseStoredDialledCallList(reply, l, skipped);
   }
   static std::string readMessage() { return Helper::readDialledCallList(); }
   static bool ordered(const DialledCallItem& a, const DialledCallItem& b) { return isDialledCallOrdered(a, b); }
@@ -71,6 +74,7 @@ struct JournalListTraits<DialledCallItem> {
 template <>
 struct JournalListTraits<ReceivedCallItem> {
   static constexpr bool stored = true;
+  static constexpr int slot = 2;  // of its backlog
   static constexpr const char* table = Helper::DAS_CALLLOGRECEIVEDCALLS;
   static std::deque<ReceivedCallItem>& list(JournalService& s) { return s.m_receivedCallList; }
   static constexpr bool indexed = true;
@@ -80,8 +84,8 @@ struct JournalListTraits<ReceivedCallItem> {
   static void appendEntry(const ReceivedCallItem& i, std::string& text, bool del) {
     Helper::createXMLReceivedCallItemBody(i, text, del);
   }
-  static void parse(const std::string& reply, std::deque<ReceivedCallItem>& l) {
-    Helper::parseXMLReceivedCallList(reply, l);
+  static bool parse(const std::string& reply, std::deque<ReceivedCallItem>& l, std::vector<std::string>& skipped) {
+    return Helper::parseStoredReceivedCallList(reply, l, skipped);
   }
   static std::string readMessage() { return Helper::readReceivedCallList(); }
   static bool ordered(const ReceivedCallItem& a, const ReceivedCallItem& b) { return isReceivedCallOrdered(a, b); }
@@ -99,6 +103,7 @@ struct JournalListTraits<ReceivedCallItem> {
 template <>
 struct JournalListTraits<ForwardedCallItem> {
   static constexpr bool stored = true;
+  static constexpr int slot = 3;  // of its backlog
   static constexpr const char* table = Helper::DAS_CALLLOGFORWARDEDCALLS;
   static std::deque<ForwardedCallItem>& list(JournalService& s) { return s.m_forwardedCallList; }
   static constexpr bool indexed = true;
@@ -110,8 +115,8 @@ struct JournalListTraits<ForwardedCallItem> {
   static void appendEntry(const ForwardedCallItem& i, std::string& text, bool del) {
     Helper::createXMLForwardedCallItemBody(i, text, del);
   }
-  static void parse(const std::string& reply, std::deque<ForwardedCallItem>& l) {
-    Helper::parseXMLForwardedCallList(reply, l);
+  static bool parse(const std::string& reply, std::deque<ForwardedCallItem>& l, std::vector<std::string>& skipped) {
+    return Helper::parseStoredForwardedCallList(reply, l, skipped);
   }
   static std::string readMessage() { return Helper::readForwardedCallList(); }
   static bool ordered(const ForwardedCallItem& a, const ForwardedCallItem& b) { return isForwardedCallOrdered(a, b); }
@@ -155,7 +160,7 @@ bool JournalService::eraseEntry(const std::string& entryId, UnderLock underLock)
   auto it = std::find_if(list.begin(), list.end(), [&](const Item& i) { return i.getEntryId() == entryId; });
   if (it == list.end()) return false;
   T::reportToServer(*this, *it);
-  if constexpr (T::stored) updateEntry(T::body(*it, true), Helper::DELETEREQUEST, T::table);
+  if constexpr (T::stored) storeDelete(*it);
   leavingList(*it);
   list.erase(it);
   underLock(list);
@@ -170,21 +175,23 @@ void JournalService::eraseEntries(const std::set<std::string>& entryIds, UnderLo
   using T = JournalListTraits<Item>;
   CriticalSection guard(T::lock(*this));
   auto& list = T::list(*this);
-  std::string body;
-  bool erased = false;
+  auto named = [&](const Item& item) { return entryIds.count(item.getEntryId()) != 0; };
+  std::vector<const Item*> leaving;
+  for (const Item& item : list) {
+    if (!named(item)) continue;
+    T::reportToServer(*this, item);
+    leaving.push_back(&item);
+  }
+  if constexpr (T::stored) {
+    if (!leaving.empty()) storeDeletes(leaving);
+  }
   for (auto it = list.begin(); it != list.end();) {
-    if (entryIds.count(it->getEntryId()) == 0) {
+    if (!named(*it)) {
       ++it;
       continue;
     }
-    T::reportToServer(*this, *it);
-    if constexpr (T::stored) T::appendEntry(*it, body, true);
     leavingList(*it);
     it = list.erase(it);
-    erased = true;
-  }
-  if constexpr (T::stored) {
-    if (erased) updateEntries(body, Helper::DELETEREQUEST, T::table);
   }
   underLock(list);
 }
@@ -198,59 +205,13 @@ void JournalService::eraseAllEntries() {
   for (const Item& item : list) T::reportToServer(*this, item);
   list.clear();
   listChanged<Item>();
-  if constexpr (T::stored) updateEntries(std::string(), Helper::DELETEREQUEST, T::table);
+  if constexpr (T::stored) storeClear<Item>();
 }
 
 template <class Item>
 void JournalService::updateStoredEntry(const Item& item, const std::string& reason) {
   using T = JournalListTraits<Item>;
   updateEntry(T::body(item, isDeleteRequest(reason)), reason, T::table);
-}
-
-// The read and the replacement happen under the list's lock: a deletion between them would
-// otherwise bring a deleted entry back from the stale reply.
-template <class Item>
-void JournalService::readStoredList() {
-  CriticalSection guard(JournalListTraits<Item>::lock(*this));
-  std::string reply = processRequest(JournalListTraits<Item>::readMessage());
-  if (reply != journal::kStoreFailed) replaceWithStoredLocked<Item>(reply);
-}
-
-template <class Item>
-void JournalService::replaceWithStored(const std::string& reply) {
-  CriticalSection guard(JournalListTraits<Item>::lock(*this));
-  replaceWithStoredLocked<Item>(reply);
-}
-
-template <class Item>
-void JournalService::replaceWithStoredLocked(const std::string& reply) {
-  using T = JournalListTraits<Item>;
-  auto& list = T::list(*this);
-  list.clear();
-  listChanged<Item>();
-  T::parse(reply, list);
-  std::sort(list.begin(), list.end(), T::ordered);
-  // Entries without occurrences are never shown: each is deleted from the store as found.
-  auto empty = [](const Item& item) { return item.infos().empty(); };
-  for (auto it = std::find_if(list.begin(), list.end(), empty); it != list.end();
-       it = std::find_if(list.begin(), list.end(), empty)) {
-    updateStoredEntry(*it, Helper::DELETEREQUEST);
-    list.erase(it);
-  }
-}
-
-// A new entry is stamped with the id its own write produced; when the store failed it gets the
-// last id any write produced, as an entry always carries one once the store has answered.
-template <class Item>
-void JournalService::storeFrontEntry(std::deque<Item>& list, const std::string& trimmedId, bool isNew) {
-  using T = JournalListTraits<Item>;
-  if (list.empty()) return;
-  Item& front = list.front();
-  if (!trimmedId.empty()) front.setUniqueId(trimmedId);  // the new entry reuses the dropped row
-  std::string id;
-  const bool stored =
-      storeEntries(Helper::createXMLField(Helper::ENTRY, T::body(front, false)), Helper::WRITEREQUEST, T::table, id);
-  if (isNew) front.setUniqueId(stored ? id : lastUniqueId());
 }
 
 // The list's number index (where it has one) follows entries in and out; any other change makes
@@ -269,3 +230,6 @@ template <class Item>
 void JournalService::listChanged() {
   if constexpr (JournalListTraits<Item>::indexed) JournalListTraits<Item>::numbers(*this).invalidate();
 }
+
+// How changes reach the store (uses the traits above).
+#include "JournalService/StoreChanges.h"

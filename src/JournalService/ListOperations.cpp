@@ -198,13 +198,13 @@ bool JournalService::setMissedCallListAsViewed(const std::set<std::string>& entr
   if (entryIds.empty()) return true;
   {
     CriticalSection guard(m_missedLock);
-    std::string body;
+    std::vector<MissedCallItem*> marked;
     for (MissedCallItem& item : m_missedCallList) {
       if (entryIds.count(item.getEntryId()) == 0) continue;
       item.setViewed(true);
-      JournalListTraits<MissedCallItem>::appendEntry(item, body, false);
+      marked.push_back(&item);
     }
-    updateEntries(body, Helper::WRITEREQUEST, Helper::DAS_CALLLOGMISSEDCALLS);
+    storeWriteSet(marked);
   }
   m_pObserverNotifier->updateMissedCallCountAndCalls();
   return true;
@@ -220,9 +220,9 @@ bool JournalService::ageMissedCall(const std::string& entryId) {
                            [&](const MissedCallItem& item) { return item.getEntryId() == entryId; });
     if (it == m_missedCallList.end()) return false;
     it->setViewed(true);
+    storeWrite(*it);
     aged = *it;
     unviewed = getUnviewedMissedCallsCount();
-    updateMissedEntry(aged, Helper::WRITEREQUEST);
   }
   m_pObserverNotifier->updateMissedCallCountAndCalls(aged, unviewed, kNoId, JournalServiceObserverIfc::MERGED_ENTRY);
   return true;

@@ -67,13 +67,13 @@ std::optional<unsigned> JournalService::withdrawNewestMissedOccurrence(const Con
   infos.pop_front();
   if (infos.empty()) {
     JLOG(kCoreLog, 5, "%s():removing whole entry", "sscfw_checkNewForwardedCall");
-    updateMissedEntry(front, Helper::DELETEREQUEST);
+    storeDelete(front);
     list.pop_front();
   } else {
     JLOG(kCoreLog, 5, "%s():updating shortened info list", "sscfw_checkNewForwardedCall");
     front.setMissedCallInfoList(infos);
     if (m_softwareType == journal::kSipSoftware) front.setViewed(m_savedMissedViewed);
-    updateMissedEntry(front, Helper::WRITEREQUEST);
+    storeWrite(front);
   }
   return getUnviewedMissedCallsCount();
 }
