@@ -65,8 +65,9 @@ void JournalService::storeWrite(Item& entry) {
   changeBacklog<Item>([&](ListBacklog& backlog) { backlog.writes.insert(entry.getListOrder()); });
 }
 
-// Writes entries of the list in one message (the viewed marking, a list numbered anew). An entry
-// that is not stored yet waits in the backlog, where its write can learn its unique id.
+// Writes entries of the list in one message (the viewed marking, a list numbered anew). Sent at
+// once only when nothing of the list waits, so each entry has its row then: a message of several
+// entries tells the unique id of the last one only.
 template <class Item>
 void JournalService::storeWriteSet(const std::vector<Item*>& entries) {
   using T = JournalListTraits<Item>;
