@@ -206,8 +206,10 @@ class JournalService : public Service,
   void readDialledCallList();
   void readReceivedCallList();
   void readForwardedCallList();
-  // Replace a list with a store reply: sorted newest first, entries without occurrences purged
-  // (one delete each). Observers are not told.
+  // Replace a list with a store reply, in the order the entries had (their list order), rows that
+  // are not well-formed entries skipped, entries without occurrences purged (one delete each) and
+  // the list kept within its limits. A list with changes not stored yet is kept as it is; so is
+  // one whose reply cannot be read. Observers are not told.
   void processMissedCallDbXml(std::string const& reply);
   void processDialledCallDbXml(std::string const& reply);
   void processReceivedCallDbXml(std::string const& reply);

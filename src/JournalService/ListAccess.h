@@ -1,5 +1,6 @@
 // What differs between the five lists, gathered in one traits class per item type, and the list
-// work that is the same for all of them (copy, front, erase by id, store exchange, load).
+// work that is the same for all of them (copy, front, erase by id); StoreChanges.h, included at the
+// end, takes their changes to the store and loads them from it.
 // Private to the module; included by the sources of JournalService.
 #pragma once
 

@@ -88,15 +88,15 @@ void JournalService::retryStore() {
   }
 }
 
+// Whatever the store still refuses now is lost with the process: the lines say how much.
 void JournalService::storeBacklogBeforeStop() {
   if (m_storeBacklog->waiting == 0) return;
   size_t written = 0;
   if (probeStore()) {
     m_storeBacklog->down = false;
-    if (writeBacklogs(written)) {
-      noteStoreWritten(written);
-      storeWorked();
-    }
+    const bool stored = writeBacklogs(written);
+    noteStoreWritten(written);
+    if (stored) storeWorked();
   }
   if (m_storeBacklog->waiting != 0)
     JLOG(kCoreLog, 2, "the store fails: %zu changes could not be stored before the journal stopped",
