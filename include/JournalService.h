@@ -54,6 +54,9 @@ struct FilingRules;
 template <class Item>
 struct FiledOccurrence;
 class CSTADeliveredEvent;
+// What waits to be stored, and the store's state (src/JournalService/StoreBacklog.h).
+struct StoreBacklog;
+struct ListBacklog;
 
 class JournalService : public Service,
                        public JournalServiceIfc,
@@ -209,8 +212,10 @@ class JournalService : public Service,
   void readDialledCallList();
   void readReceivedCallList();
   void readForwardedCallList();
-  // Replace a list with a store reply: sorted newest first, entries without occurrences purged
-  // (one delete each). Observers are not told.
+  // Replace a list with a store reply, in the order the entries had (their list order), rows that
+  // are not well-formed entries skipped, entries without occurrences purged (one delete each) and
+  // the list kept within its limits. A list with changes not stored yet is kept as it is; so is
+  // one whose reply cannot be read. Observers are not told.
   void processMissedCallDbXml(std::string const& reply);
   void processDialledCallDbXml(std::string const& reply);
   void processReceivedCallDbXml(std::string const& reply);
@@ -219,6 +224,18 @@ class JournalService : public Service,
   void loadCallListsFromDb();
   // The unique id the store gave the last entry written, by any thread.
   std::string lastUniqueId() const;
+
+  // ---- Store health -------------------------------------------------------------------------------
+  // Changes the store refused wait and are written when it works again (StoreBacklog.h).
+  struct StoreHealth {
+    bool failing = false;       // from the first refused change until all that waited is written
+    size_t waitingChanges = 0;  // changes not stored yet (entries to write, rows to delete)
+    std::string failingSince;   // time text of the first refused change; empty when not failing
+  };
+  StoreHealth storeHealth() const;
+  // The same as one line: "ok", or "failing since <time>: <n> changes not stored yet". Served as
+  // the read-only management value "store-state".
+  std::string storeStateText() const;
 
   // ---- Configuration ------------------------------------------------------------------------------
   // Values of the local management store.
@@ -550,11 +567,55 @@ class JournalService : public Service,
   template <class Info>
   void sendCallLogEntryRequests(const std::list<Info>& infos);
   // Writes the list's front entry after a new call was filed, under `trimmedId` when the limit
-  // dropped an entry; a new entry takes the unique id the store gave it. The caller holds the lock.
+  // dropped an entry; the entry takes the unique id the store gave it. The caller holds the lock.
   template <class Item>
-  void storeFrontEntry(std::deque<Item>& list, const std::string& trimmedId, bool isNew);
+  void storeFrontEntry(std::deque<Item>& list, const std::string& trimmedId);
   // One store exchange; the unique id the store gave, or nothing when it failed.
   bool storeEntries(std::string const& body, std::string const& reason, std::string const& table, std::string& id);
+
+  // Changes of a stored list on their way to the store, written at once or kept in the list's
+  // backlog while the store fails (src/JournalService/StoreChanges.h). The caller holds the lock.
+  template <class Item>
+  void storeWrite(Item& entry);  // an entry of the list; it takes the unique id the store gives
+  template <class Item>
+  void storeWriteSet(const std::vector<Item*>& entries);
+  template <class Item>
+  void storeDelete(const Item& entry);  // before it leaves the list
+  template <class Item>
+  void storeDeletes(const std::vector<const Item*>& entries);
+  template <class Item>
+  void storeClear();
+  // Gives list[index] its list order; when the list had to be numbered anew the others are stored.
+  template <class Item>
+  void placeEntry(std::deque<Item>& list, size_t index);
+  template <class Item>
+  void forgetWaitingWrite(int64_t order);
+  template <class Item>
+  ListBacklog& backlogOf();
+  template <class Item, class Change>
+  void changeBacklog(Change change);
+  template <class Item>
+  bool changeWaits();
+  template <class Item>
+  bool flushBacklog(size_t& written);
+  template <class Item>
+  bool flushBacklogLocked(size_t& written);  // takes the list's lock
+  template <class Item>
+  bool listIsStored();
+  template <class Item>
+  void settleStoredList(std::deque<Item>& list);
+  // The store's state (src/JournalService/StoreRetry.cpp). storeFailed and storeWorked follow an
+  // exchange of a list change; the retry runs on the timer thread.
+  void storeFailed();
+  void storeWorked();
+  void noteStoreWritten(size_t written);
+  void armStoreRetry();  // m_storeBacklog->lock held
+  bool isStoreRetryTimer(int timerId);
+  void retryStore();
+  bool probeStore();
+  bool writeBacklogs(size_t& written);
+  // At shut-down: one more try to store what waits.
+  void storeBacklogBeforeStop();
 
   bool applyManageableValue(const std::string& key, const std::string& value, std::string& reason);
   std::string manageableValue(const std::string& key) const;
@@ -591,6 +652,9 @@ class JournalService : public Service,
   Semaphore m_dataLock;
   std::string m_lastUniqueId;        // guarded by m_uniqueIdLock
   mutable Semaphore m_uniqueIdLock;  // a leaf: nothing is taken while it is held
+  // Changes waiting to be stored, per list (each part under its list's lock), and the store's
+  // state under its own leaf lock, taken under a list lock or none.
+  std::unique_ptr<StoreBacklog> m_storeBacklog;
   // The software type is written on the management thread when the configuration changes and read
   // by the event, timer and client threads: its text under a leaf lock, and what the rules ask of
   // it (which switch flavour) as an atomic snapshot taken with each change.

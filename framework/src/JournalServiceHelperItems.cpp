@@ -9,7 +9,9 @@
 // false: what a reader assumes for a missing field), and the reader expects the fields in the
 // order they are written.
 #include <charconv>
+#include <cstdint>
 #include <cstring>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 
@@ -75,6 +77,12 @@ struct Writer {
   }
   void operator()(const char* name, bool value) {
     if (value) field(name, H::TRUETEXT, std::strlen(H::TRUETEXT));
+  }
+  void operator()(const char* name, int64_t value) {
+    if (value == 0) return;
+    char digits[24];
+    const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+    field(name, digits, static_cast<size_t>(end - digits));
   }
   template <class E, std::enable_if_t<std::is_enum_v<E>, int> = 0>
   void operator()(const char* name, E value) {
@@ -176,6 +184,14 @@ struct Reader {
   void operator()(const char* name, bool& value) {
     if (const Field field = find(name)) ok = readValue(field.text, value) && ok;
   }
+  // A 64-bit number (the list order), plain decimal digits with an optional minus.
+  void operator()(const char* name, int64_t& value) {
+    const Field field = find(name);
+    if (!field) return;
+    const char* end = field.text + std::strlen(field.text);
+    const auto parsed = std::from_chars(field.text, end, value);
+    ok = ok && parsed.ec == std::errc() && parsed.ptr == end && parsed.ptr != field.text;
+  }
   template <class E, std::enable_if_t<std::is_enum_v<E>, int> = 0>
   void operator()(const char* name, E& value) {
     const Field field = find(name);
@@ -252,6 +268,9 @@ void visitFields(V& v, I& item) {
   }
   if constexpr (std::is_same_v<Item, DialledCallItem>) {
     v.prop(H::GROUPBY, item, &DialledCallItem::getJournalSeviceGroupBy, &DialledCallItem::setJournalSeviceGroupBy);
+  }
+  if constexpr (hasPicture<Item>) {
+    v.prop(H::LISTORDER, item, &CallItemWithPicture::getListOrder, &CallItemWithPicture::setListOrder);
   }
   if constexpr (std::is_same_v<Item, CallBackItem>) {
     v.prop(H::NUMBER, item, &CallBackItem::getNumber, &CallBackItem::setNumber);
@@ -353,6 +372,8 @@ JOURNALXML_INSTANTIATE(CallBackItem)
 
 namespace {
 
+using H = JournalServiceHelper;
+
 template <class Item>
 std::string bodyText(const Item& item, bool isDelete) {
   std::string body;
@@ -377,6 +398,85 @@ bool parseBody(const std::string& body, Item& item) {
 // A reply that says the request failed, rather than an empty list.
 bool isFailureReply(const pugi::xml_node& root) {
   return std::string(root.child_value(JournalServiceHelper::RESULT)) == JournalServiceHelper::FAILURETEXT;
+}
+
+// ---- Store read replies, entry by entry ------------------------------------------------------
+
+using Skipped = std::vector<std::string>;
+
+// One entry of a read reply whose content is `body` (the item's element), named `uniqueId`.
+template <class Item>
+void takeStoredEntry(std::string_view body, const char* uniqueId, std::deque<Item>& list, Skipped& skipped) {
+  pugi::xml_document doc;
+  Item item;
+  if (journalxml::parse(doc, body.data(), body.size()) && journalxml::readItem(doc.document_element(), item)) {
+    if (*uniqueId) item.setUniqueId(uniqueId);
+    list.push_back(std::move(item));
+  } else {
+    skipped.emplace_back(uniqueId);
+  }
+}
+
+// A reply that is not well-formed, read by its frame: "<storeReply ...><result>ok</result>", then
+// per entry "<entry uniqueId=".." size="N">", N bytes of content, "</entry>", then
+// "</storeReply>". Only the store writes the frame, so the content of an entry, whatever it holds,
+// never misleads the reading of the next. False when the frame itself is broken.
+template <class Item>
+bool readFramedEntries(const std::string& reply, std::deque<Item>& list, Skipped& skipped) {
+  static const std::string kResultOk = std::string("<") + H::RESULT + ">ok</" + H::RESULT + ">";
+  static const std::string kEntryEnd = std::string("</") + H::ENTRY + ">";
+  static const std::string kReplyEnd = std::string("</") + H::STOREREPLY + ">";
+  static const std::string kEntryStart = std::string("<") + H::ENTRY + " ";
+  if (reply.compare(0, std::strlen(H::STOREREPLY) + 1, std::string("<") + H::STOREREPLY) != 0) return false;
+  size_t at = reply.find(kResultOk);
+  if (at == std::string::npos || at > reply.find('>') + 1) return false;
+  at += kResultOk.size();
+  while (reply.compare(at, kReplyEnd.size(), kReplyEnd) != 0) {
+    if (reply.compare(at, kEntryStart.size(), kEntryStart) != 0) return false;
+    const size_t tagEnd = reply.find('>', at);
+    if (tagEnd == std::string::npos) return false;
+    // The start tag alone, closed, is a small document of its own.
+    pugi::xml_document tag;
+    if (!journalxml::parse(tag, reply.substr(at, tagEnd - at) + "/>")) return false;
+    const pugi::xml_node entry = tag.document_element();
+    long long size = -1;
+    const char* sizeText = entry.attribute(H::SIZE).value();
+    const char* sizeEnd = sizeText + std::strlen(sizeText);
+    const auto parsed = std::from_chars(sizeText, sizeEnd, size);
+    if (parsed.ec != std::errc() || parsed.ptr != sizeEnd || size < 0) return false;
+    const size_t content = tagEnd + 1;
+    if (reply.size() < content + static_cast<size_t>(size) + kEntryEnd.size() ||
+        reply.compare(content + static_cast<size_t>(size), kEntryEnd.size(), kEntryEnd) != 0) {
+      return false;
+    }
+    takeStoredEntry(std::string_view(reply).substr(content, static_cast<size_t>(size)),
+                    entry.attribute(H::UNIQUEID).value(), list, skipped);
+    at = content + static_cast<size_t>(size) + kEntryEnd.size();
+  }
+  return at + kReplyEnd.size() == reply.size();
+}
+
+template <class Item>
+bool parseStoredList(const std::string& reply, std::deque<Item>& list, Skipped& skipped) {
+  std::deque<Item> read;
+  Skipped missing;
+  pugi::xml_document doc;
+  if (journalxml::parse(doc, reply)) {
+    if (isFailureReply(doc.document_element())) return false;
+    for (const pugi::xml_node& entry : doc.document_element().children(H::ENTRY)) {
+      Item item;
+      if (journalxml::readEntry(entry, item)) {
+        read.push_back(std::move(item));
+      } else {
+        missing.emplace_back(entry.attribute(H::UNIQUEID).value());
+      }
+    }
+  } else if (!readFramedEntries(reply, read, missing)) {
+    return false;
+  }
+  for (Item& item : read) list.push_back(std::move(item));
+  skipped.insert(skipped.end(), missing.begin(), missing.end());
+  return true;
 }
 
 template <class Item>
@@ -461,4 +561,21 @@ bool JournalServiceHelper::parseXMLForwardedCallList(const std::string& reply, s
 }
 bool JournalServiceHelper::parseXMLCallBackList(const std::string& reply, std::deque<CallBackItem>& list) {
   return parseList(reply, list);
+}
+
+bool JournalServiceHelper::parseStoredMissedCallList(const std::string& reply, std::deque<MissedCallItem>& list,
+                                                     std::vector<std::string>& skipped) {
+  return parseStoredList(reply, list, skipped);
+}
+bool JournalServiceHelper::parseStoredReceivedCallList(const std::string& reply, std::deque<ReceivedCallItem>& list,
+                                                       std::vector<std::string>& skipped) {
+  return parseStoredList(reply, list, skipped);
+}
+bool JournalServiceHelper::parseStoredDialledCallList(const std::string& reply, std::deque<DialledCallItem>& list,
+                                                      std::vector<std::string>& skipped) {
+  return parseStoredList(reply, list, skipped);
+}
+bool JournalServiceHelper::parseStoredForwardedCallList(const std::string& reply, std::deque<ForwardedCallItem>& list,
+                                                        std::vector<std::string>& skipped) {
+  return parseStoredList(reply, list, skipped);
 }

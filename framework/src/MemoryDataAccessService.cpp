@@ -110,6 +110,8 @@ void MemoryDataAccessService::Tables::readRows(int table, std::string& reply) co
   for (const auto& [id, row] : rows[table]) {
     reply += "<entry uniqueId=\"";
     reply += std::to_string(id);
+    reply += "\" size=\"";
+    reply += std::to_string(row.body.size());
     reply += "\">";
     reply += row.body;
     reply += "</entry>";

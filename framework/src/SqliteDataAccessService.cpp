@@ -24,22 +24,23 @@ const TableInfo kTables[kTableCount] = {
 
 namespace {
 
-// The readable columns in the order of the statements' parameters ?1 to ?8.
-constexpr const char* kRowColumns = "entry_id, surname, firstname, number, time_date, occurrences, viewed, body";
+// The readable columns in the order of the statements' parameters ?1 to ?9.
+constexpr const char* kRowColumns =
+    "entry_id, surname, firstname, number, time_date, occurrences, viewed, body, list_order";
 
 std::string callTableSql(const char* table, Op op) {
   const std::string t = table;
   switch (op) {
     case kInsert:
-      return "INSERT INTO " + t + " (" + kRowColumns + ") VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8)";
+      return "INSERT INTO " + t + " (" + kRowColumns + ") VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9)";
     case kUpdateById:
       return "UPDATE " + t +
              " SET entry_id = ?1, surname = ?2, firstname = ?3, number = ?4, time_date = ?5,"
-             " occurrences = ?6, viewed = ?7, body = ?8 WHERE unique_id = ?9";
+             " occurrences = ?6, viewed = ?7, body = ?8, list_order = ?9 WHERE unique_id = ?10";
     case kUpdateKeepingEntryId:  // leaves the entry id index alone
       return "UPDATE " + t +
              " SET surname = ?2, firstname = ?3, number = ?4, time_date = ?5,"
-             " occurrences = ?6, viewed = ?7, body = ?8 WHERE unique_id = ?9 AND entry_id IS ?1";
+             " occurrences = ?6, viewed = ?7, body = ?8, list_order = ?9 WHERE unique_id = ?10 AND entry_id IS ?1";
     case kDeleteById:
       return "DELETE FROM " + t + " WHERE unique_id = ?1";
     case kDeleteByEntryId:

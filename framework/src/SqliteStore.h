@@ -52,7 +52,8 @@ struct Columns {
   const char* number = nullptr;    // of the newest occurrence
   const char* timeDate = nullptr;  // of the newest occurrence
   int64_t occurrences = 0;
-  int viewed = -1;  // 1, 0, or -1 for null (not a missed call, or no valid flag)
+  int viewed = -1;        // 1, 0, or -1 for null (not a missed call, or no valid flag)
+  int64_t listOrder = 0;  // the entry's place in its list; 0 (null) when the body has none
 };
 Columns readColumns(const pugi::xml_node& bodyRoot, Table table);
 // Number of occurrences (callInfo elements) in an item body's root element.

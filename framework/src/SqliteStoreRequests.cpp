@@ -119,7 +119,7 @@ void bindText(sqlite3_stmt* statement, int index, const char* text) {
   }
 }
 
-// Parameters ?1 to ?8 of the insert and update statements.
+// Parameters ?1 to ?9 of the insert and update statements.
 void bindRow(sqlite3_stmt* statement, const Columns& columns, const char* body) {
   bindText(statement, 1, columns.entryId);
   bindText(statement, 2, columns.surname);
@@ -133,6 +133,11 @@ void bindRow(sqlite3_stmt* statement, const Columns& columns, const char* body) 
     sqlite3_bind_int(statement, 7, columns.viewed);
   }
   sqlite3_bind_text(statement, 8, body, -1, SQLITE_STATIC);
+  if (columns.listOrder == 0) {
+    sqlite3_bind_null(statement, 9);
+  } else {
+    sqlite3_bind_int64(statement, 9, columns.listOrder);
+  }
 }
 
 void appendReplyStart(std::string& reply, Table table) {
@@ -172,7 +177,7 @@ bool writeEntries(Store& store, const Request& request, int64_t& lastId, std::st
         StatementUse use(update);
         if (update) {
           bindRow(update, columns, body);
-          sqlite3_bind_int64(update, 9, id);
+          sqlite3_bind_int64(update, 10, id);
         }
         if (!stepDone(update)) return false;
         if ((replaced = sqlite3_changes(store.db) > 0)) break;
@@ -232,13 +237,19 @@ bool readEntries(Store& store, Table table, std::string& reply) {
   while ((rc = sqlite3_step(select)) == SQLITE_ROW) {
     char id[24];
     const auto idEnd = std::to_chars(id, id + sizeof id, sqlite3_column_int64(select, 0)).ptr;
+    // Stored bodies were checked to be well-formed items when written: they go out as the
+    // entry's element, copied without escaping. The size lets a reader still take the other
+    // entries when a row was damaged since (edited by hand, a disk fault).
+    const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(select, 1));
+    const std::string_view body = withoutDeclaration(text ? text : "");
+    char size[24];
+    const auto sizeEnd = std::to_chars(size, size + sizeof size, body.size()).ptr;
     reply += "<entry uniqueId=\"";
     reply.append(id, idEnd);
+    reply += "\" size=\"";
+    reply.append(size, sizeEnd);
     reply += "\">";
-    // Stored bodies were checked to be well-formed items when written: they go out as the
-    // entry's element, copied without escaping.
-    const auto* body = reinterpret_cast<const char*>(sqlite3_column_text(select, 1));
-    reply.append(withoutDeclaration(body ? body : ""));
+    reply.append(body);
     reply += "</entry>";
   }
   if (rc != SQLITE_DONE) return false;
@@ -322,6 +333,12 @@ Columns readColumns(const pugi::xml_node& bodyRoot, Table table) {
     columns.timeDate = newest.attribute(H::TIMEDATE).value();
   }
   columns.occurrences = countOccurrences(bodyRoot);
+  const char* listOrder = fieldText(bodyRoot, H::LISTORDER);
+  if (listOrder) {
+    const char* end = listOrder + std::strlen(listOrder);
+    const auto parsed = std::from_chars(listOrder, end, columns.listOrder);
+    if (parsed.ec != std::errc() || parsed.ptr != end) columns.listOrder = 0;
+  }
   if (table == kMissed) {
     columns.viewed = 0;
     const char* viewed = fieldText(bodyRoot, H::VIEWED);

@@ -7,6 +7,7 @@
 // Versions:
 //   1  the four call tables without `occurrences`, journalSettings
 //   2  + occurrences: the number of occurrences in the row's body
+//   3  + list_order: the entry's place in its list, from the body (null for bodies written before)
 #include <string>
 
 #include "JournalServiceHelperXml.h"
@@ -18,23 +19,23 @@ using sqlitestore::Store;
 
 namespace {
 
-
-static_assert(SqliteDataAccessService::kSchemaVersion == 2, "add the migration step to the new version");
+static_assert(SqliteDataAccessService::kSchemaVersion == 3, "add the migration step to the new version");
 
 // The current schema of one call table.
 std::string createCallTableSql(const char* table) {
   const std::string t = table;
-  return "CREATE TABLE " + t +
-         " (unique_id INTEGER PRIMARY KEY AUTOINCREMENT, entry_id TEXT, surname TEXT, firstname TEXT,"
-         " number TEXT, time_date TEXT, occurrences INTEGER, viewed INTEGER, body TEXT NOT NULL);"
-         "CREATE INDEX " + t + "_entry_id ON " + t + " (entry_id);";
+  std::string sql = "CREATE TABLE " + t +
+                    " (unique_id INTEGER PRIMARY KEY AUTOINCREMENT, entry_id TEXT, surname TEXT, firstname TEXT,"
+                    " number TEXT, time_date TEXT, occurrences INTEGER, viewed INTEGER, body TEXT NOT NULL,"
+                    " list_order INTEGER);";
+  sql += "CREATE INDEX " + t + "_entry_id ON " + t + " (entry_id);";
+  return sql;
 }
 
 bool createSchema(Store& store) {
   std::string sql;
   for (int t = 0; t < sqlitestore::kCallTableCount; ++t) sql += createCallTableSql(kTables[t].name);
-  sql += "CREATE TABLE " + std::string(kTables[sqlitestore::kSettings].name) +
-         " (name TEXT PRIMARY KEY, value TEXT);";
+  sql += "CREATE TABLE " + std::string(kTables[sqlitestore::kSettings].name) + " (name TEXT PRIMARY KEY, value TEXT);";
   return store.exec(sql.c_str());
 }
 
@@ -66,12 +67,22 @@ bool addOccurrences(Store& store) {
   return store.exec(sql.c_str());
 }
 
+// 2 -> 3: adds `list_order`. Bodies written before hold no place in their list, so it stays null
+// in the rows there are; the journal places those entries when it loads them.
+bool addListOrder(Store& store) {
+  std::string sql;
+  for (int t = 0; t < sqlitestore::kCallTableCount; ++t)
+    sql += "ALTER TABLE " + std::string(kTables[t].name) + " ADD COLUMN list_order INTEGER;";
+  return store.exec(sql.c_str());
+}
+
 struct Migration {
   int from;  // the step takes a file from this version to the next
   bool (*run)(Store& store);
 };
 const Migration kMigrations[] = {
     {1, addOccurrences},
+    {2, addListOrder},
 };
 static_assert(sizeof kMigrations / sizeof kMigrations[0] == SqliteDataAccessService::kSchemaVersion - 1,
               "one migration step per version");

@@ -3,6 +3,7 @@
 
 #include "JournalLog.h"
 #include "JournalService.h"
+#include "JournalService/StoreBacklog.h"
 #include "ObserverNotifier.h"
 #include "framework/JournalServiceHelper.h"
 
@@ -36,6 +37,7 @@ JournalService::JournalService(ObserverNotifierIfc* notifier)
       m_callBackLock(1, 1, true, "m_callBackLock"),
       m_dataLock(1, 1, false, "m_dataLock"),
       m_uniqueIdLock(1, 1, false, "m_uniqueIdLock"),
+      m_storeBacklog(std::make_unique<StoreBacklog>()),
       m_softwareTypeLock(1, 1, false, "m_softwareTypeLock"),
       m_callsLock(1, 1, true, "m_callsLock"),
       m_pObserverNotifier(notifier ? notifier : new ObserverNotifier) {
@@ -121,6 +123,10 @@ void JournalService::deriveLoggingMode() {
 
 void JournalService::timerEvent(int timerId) {
   JLOG(kCoreLog, 5, "timer expired");
+  if (isStoreRetryTimer(timerId)) {
+    retryStore();
+    return;
+  }
   bool sweep;
   {
     CriticalSection guard(m_callsLock);
@@ -171,7 +177,8 @@ bool JournalService::isUsingLumaUX() const {
 }
 
 void JournalService::run() {}
-void JournalService::shutdown() {}
+// What the store could not take yet gets one more try; the host stops the timers afterwards.
+void JournalService::shutdown() { storeBacklogBeforeStop(); }
 
 void JournalService::deliverEvent(CSTAEvent* event) {
   if (event) event->dispatch(*this);

@@ -1,10 +1,12 @@
 // What differs between the five lists, gathered in one traits class per item type, and the list
-// work that is the same for all of them (copy, front, erase by id, store exchange, load).
+// work that is the same for all of them (copy, front, erase by id); StoreChanges.h, included at the
+// end, takes their changes to the store and loads them from it.
 // Private to the module; included by the sources of JournalService.
 #pragma once
 
 #include <algorithm>
 #include <string>
+#include <vector>
 
 #include "JournalLog.h"
 #include "JournalService.h"
@@ -15,6 +17,7 @@ using Helper = JournalServiceHelper;
 template <>
 struct JournalListTraits<MissedCallItem> {
   static constexpr bool stored = true;
+  static constexpr int slot = 0;  // of its backlog
   static constexpr const char* table = Helper::DAS_CALLLOGMISSEDCALLS;
   static std::deque<MissedCallItem>& list(JournalService& s) { return s.m_missedCallList; }
   static constexpr bool indexed = true;
@@ -24,8 +27,8 @@ struct JournalListTraits<MissedCallItem> {
   static void appendEntry(const MissedCallItem& i, std::string& text, bool del) {
     Helper::createXMLMissedCallItemBody(i, text, del);
   }
-  static void parse(const std::string& reply, std::deque<MissedCallItem>& l) {
-    Helper::parseXMLMissedCallList(reply, l);
+  static bool parse(const std::string& reply, std::deque<MissedCallItem>& l, std::vector<std::string>& skipped) {
+    return Helper::parseStoredMissedCallList(reply, l, skipped);
   }
   static std::string readMessage() { return Helper::readMissedCallList(); }
   static bool ordered(const MissedCallItem& a, const MissedCallItem& b) { return isMissedCallOrdered(a, b); }
@@ -43,6 +46,7 @@ struct JournalListTraits<MissedCallItem> {
 template <>
 struct JournalListTraits<DialledCallItem> {
   static constexpr bool stored = true;
+  static constexpr int slot = 1;  // of its backlog
   static constexpr const char* table = Helper::DAS_CALLLOGDIALLEDCALLS;
   static std::deque<DialledCallItem>& list(JournalService& s) { return s.m_dialledCallList; }
   static constexpr bool indexed = true;
@@ -52,8 +56,8 @@ struct JournalListTraits<DialledCallItem> {
   static void appendEntry(const DialledCallItem& i, std::string& text, bool del) {
     Helper::createXMLDialledCallItemBody(i, text, del);
   }
-  static void parse(const std::string& reply, std::deque<DialledCallItem>& l) {
-    Helper::parseXMLDialledCallList(reply, l);
+  static bool parse(const std::string& reply, std::deque<DialledCallItem>& l, std::vector<std::string>& skipped) {
+    return Helper::parseStoredDialledCallList(reply, l, skipped);
   }
   static std::string readMessage() { return Helper::readDialledCallList(); }
   static bool ordered(const DialledCallItem& a, const DialledCallItem& b) { return isDialledCallOrdered(a, b); }
@@ -72,6 +76,7 @@ struct JournalListTraits<DialledCallItem> {
 template <>
 struct JournalListTraits<ReceivedCallItem> {
   static constexpr bool stored = true;
+  static constexpr int slot = 2;  // of its backlog
   static constexpr const char* table = Helper::DAS_CALLLOGRECEIVEDCALLS;
   static std::deque<ReceivedCallItem>& list(JournalService& s) { return s.m_receivedCallList; }
   static constexpr bool indexed = true;
@@ -81,8 +86,8 @@ struct JournalListTraits<ReceivedCallItem> {
   static void appendEntry(const ReceivedCallItem& i, std::string& text, bool del) {
     Helper::createXMLReceivedCallItemBody(i, text, del);
   }
-  static void parse(const std::string& reply, std::deque<ReceivedCallItem>& l) {
-    Helper::parseXMLReceivedCallList(reply, l);
+  static bool parse(const std::string& reply, std::deque<ReceivedCallItem>& l, std::vector<std::string>& skipped) {
+    return Helper::parseStoredReceivedCallList(reply, l, skipped);
   }
   static std::string readMessage() { return Helper::readReceivedCallList(); }
   static bool ordered(const ReceivedCallItem& a, const ReceivedCallItem& b) { return isReceivedCallOrdered(a, b); }
@@ -100,6 +105,7 @@ struct JournalListTraits<ReceivedCallItem> {
 template <>
 struct JournalListTraits<ForwardedCallItem> {
   static constexpr bool stored = true;
+  static constexpr int slot = 3;  // of its backlog
   static constexpr const char* table = Helper::DAS_CALLLOGFORWARDEDCALLS;
   static std::deque<ForwardedCallItem>& list(JournalService& s) { return s.m_forwardedCallList; }
   static constexpr bool indexed = true;
@@ -111,8 +117,8 @@ struct JournalListTraits<ForwardedCallItem> {
   static void appendEntry(const ForwardedCallItem& i, std::string& text, bool del) {
     Helper::createXMLForwardedCallItemBody(i, text, del);
   }
-  static void parse(const std::string& reply, std::deque<ForwardedCallItem>& l) {
-    Helper::parseXMLForwardedCallList(reply, l);
+  static bool parse(const std::string& reply, std::deque<ForwardedCallItem>& l, std::vector<std::string>& skipped) {
+    return Helper::parseStoredForwardedCallList(reply, l, skipped);
   }
   static std::string readMessage() { return Helper::readForwardedCallList(); }
   static bool ordered(const ForwardedCallItem& a, const ForwardedCallItem& b) { return isForwardedCallOrdered(a, b); }
@@ -156,7 +162,7 @@ bool JournalService::eraseEntry(const std::string& entryId, UnderLock underLock)
   auto it = std::find_if(list.begin(), list.end(), [&](const Item& i) { return i.getEntryId() == entryId; });
   if (it == list.end()) return false;
   T::reportToServer(*this, *it);
-  if constexpr (T::stored) updateEntry(T::body(*it, true), Helper::DELETEREQUEST, T::table);
+  if constexpr (T::stored) storeDelete(*it);
   leavingList(*it);
   list.erase(it);
   underLock(list);
@@ -171,21 +177,23 @@ bool JournalService::eraseEntries(const std::set<std::string>& entryIds, UnderLo
   using T = JournalListTraits<Item>;
   CriticalSection guard(T::lock(*this));
   auto& list = T::list(*this);
-  std::string body;
-  bool erased = false;
+  auto named = [&](const Item& item) { return entryIds.count(item.getEntryId()) != 0; };
+  std::vector<const Item*> leaving;
+  for (const Item& item : list) {
+    if (!named(item)) continue;
+    T::reportToServer(*this, item);
+    leaving.push_back(&item);
+  }
+  if (leaving.empty()) return false;
+  if constexpr (T::stored) storeDeletes(leaving);
   for (auto it = list.begin(); it != list.end();) {
-    if (entryIds.count(it->getEntryId()) == 0) {
+    if (!named(*it)) {
       ++it;
       continue;
     }
-    T::reportToServer(*this, *it);
-    if constexpr (T::stored) T::appendEntry(*it, body, true);
     leavingList(*it);
     it = list.erase(it);
-    erased = true;
   }
-  if (!erased) return false;
-  if constexpr (T::stored) updateEntries(body, Helper::DELETEREQUEST, T::table);
   underLock(list);
   return true;
 }
@@ -200,47 +208,13 @@ void JournalService::eraseAllEntries() {
   releaseIdsOf(list);
   list.clear();
   listChanged<Item>();
-  if constexpr (T::stored) updateEntries(std::string(), Helper::DELETEREQUEST, T::table);
+  if constexpr (T::stored) storeClear<Item>();
 }
 
 template <class Item>
 void JournalService::updateStoredEntry(const Item& item, const std::string& reason) {
   using T = JournalListTraits<Item>;
   updateEntry(T::body(item, isDeleteRequest(reason)), reason, T::table);
-}
-
-// The read and the replacement happen under the list's lock: a deletion between them would
-// otherwise bring a deleted entry back from the stale reply.
-template <class Item>
-void JournalService::readStoredList() {
-  CriticalSection guard(JournalListTraits<Item>::lock(*this));
-  std::string reply = processRequest(JournalListTraits<Item>::readMessage());
-  if (reply != journal::kStoreFailed) replaceWithStoredLocked<Item>(reply);
-}
-
-template <class Item>
-void JournalService::replaceWithStored(const std::string& reply) {
-  CriticalSection guard(JournalListTraits<Item>::lock(*this));
-  replaceWithStoredLocked<Item>(reply);
-}
-
-template <class Item>
-void JournalService::replaceWithStoredLocked(const std::string& reply) {
-  using T = JournalListTraits<Item>;
-  auto& list = T::list(*this);
-  releaseIdsOf(list);
-  list.clear();
-  listChanged<Item>();
-  T::parse(reply, list);
-  std::sort(list.begin(), list.end(), T::ordered);
-  // Entries without occurrences are never shown: each is deleted from the store as found.
-  auto empty = [](const Item& item) { return item.infos().empty(); };
-  for (auto it = std::find_if(list.begin(), list.end(), empty); it != list.end();
-       it = std::find_if(list.begin(), list.end(), empty)) {
-    updateStoredEntry(*it, Helper::DELETEREQUEST);
-    list.erase(it);
-  }
-  holdLoadedIds(list);
 }
 
 template <class Item>
@@ -261,22 +235,8 @@ void JournalService::holdLoadedIds(std::deque<Item>& list) {
     JLOG(journal::kCoreLog, 4, "%s():entry id %s is held by another entry; this one is now %s", __func__, taken.c_str(),
          item.getEntryId().c_str());
     listChanged<Item>();
-    if constexpr (JournalListTraits<Item>::stored) updateStoredEntry(item, Helper::WRITEREQUEST);
+    if constexpr (JournalListTraits<Item>::stored) storeWrite(item);
   }
-}
-
-// A new entry is stamped with the id its own write produced; when the store failed it gets the
-// last id any write produced, as an entry always carries one once the store has answered.
-template <class Item>
-void JournalService::storeFrontEntry(std::deque<Item>& list, const std::string& trimmedId, bool isNew) {
-  using T = JournalListTraits<Item>;
-  if (list.empty()) return;
-  Item& front = list.front();
-  if (!trimmedId.empty()) front.setUniqueId(trimmedId);  // the new entry reuses the dropped row
-  std::string id;
-  const bool stored =
-      storeEntries(Helper::createXMLField(Helper::ENTRY, T::body(front, false)), Helper::WRITEREQUEST, T::table, id);
-  if (isNew) front.setUniqueId(stored ? id : lastUniqueId());
 }
 
 // The ids in use and the list's number index (where it has one) follow entries in and out; any
@@ -298,3 +258,6 @@ template <class Item>
 void JournalService::listChanged() {
   if constexpr (JournalListTraits<Item>::indexed) JournalListTraits<Item>::numbers(*this).invalidate();
 }
+
+// How changes reach the store (uses the traits above).
+#include "JournalService/StoreChanges.h"

@@ -197,14 +197,14 @@ bool JournalService::setMissedCallListAsViewed(const std::set<std::string>& entr
   unsigned unviewed = 0;
   {
     CriticalSection guard(m_missedLock);
-    std::string body;
+    std::vector<MissedCallItem*> marked;
     for (MissedCallItem& item : m_missedCallList) {
       if (entryIds.count(item.getEntryId()) == 0) continue;
       item.setViewed(true);
-      JournalListTraits<MissedCallItem>::appendEntry(item, body, false);
+      marked.push_back(&item);
     }
-    if (body.empty()) return true;
-    updateEntries(body, Helper::WRITEREQUEST, Helper::DAS_CALLLOGMISSEDCALLS);
+    if (marked.empty()) return true;
+    storeWriteSet(marked);
     unviewed = getUnviewedMissedCallsCount();
   }
   m_pObserverNotifier->updateMissedCallCountAndCalls(unviewed);
@@ -221,9 +221,9 @@ bool JournalService::ageMissedCall(const std::string& entryId) {
                            [&](const MissedCallItem& item) { return item.getEntryId() == entryId; });
     if (it == m_missedCallList.end()) return false;
     it->setViewed(true);
+    storeWrite(*it);
     aged = *it;
     unviewed = getUnviewedMissedCallsCount();
-    updateMissedEntry(aged, Helper::WRITEREQUEST);
   }
   m_pObserverNotifier->updateMissedCallCountAndCalls(aged, unviewed, kNoId, JournalServiceObserverIfc::MERGED_ENTRY);
   return true;

@@ -63,6 +63,7 @@ FiledOccurrence<Item> JournalService::fileOccurrence(const typename Item::InfoLi
       return filed;
     }
     leavingList(*found);
+    forgetWaitingWrite<Item>(found->getListOrder());  // it is written at its new place
     Item merged = std::move(*found);
     list.erase(found);
     filed.removedId = merged.getUniqueId();
@@ -72,14 +73,16 @@ FiledOccurrence<Item> JournalService::fileOccurrence(const typename Item::InfoLi
     list.push_front(std::move(merged));
     filed.action = JournalServiceObserverIfc::MERGED_ENTRY;
   }
+  placeEntry(list, 0);
   if (list.size() > kMaxListEntries) {
     if (rules.onDrop) rules.onDrop(list.back());
     trimmedId = list.back().getUniqueId();
     filed.removedId = trimmedId;
     leavingList(list.back());
+    forgetWaitingWrite<Item>(list.back().getListOrder());  // its row is taken over, not deleted
     list.pop_back();
   }
-  storeFrontEntry(list, trimmedId, filed.action == JournalServiceObserverIfc::NEW_ENTRY);
+  storeFrontEntry(list, trimmedId);
   underLock();
   filed.front = list.front();
   return filed;
@@ -159,17 +162,25 @@ bool JournalService::removeOccurrencesUpTo(const std::string& number, const std:
     if (!removedAny) continue;
     listChanged<Item>();
     if (infos.empty()) {
-      updateStoredEntry(*entry, Helper::DELETEREQUEST);
+      storeDelete(*entry);
       m_entryIds.release(entry->getEntryId());
       list.erase(entry);
     } else if (removedNewest) {
       Item rebuilt = T::rebuild(*entry, infos);
+      forgetWaitingWrite<Item>(entry->getListOrder());
+      rebuilt.setListOrder(kUnplacedOrder);  // finds it again wherever `replace` puts it
       list.erase(entry);
       replace(list, rebuilt);
-      updateStoredEntry(rebuilt, Helper::WRITEREQUEST);
+      const auto placed = std::find_if(list.begin(), list.end(),
+                                       [](const Item& item) { return item.getListOrder() == kUnplacedOrder; });
+      if (placed != list.end()) {
+        const auto index = static_cast<size_t>(placed - list.begin());
+        placeEntry(list, index);
+        storeWrite(list[index]);
+      }
     } else {
       entry->infos() = infos;
-      updateStoredEntry(*entry, Helper::WRITEREQUEST);
+      storeWrite(*entry);
     }
     return true;
   }

@@ -67,14 +67,14 @@ std::optional<unsigned> JournalService::withdrawNewestMissedOccurrence(const Con
   infos.pop_front();
   if (infos.empty()) {
     JLOG(kCoreLog, 5, "%s():removing whole entry", "sscfw_checkNewForwardedCall");
-    updateMissedEntry(front, Helper::DELETEREQUEST);
+    storeDelete(front);
     m_entryIds.release(front.getEntryId());
     list.pop_front();
   } else {
     JLOG(kCoreLog, 5, "%s():updating shortened info list", "sscfw_checkNewForwardedCall");
     front.setMissedCallInfoList(infos);
     if (isSipSwitch()) front.setViewed(m_savedMissedViewed);
-    updateMissedEntry(front, Helper::WRITEREQUEST);
+    storeWrite(front);
   }
   return getUnviewedMissedCallsCount();
 }

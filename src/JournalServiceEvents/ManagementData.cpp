@@ -124,6 +124,7 @@ std::string JournalService::manageableValue(const std::string& key) const {
   if (key == "call-log-enabled") return boolText(m_callLogEnabled);
   if (key == "missed-logging") return missedLoggingText(m_missedLogging);
   if (key == "delete-missed-when-called") return deleteMissedText(m_deleteMissedWhenCalled);
+  if (key == "store-state") return storeStateText();  // read only
   return std::string();
 }
 

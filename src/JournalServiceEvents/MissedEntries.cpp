@@ -152,7 +152,7 @@ std::optional<JournalService::MissedRemoval> JournalService::removeMissedEntryOf
     JLOG(kCoreLog, 5, "%s():send CSTAEscapeRequest", __func__);
     sendMissedCallLogEntryRequests(found->infos());
   }
-  updateMissedEntry(*found, Helper::DELETEREQUEST);
+  storeDelete(*found);
   MissedRemoval removal{found->getUniqueId(), 0};
   leavingList(*found);
   list.erase(found);
@@ -183,7 +183,7 @@ void JournalService::findAndDeleteMissedEntryWhenCalled(Call* call) {
                               [&](const MissedCallItem& item) { return contactMatchesMissedCall(item, contact); });
     if (found == list.end()) return;
     JLOG(kCoreLog, 5, "%s():Found entry for '%s' - remove it from missed calls list", __func__, called.c_str());
-    updateMissedEntry(*found, Helper::DELETEREQUEST);
+    storeDelete(*found);
     leavingList(*found);
     list.erase(found);
     unviewed = getUnviewedMissedCallsCount();

@@ -13,6 +13,7 @@
 
 #include "Items.h"
 #include "LogCapture.h"
+#include "SqliteFaultVfs.h"
 #include "framework/JournalServiceHelper.h"
 #include "framework/SqliteDataAccessService.h"
 
@@ -217,21 +218,89 @@ TEST_F(SqliteStoreTest, MigratesAVersion1FileAndRefusesNewerVersionsAndFilesItCa
   query(old, schema + insert);
   sqlite3_free(insert);
   ASSERT_TRUE(store.open(old, error)) << error;
-  EXPECT_EQ(query(old, "PRAGMA user_version; SELECT unique_id, occurrences FROM callLogMissedCalls"),
-            (Rows{{"2"}, {"1", "3"}}));
+  EXPECT_EQ(query(old, "PRAGMA user_version; SELECT unique_id, occurrences, list_order FROM callLogMissedCalls"),
+            (Rows{{"3"}, {"1", "3", "<null>"}}));
   item.setUniqueId("1");
   EXPECT_EQ(readMissed(store), std::deque<MissedCallItem>{item});
 
-  query(newer, "PRAGMA user_version = 3");
+  query(newer, "PRAGMA user_version = 4");
   std::ofstream(garbage) << std::string(4096, 'g');
   for (const std::string& bad : {garbage, dir + "/missing/journal.db", newer}) {
     EXPECT_FALSE(store.open(bad, error));
     EXPECT_NE(error.find("'" + bad + "'"), std::string::npos) << error;
     EXPECT_FALSE(store.isOpen());
   }
-  EXPECT_NE(error.find("schema version 3"), std::string::npos) << error;
+  EXPECT_NE(error.find("schema version 4"), std::string::npos) << error;
   EXPECT_EQ(store.processRequest(H::readMissedCallList()), "failed");
   EXPECT_EQ(query(newer, "PRAGMA journal_mode"), (Rows{{"delete"}}));  // left as it was
+}
+
+TEST_F(SqliteStoreTest, ADamagedRowCostsTheReaderOnlyThatEntry) {
+  std::vector<std::string> ids;
+  for (int i = 0; i < 4; ++i) {
+    MissedCallItem item = missed("E" + std::to_string(i), "t", 2);
+    item.setListOrder(100 - i);
+    ids.push_back(put(entry(item)));
+  }
+  EXPECT_EQ(query(path, "SELECT list_order FROM callLogMissedCalls ORDER BY unique_id"),
+            (Rows{{"100"}, {"99"}, {"98"}, {"97"}}));
+  // Well-formed but no item (read as a whole reply), then cut short (read entry by entry).
+  const std::string rowOf1 = " WHERE unique_id = " + ids[1], rowOf2 = " WHERE unique_id = " + ids[2];
+  for (const std::string& damage : {"UPDATE callLogMissedCalls SET body = '<missedCall><viewed>maybe</viewed>"
+                                    "</missedCall>'" +
+                                        rowOf1,
+                                    "UPDATE callLogMissedCalls SET body = substr(body, 1, 30)" + rowOf2}) {
+    query(path, damage);
+    std::deque<MissedCallItem> list;
+    std::vector<std::string> skipped;
+    ASSERT_TRUE(H::parseStoredMissedCallList(store.processRequest(H::readMissedCallList()), list, skipped));
+    EXPECT_EQ(list.front().getEntryId(), "E0");
+    EXPECT_EQ(list.back().getEntryId(), "E3");
+    EXPECT_EQ(list.back().getListOrder(), 97);
+    EXPECT_EQ(skipped.front(), ids[1]);
+  }
+  std::deque<MissedCallItem> list;
+  std::vector<std::string> skipped;
+  ASSERT_TRUE(H::parseStoredMissedCallList(store.processRequest(H::readMissedCallList()), list, skipped));
+  EXPECT_EQ(list.size(), 2u);
+  EXPECT_EQ(skipped, (std::vector<std::string>{ids[1], ids[2]}));
+  // Without the entries' sizes a reply that is not well-formed cannot be read at all.
+  std::string reply = store.processRequest(H::readMissedCallList());
+  for (size_t at = reply.find(" size=\""); at != std::string::npos; at = reply.find(" size=\""))
+    reply.erase(at, reply.find('"', at + 7) + 1 - at);
+  EXPECT_FALSE(H::parseStoredMissedCallList(reply, list, skipped));
+  EXPECT_EQ(list.size(), 2u);
+  EXPECT_FALSE(H::parseStoredMissedCallList("failed", list, skipped));
+}
+
+TEST(SqliteStoreFaults, AFullOrFailingDiskFailsTheRequestChangesNothingAndTheStoreWorksOnAfterwards) {
+  const std::string dir = ::testing::TempDir() + "/sqlite_faults_XXXXXX";
+  std::string made = dir, error;
+  ASSERT_NE(mkdtemp(made.data()), nullptr);
+  SqliteFaultVfs vfs;  // before the store opens its file
+  SqliteDataAccessService store;
+  ASSERT_TRUE(store.open(made + "/journal.db", error)) << error;
+  const std::string emptyWrite = request(kMissed, H::WRITEREQUEST);
+  ASSERT_NE(store.processRequest(request(kMissed, H::WRITEREQUEST, entry(missed("E1", "a", 1)))), "failed");
+  const std::string before = store.processRequest(H::readMissedCallList());
+
+  for (SqliteFaultVfs::Fault fault : {SqliteFaultVfs::kDiskFull, SqliteFaultVfs::kIoError}) {
+    vfs.setFault(fault);
+    EXPECT_EQ(store.processRequest(request(kMissed, H::WRITEREQUEST, entry(missed("E2", "b", 1)))), "failed");
+    EXPECT_EQ(store.processRequest(request(kMissed, H::DELETEREQUEST)), "failed");
+    EXPECT_EQ(store.processRequest(emptyWrite),
+              "<storeReply table=\"callLogMissedCalls\"><result>ok</result></storeReply>");
+    vfs.setFault(SqliteFaultVfs::kNone);
+    EXPECT_EQ(store.processRequest(H::readMissedCallList()), before) << fault;
+  }
+  EXPECT_GT(vfs.refusedWrites(), 0);
+  ASSERT_NE(store.processRequest(request(kMissed, H::WRITEREQUEST, entry(missed("E3", "c", 1)))), "failed");
+  std::deque<MissedCallItem> list;
+  std::vector<std::string> skipped;
+  EXPECT_TRUE(H::parseStoredMissedCallList(store.processRequest(H::readMissedCallList()), list, skipped));
+  EXPECT_EQ(list.size(), 2u);
+  store.close();
+  std::filesystem::remove_all(made);
 }
 
 }  // namespace

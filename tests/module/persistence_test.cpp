@@ -36,7 +36,9 @@ TEST(Persistence, WriteRepliesRenewTheUniqueIdAndLoadingSortsPurgesAndSurvivesFa
   ASSERT_TRUE(Helper::getXMLValue(phone.store.requests().back(), Helper::ENTRY, body));
   EXPECT_EQ(body.find("<callInfos>"), std::string::npos);  // delete carries the delete body
 
-  // Loading sorts newest first and purges entries without occurrences, one delete each.
+  // Loading sorts newest first and purges entries without occurrences, one delete each; entries
+  // without a place in their list (written before places were kept) are given one and written.
+  phone.store.setReply("<storeReply><result>ok</result></storeReply>");
   std::string reply;
   for (const auto& entry : {makeEntry<MissedCallItem>("M-emptyA", "300", "2024-03-04T10:00:00", 0),
                             makeEntry<MissedCallItem>("M-old", "100", "2024-03-01T10:00:00"),
@@ -48,11 +50,15 @@ TEST(Persistence, WriteRepliesRenewTheUniqueIdAndLoadingSortsPurgesAndSurvivesFa
   auto& list = phone.peer().missedList();
   ASSERT_EQ(list.size(), 2u);
   EXPECT_EQ(list[0].getEntryId() + "," + list[1].getEntryId(), "M-new,M-old");
-  const std::string deletion = Helper::createXMLField(Helper::REASONFORMESSAGE, Helper::DELETEREQUEST);
-  for (const auto& request : phone.store.requests()) EXPECT_NE(request.find(deletion), std::string::npos) << request;
-  EXPECT_EQ(phone.store.requests().size(), 2u);  // one delete per empty entry
+  const auto requests = phone.store.requests();
+  ASSERT_EQ(requests.size(), 3u);  // one delete per empty entry, then the places of the others
+  for (size_t i : {0u, 1u}) EXPECT_NE(requests[i].find("<reason>delete</reason>"), std::string::npos) << requests[i];
+  EXPECT_NE(requests[2].find("<reason>write</reason>"), std::string::npos) << requests[2];
+  EXPECT_GT(list[0].getListOrder(), list[1].getListOrder());
+  EXPECT_GT(list[1].getListOrder(), 0);
 
   // A failing store leaves the lists as they are; only SIP phones read forwarded calls.
+  phone.store.setReply("failed");
   for (auto [software, reads] : {std::make_pair("Velmora KPX", 3u), {"Velmora SIP", 4u}}) {
     phone.peer().setSoftwareType(software);
     phone.store.clear();

@@ -1,7 +1,7 @@
 // The journal's entry model: one entry per party, holding its occurrences ("infos"), newest first.
 //
 //   CallItem                      entry id, surname, first name
-//    +- CallItemWithPicture       + unique id in the store, picture clip
+//    +- CallItemWithPicture       + unique id in the store, picture clip, place in its list
 //    |   +- CallItemWithInfos<I>  + list of occurrence records I
 //    |       +- MissedCallItem    + viewed flag
 //    |       +- ReceivedCallItem
@@ -14,6 +14,7 @@
 // thread-safe); the journal guards each list with its own lock.
 #pragma once
 
+#include <cstdint>
 #include <list>
 #include <string>
 
@@ -81,8 +82,13 @@ class CallItemWithPicture : public CallItem {
   void setUniqueId(const std::string& id) { m_uniqueId = id; }
   const std::string& getPictureClip() const { return m_pictureClip; }
   void setPictureClip(const std::string& clip) { m_pictureClip = clip; }
+  // The entry's place in its list, kept by the journal so that a stored list comes back in its
+  // order: larger is nearer the front; 0 is no place yet (an entry of an older store file).
+  int64_t getListOrder() const { return m_listOrder; }
+  void setListOrder(int64_t order) { m_listOrder = order; }
 
  protected:
+  // The list order is where the entry stands, not what it holds: it takes no part in equality.
   bool sameItemWithPicture(const CallItemWithPicture& other) const {
     return sameCallItem(other) && m_uniqueId == other.m_uniqueId && m_pictureClip == other.m_pictureClip;
   }
@@ -90,6 +96,7 @@ class CallItemWithPicture : public CallItem {
  private:
   std::string m_uniqueId;
   std::string m_pictureClip;
+  int64_t m_listOrder = 0;
 };
 
 // One occurrence of a call.
@@ -191,8 +198,7 @@ class CallItemWithInfos : public CallItemWithPicture {
 
   CallItemWithInfos() = default;
   CallItemWithInfos(std::string entryId, std::string surname, std::string firstname, InfoList infos)
-      : CallItemWithPicture(std::move(entryId), std::move(surname), std::move(firstname)),
-        m_infos(std::move(infos)) {}
+      : CallItemWithPicture(std::move(entryId), std::move(surname), std::move(firstname)), m_infos(std::move(infos)) {}
 
   const InfoList& infos() const { return m_infos; }
   InfoList& infos() { return m_infos; }
@@ -301,8 +307,12 @@ class CallBackItem : public CallItem {
                NumberType::NT numberType, std::string timeDate, CallBackType type, CallBackState state,
                std::string deviceId)
       : CallItem(std::move(entryId), std::move(surname), std::move(firstname)),
-        m_number(std::move(number)), m_numberType(numberType), m_timeDate(std::move(timeDate)),
-        m_type(type), m_state(state), m_deviceId(std::move(deviceId)) {}
+        m_number(std::move(number)),
+        m_numberType(numberType),
+        m_timeDate(std::move(timeDate)),
+        m_type(type),
+        m_state(state),
+        m_deviceId(std::move(deviceId)) {}
   ~CallBackItem() override;
   CallBackItem(const CallBackItem&) = default;
   CallBackItem(CallBackItem&&) noexcept = default;
@@ -363,11 +373,11 @@ class Contact {
   bool operator==(const Contact& o) const;
 
  private:
-  std::string m_firstname;    // 1
-  std::string m_surname;      // 2
-  std::string m_pictureClip;  // 12
+  std::string m_firstname;                            // 1
+  std::string m_surname;                              // 2
+  std::string m_pictureClip;                          // 12
   NumberType::NT m_numberType = NumberType::NT_NONE;  // 13
-  std::string m_number;       // 14
+  std::string m_number;                               // 14
 };
 
 #pragma GCC visibility pop

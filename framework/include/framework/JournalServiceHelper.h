@@ -47,6 +47,8 @@ class JournalServiceHelper {
   static constexpr const char* TABLE = "table";
   // Unique id of the row written, in the store's reply to a write or update.
   static constexpr const char* LASTUNIQUEID = "lastUniqueId";
+  // Attribute of an ENTRY in a store's read reply: the length in bytes of the entry's content.
+  static constexpr const char* SIZE = "size";
 
   // Tables of the data access service.
   static constexpr const char* DAS_CALLLOGMISSEDCALLS = "callLogMissedCalls";
@@ -73,6 +75,7 @@ class JournalServiceHelper {
   static constexpr const char* PICTURECLIP = "pictureClip";
   static constexpr const char* VIEWED = "viewed";
   static constexpr const char* GROUPBY = "groupBy";
+  static constexpr const char* LISTORDER = "listOrder";
   static constexpr const char* CALLINFOS = "callInfos";
   static constexpr const char* CALLINFO = "callInfo";
   // Callback fields (NUMBER and NUMBERTYPE are shared with the infos).
@@ -214,6 +217,20 @@ class JournalServiceHelper {
   static bool parseXMLDialledCallList(const std::string& reply, std::deque<DialledCallItem>& list);
   static bool parseXMLForwardedCallList(const std::string& reply, std::deque<ForwardedCallItem>& list);
   static bool parseXMLCallBackList(const std::string& reply, std::deque<CallBackItem>& list);
+  // The entries of a store's read reply, for loading a list. Unlike the parsers above, a damaged
+  // entry (a row not well-formed or not an item of the type, edited by hand or hurt by a disk
+  // fault) costs only itself: it is left out and its unique id (the ENTRY's attribute, empty when
+  // it has none) added to `skipped`, also when it makes the reply as a whole not well-formed, as
+  // the entries are then read one by one by their SIZE. False, appending nothing, for a reply that
+  // is a failure or cannot be read at all (not well-formed and without sizes).
+  static bool parseStoredMissedCallList(const std::string& reply, std::deque<MissedCallItem>& list,
+                                        std::vector<std::string>& skipped);
+  static bool parseStoredReceivedCallList(const std::string& reply, std::deque<ReceivedCallItem>& list,
+                                          std::vector<std::string>& skipped);
+  static bool parseStoredDialledCallList(const std::string& reply, std::deque<DialledCallItem>& list,
+                                         std::vector<std::string>& skipped);
+  static bool parseStoredForwardedCallList(const std::string& reply, std::deque<ForwardedCallItem>& list,
+                                           std::vector<std::string>& skipped);
   // Shorter names of the same parsers.
   static bool parseXMLMissedList(const std::string& r, std::deque<MissedCallItem>& l) {
     return parseXMLMissedCallList(r, l);

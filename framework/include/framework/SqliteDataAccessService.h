@@ -6,9 +6,10 @@
 // callLogReceivedCalls, callLogForwardedCalls), one row per entry, and journalSettings. Each row
 // keeps the item body as it was sent (column `body`, which holds all occurrences) beside columns
 // taken from it for people reading the file with the sqlite3 shell: entry_id, surname,
-// firstname, number and time_date of the newest occurrence, occurrences (their count) and
-// viewed (missed calls only, NULL elsewhere). The row id `unique_id` is the entry's unique id;
-// a read gives it on each entry as attribute `uniqueId`, so stored bodies are never rewritten.
+// firstname, number and time_date of the newest occurrence, occurrences (their count), viewed
+// (missed calls only, NULL elsewhere) and list_order (the entry's place in its list). The row id
+// `unique_id` is the entry's unique id; a read gives it on each entry as attribute `uniqueId`, so
+// stored bodies are never rewritten, and each entry's length as attribute `size`.
 //
 // Schema versions are kept in PRAGMA user_version. open() brings an older file up to the
 // current version one step at a time, each step in its own transaction, and refuses a file of
@@ -45,7 +46,7 @@ class SqliteDataAccessService : public Service, public DataAccessServiceIfc {
   enum Durability { Full, Normal };
 
   // The schema version this code writes; open() migrates older files up to it.
-  static constexpr int kSchemaVersion = 2;
+  static constexpr int kSchemaVersion = 3;
   // How long a statement waits for a lock held by another connection to the same file.
   static constexpr int kBusyTimeoutMs = 5000;
 
