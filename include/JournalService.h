@@ -14,7 +14,9 @@
 //   m_dialledLock -> m_missedLock                  (a dialled entry may remove the party's missed entry)
 // The store's own lock, m_uniqueIdLock and the entry ids' lock are leaves taken under a list lock
 // (every change is stored at once, the unique id of the write is kept, and the ids in use follow
-// the entries); m_softwareTypeLock is a leaf too.
+// the entries); m_softwareTypeLock is a leaf too. The store backlog's lock is a leaf, taken under
+// a list lock, under m_dataLock (the management value) or alone; its retry runs on the timer
+// thread, takes one list lock at a time and makes its probe write with no lock held.
 // The notifier is never called while a list lock is held: its lock comes before the list locks,
 // since it reads lists while holding it. Work that notifies computes what observers are told
 // under the list lock, gives the lock, then notifies.
