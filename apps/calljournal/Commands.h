@@ -19,6 +19,7 @@ int ageCommand(const Connection& c, const std::string& id);
 int lastDialledCommand(const Connection& c, bool json);
 int refreshCommand(const Connection& c);
 int watchCommand(const Connection& c, bool json);
+int statusCommand(const Connection& c, bool json);
 int configGetCommand(const Connection& c, const std::vector<std::string>& keys);
 int configSetCommand(const Connection& c, const std::string& key, const std::string& value);
 

@@ -6,7 +6,9 @@
 #include <deque>
 #include <iosfwd>
 #include <string>
+#include <vector>
 
+#include "Management.h"
 #include "framework/CallItems.h"
 
 namespace cli {
@@ -47,6 +49,9 @@ struct JournalLists {
 std::string toJson(const JournalLists& lists);
 // One aligned table per list read, headed by its name and size (missed also by the unviewed count).
 void printTables(const JournalLists& lists, std::ostream& out);
+
+// {"switch": "...", "store": "...", ...}: the daemon's status lines as one JSON object.
+std::string statusJson(const std::vector<host::ManagementSetting>& lines);
 
 // One observer message as one line: "missed new <id> <number> <name>", "missedCount 3", ...
 // or, with `json`, one JSON object. Empty for a message that cannot be read.

@@ -68,6 +68,9 @@ int main(int argc, char** argv) {
   auto* watchCmd = app.add_subcommand("watch", "print every change of the lists as it happens");
   watchCmd->add_flag("--json", json, "one JSON object per line");
 
+  auto* statusCmd = app.add_subcommand("status", "what the daemon is doing: switch, store, clients, lists");
+  statusCmd->add_flag("--json", json, "one JSON object");
+
   auto* configCmd = app.add_subcommand("config", "read or change the daemon's settings");
   configCmd->require_subcommand(1);
   std::vector<std::string> keys;
@@ -106,6 +109,7 @@ int main(int argc, char** argv) {
     if (*lastCmd) return cli::lastDialledCommand(connection, json);
     if (*refreshCmd) return cli::refreshCommand(connection);
     if (*watchCmd) return cli::watchCommand(connection, json);
+    if (*statusCmd) return cli::statusCommand(connection, json);
     if (*getCmd) return cli::configGetCommand(connection, keys);
     if (*setCmd) return cli::configSetCommand(connection, key, value);
     if (*replayCmd) return cli::replayCommand(replay);

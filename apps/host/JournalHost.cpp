@@ -2,8 +2,11 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <deque>
+#include <type_traits>
 
 #include "Management.h"
 #include "framework/ClientServer.h"
@@ -352,13 +355,72 @@ std::string JournalHost::request(const std::string& message) {
 }
 
 std::string JournalHost::handleManagement(const std::string& message) {
-  ManagementContext context{m_parts->mgmt, m_settings, [this] {
+  ManagementContext context{m_parts->mgmt, m_settings,
+                            [this] {
                               Settings s;
                               std::string error;
                               if (readSettings(m_parts->mgmt.values(), s, error)) m_settings.logLevels = s.logLevels;
                               applyLogThresholds();
-                            }};
+                            },
+                            [this] { return status(); }};
   return answerManagement(message, context);
+}
+
+namespace {
+
+// "3 entries, 1 not viewed": the size of the list a read reply holds.
+template <class Item, class Parse>
+std::string listSize(const std::string& reply, Parse parse, bool countUnviewed = false) {
+  std::deque<Item> list;
+  if (reply == JournalServiceHelper::FAILURE || !parse(reply, list)) return "not readable";
+  std::string text = std::to_string(list.size()) + (list.size() == 1 ? " entry" : " entries");
+  if constexpr (std::is_same_v<Item, MissedCallItem>) {
+    if (countUnviewed) {
+      const auto unviewed = std::count_if(list.begin(), list.end(), [](const Item& i) { return !i.getViewed(); });
+      text += ", " + std::to_string(unviewed) + " not viewed";
+    }
+  }
+  return text;
+}
+
+}  // namespace
+
+std::vector<ManagementSetting> JournalHost::status() {
+  Parts& p = *m_parts;
+  std::vector<ManagementSetting> lines;
+  auto line = [&](const char* key, const std::string& value) { lines.push_back({key, value, "status"}); };
+  if (m_settings.switchPort == 0) {
+    line("switch", "none configured");
+  } else {
+    const std::string where = m_settings.switchHost + ":" + std::to_string(m_settings.switchPort);
+    line("switch", where + (p.csta && p.csta->connected() ? ", connected" : ", not reached (trying again)"));
+    const fw::CstaLinkService::MonitorCount monitors =
+        p.csta ? p.csta->monitors() : fw::CstaLinkService::MonitorCount();
+    line("monitor", monitors.asked == 0                  ? "not asked for"
+                    : monitors.running == monitors.asked ? "running at the switch"
+                                                         : "waiting for the switch");
+  }
+  std::string store = "unknown";
+  if (MgmtAgentIfc* agent = p.mgmt.agent(kJournalAgent)) {
+    ManageableData data("store-state");
+    agent->getData(data);
+    data.interogate("store-state", store);
+  }
+  line("store", store + " (" + m_settings.database + ")");
+  line("clients", std::to_string(p.server ? p.server->connectionCount() : 0) + " connected, at most " +
+                      std::to_string(m_settings.clientMaxConnections));
+  auto read = [this](int method) { return request(JournalServiceHelper::createMethodRequest(method)); };
+  line("missed", listSize<MissedCallItem>(read(JournalServiceHelper::GET_MISSED_CALL_LIST),
+                                          JournalServiceHelper::parseXMLMissedCallList, true));
+  line("received", listSize<ReceivedCallItem>(read(JournalServiceHelper::GET_RECEIVED_CALL_LIST),
+                                              JournalServiceHelper::parseXMLReceivedCallList));
+  line("dialled", listSize<DialledCallItem>(read(JournalServiceHelper::GET_DIALLED_CALL_LIST),
+                                            JournalServiceHelper::parseXMLDialledCallList));
+  line("forwarded", listSize<ForwardedCallItem>(read(JournalServiceHelper::GET_FORWARDED_CALL_LIST),
+                                                JournalServiceHelper::parseXMLForwardedCallList));
+  line("callbacks", listSize<CallBackItem>(read(JournalServiceHelper::GET_CALL_BACK_LIST),
+                                           JournalServiceHelper::parseXMLCallBackList));
+  return lines;
 }
 
 bool JournalHost::setLocalTime(const std::string& localTime, std::string& error) {

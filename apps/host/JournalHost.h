@@ -11,8 +11,10 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "HostSettings.h"
+#include "Management.h"
 
 class Executable;
 class FrameworkContext;
@@ -49,8 +51,10 @@ class JournalHost {
 
   // One request as a client would send it, answered in this process (used by replay).
   std::string request(const std::string& message);
-  // Answers a management message ("config get" / "config set").
+  // Answers a management message ("config get" / "config set" / "status").
   std::string handleManagement(const std::string& message);
+  // What the daemon is doing: the switch link and monitor, the store, the clients, the lists.
+  std::vector<ManagementSetting> status();
 
   // Replay: where the phone's clock stands when the journal starts (before start()).
   void setReplayStart(const std::string& localTime) { m_replayStart = localTime; }

@@ -134,11 +134,18 @@ std::string answerManagement(const std::string& message, ManagementContext& cont
   for (pugi::xml_node k : root.children("key")) keys.push_back(fw::utf8::sanitize(k.child_value()));
   logAppUni("Journal Host", __FILE__, 5, __LINE__, "management %s of %zu key(s)", operation.c_str(), keys.size());
   if (operation == "get") return get(context, keys);
+  if (operation == "status") {
+    pugi::xml_document out;
+    pugi::xml_node reply = out.append_child("mgmtResponse");
+    if (context.status)
+      for (const ManagementSetting& line : context.status()) addSetting(reply, line.key, line.value, "status");
+    return finish(out, reply, true, "");
+  }
   if (operation == "set" && keys.size() == 1 && root.child("value"))
     return set(context, keys[0], fw::utf8::sanitize(root.child_value("value")));
   pugi::xml_document out;
   return finish(out, out.append_child("mgmtResponse"), false,
-                "not a management request: expected get with keys, or set with one key and a value");
+                "not a management request: expected get with keys, set with one key and a value, or status");
 }
 
 std::string managementGetRequest(const std::vector<std::string>& keys) {
@@ -149,6 +156,10 @@ std::string managementGetRequest(const std::vector<std::string>& keys) {
   std::ostringstream out;
   doc.save(out, "", pugi::format_raw | pugi::format_no_declaration);
   return out.str();
+}
+
+std::string managementStatusRequest() {
+  return std::string("<") + kManagementRequest + "><operation>status</operation></" + kManagementRequest + ">";
 }
 
 std::string managementSetRequest(const std::string& key, const std::string& value) {

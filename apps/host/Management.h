@@ -8,6 +8,7 @@
 //
 //   <mgmtRequest><operation>get</operation><key>software-type</key>...</mgmtRequest>   (no key: all)
 //   <mgmtRequest><operation>set</operation><key>k</key><value>v</value></mgmtRequest>
+//   <mgmtRequest><operation>status</operation></mgmtRequest>     (what the daemon is doing)
 //   <mgmtResponse><result>ok|failure</result><reason>...</reason>
 //     <setting><key>k</key><value>v</value><source>journal|configuration|default</source></setting>...
 //   </mgmtResponse>
@@ -30,17 +31,20 @@ constexpr const char* kManagementRequest = "mgmtRequest";
 // Id under which the journal registers its management agent.
 constexpr const char* kJournalAgent = "JournalMgmtId";
 
+struct ManagementSetting {
+  std::string key, value, source;
+};
+
 struct ManagementContext {
   FileLocalMgmt& mgmt;
   const Settings& settings;
   std::function<void()> logSettingsChanged;
+  // The daemon's state for "status", one key and value per line (source "status").
+  std::function<std::vector<ManagementSetting>()> status;
 };
 
 std::string answerManagement(const std::string& message, ManagementContext& context);
 
-struct ManagementSetting {
-  std::string key, value, source;
-};
 struct ManagementReply {
   bool ok = false;
   std::string reason;
@@ -48,6 +52,7 @@ struct ManagementReply {
 };
 
 std::string managementGetRequest(const std::vector<std::string>& keys);
+std::string managementStatusRequest();
 std::string managementSetRequest(const std::string& key, const std::string& value);
 // False when the text is not a management reply.
 bool parseManagementReply(const std::string& text, ManagementReply& reply);

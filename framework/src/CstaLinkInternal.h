@@ -189,7 +189,7 @@ struct CstaLinkService::Impl {
   std::deque<std::function<void()>> heldTasks;  // posted while held or releasing, in order
   std::atomic<bool> isConnected{false};
 
-  std::mutex m_monitorMutex;  // leaf; guards the members below
+  mutable std::mutex m_monitorMutex;  // leaf; guards the members below
   std::vector<Monitor> monitors;
   std::vector<CSTAEventIfc*> statusSinks;  // sources of SystemRegister requests
   bool systemRegisterMade = false;

@@ -83,6 +83,16 @@ bool CstaLinkService::connected() const {
   return d.isConnected;
 }
 
+CstaLinkService::MonitorCount CstaLinkService::monitors() const {
+  std::lock_guard<std::mutex> guard(m_impl->m_monitorMutex);
+  MonitorCount count;
+  for (const Impl::Monitor& m : m_impl->monitors) {
+    ++count.asked;
+    if (!m.currentId.empty()) ++count.running;
+  }
+  return count;
+}
+
 void CstaLinkService::holdEvents() {
   std::lock_guard<std::mutex> guard(m_impl->m_linkMutex);
   m_impl->eventsHeld = true;

@@ -78,8 +78,10 @@ class DaemonStore : public DaemonTest {
       const json now = lists();
       return showsNumber(now, "0302220003", 2) && showsNumber(now, "0302220004");
     })) << daemon->err();
-    const Subprocess::Result state = cli({"config", "get", "store-state"});
-    EXPECT_NE(state.out.find("store-state = failing since "), std::string::npos) << state.out << state.err;
+    const Subprocess::Result status = cli({"status", "--json"});
+    ASSERT_EQ(0, status.code) << status.err;
+    const std::string store = json::parse(status.out)["store"];
+    EXPECT_EQ(0u, store.find("failing since ")) << store;
   }
   // Once the fault is gone: every entry shown is stored, the earlier rows untouched, and the lists
   // come back so after a restart.
@@ -94,7 +96,9 @@ class DaemonStore : public DaemonTest {
     for (const std::string& row : earlier) EXPECT_EQ(now.count(row), 1u) << row;
     EXPECT_NE(daemon->err().find("the store fails"), std::string::npos) << daemon->err();
     EXPECT_NE(daemon->err().find("the store works again"), std::string::npos) << daemon->err();
-    EXPECT_NE(cli({"config", "get", "store-state"}).out.find("store-state = ok"), std::string::npos);
+    const Subprocess::Result status = cli({"status", "--json"});
+    ASSERT_EQ(0, status.code) << status.err;
+    EXPECT_EQ("ok (" + db + ")", json::parse(status.out)["store"]);
     const json before = lists();
     restartDaemon();
     EXPECT_EQ(lists(), before);

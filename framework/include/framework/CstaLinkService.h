@@ -104,6 +104,12 @@ class CstaLinkService : public Service, public CSTAServiceIfc {
   void drainEvents();
 
   bool connected() const;
+  // Monitors the modules asked for, and how many of them run at the switch now.
+  struct MonitorCount {
+    std::size_t asked = 0;
+    std::size_t running = 0;
+  };
+  MonitorCount monitors() const;
 
   struct Impl;
 
