@@ -134,6 +134,11 @@ struct CstaLinkService::Impl {
   Answer exchange(const char* requestName, const std::string& xml, AnswerHook onAnswer = {});
   // 0 when requests are answered here and the service runs; kCstaLinkNotConnected otherwise.
   int localState();
+  // The next free invoke id of a request. The caller holds m_linkMutex.
+  int takeInvokeId();
+  // I/O thread: an answer no request waits for any more. A monitor the switch started for a
+  // MonitorStart that timed out belongs to nobody: it is stopped at the switch.
+  void lateAnswer(const std::string& xml);
   std::string deviceOnWire(const std::string& device) const;
   void systemRegister(CSTASystemStatusRequest& request);
   // Records the outcome of a SystemRegister sent to the switch.

@@ -210,7 +210,28 @@ void CstaLinkService::Impl::handleFrame(csta_xml::CstaFrame& frame) {
     m_linkCv.notify_all();
   } else {
     CSTA_LOG(kLogTrace, "CSTA link: answer %04d matches no waiting request (late?); skipped", frame.invokeId);
+    lateAnswer(frame.xml);
   }
+}
+
+void CstaLinkService::Impl::lateAnswer(const std::string& xml) {
+  if (link::documentElementName(xml) != "MonitorStartResponse") return;
+  const std::unique_ptr<CSTAResponse> response = link::parseResponse("MonitorStart", xml);
+  auto* started = dynamic_cast<CSTAMonitorStartResponse*>(response.get());
+  const std::string id = started && !started->isError() ? started->GetMonitorCrossRefID() : std::string();
+  if (id.empty()) return;
+  {
+    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    for (const Monitor& m : monitors)
+      if (m.currentId == id) return;  // it is known after all
+  }
+  int invokeId = 0;
+  {
+    std::lock_guard<std::mutex> guard(m_linkMutex);
+    invokeId = takeInvokeId();
+  }
+  CSTA_LOG(kLogNotable, "CSTA monitor %s was started after its request had timed out; stopped again", id.c_str());
+  write(csta_xml::encodeFrame(invokeId, link::monitorStopXml(id)));
 }
 
 void CstaLinkService::Impl::write(std::string frame) {

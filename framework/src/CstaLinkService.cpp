@@ -162,11 +162,7 @@ CstaLinkService::Impl::Answer CstaLinkService::Impl::exchange(const char* reques
     CSTA_LOG(kLogTrace, "CSTA %s not sent: no link to the switch", requestName);
     return answer;
   }
-  // Ids 0000-9998 in turn, passing over ids still waiting for their answer.
-  do {
-    invokeId = nextInvokeId;
-    nextInvokeId = (nextInvokeId + 1) % csta_xml::kEventInvokeId;
-  } while (pending.count(invokeId));
+  invokeId = takeInvokeId();
   pending[invokeId] = &waiting;
   connection = linkGeneration;
   answer.connection = connection;
@@ -195,6 +191,16 @@ CstaLinkService::Impl::Answer CstaLinkService::Impl::exchange(const char* reques
   }
   answer.response = link::parseResponse(requestName, waiting.answerXml);
   return answer;
+}
+
+// Ids 0000-9998 in turn, passing over ids still waiting for their answer. m_linkMutex is held.
+int CstaLinkService::Impl::takeInvokeId() {
+  int invokeId = 0;
+  do {
+    invokeId = nextInvokeId;
+    nextInvokeId = (nextInvokeId + 1) % csta_xml::kEventInvokeId;
+  } while (pending.count(invokeId));
+  return invokeId;
 }
 
 int CstaLinkService::Impl::localState() {

@@ -250,6 +250,21 @@ TEST_F(CstaLinkTest, ARefusedMonitorIsReportedAndTriedAgainUntilItRuns) {
   EXPECT_TRUE(log.contains("monitor of 3012 runs", fw::kLogNotable));
 }
 
+TEST_F(CstaLinkTest, AMonitorTheSwitchStartsAfterItsRequestTimedOutIsStoppedThere) {
+  options.requestTimeoutMs = 300;
+  start();
+  sim->setAnswer("MonitorStart", SwitchSimulator::Answer::None);
+  EXPECT_EQ(code(fw::kCstaLinkTimedOut), startMonitor(sink));
+  // The answer comes after all: that monitor is no one's, and its events would reach every sink.
+  const int invokeId = sim->requests("MonitorStart").front().invokeId;
+  ASSERT_TRUE(sim->sendRaw(csta_xml::encodeFrame(
+      invokeId,
+      "<MonitorStartResponse xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed4\">"
+      "<monitorCrossRefID>777</monitorCrossRefID></MonitorStartResponse>")));
+  ASSERT_TRUE(sim->waitForRequest("MonitorStop", kWaitMs));
+  expectParts(xml("MonitorStop"), {"<monitorCrossRefID>777</monitorCrossRefID>"});
+}
+
 TEST_F(CstaLinkTest, AMonitorAskedForBeforeTheSwitchIsThereStartsWhenItComes) {
   SwitchSimulator::Options later = simOptions;
   {
