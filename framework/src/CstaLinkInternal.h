@@ -136,6 +136,9 @@ struct CstaLinkService::Impl {
   int localState();
   // The next free invoke id of a request. The caller holds m_linkMutex.
   int takeInvokeId();
+  // The monitor of a MonitorStart's sink and device, made at its first request, with the
+  // request's filter. The caller holds m_monitorMutex.
+  Monitor* monitorOf(const CSTAMonitorStartRequest& request);
   // I/O thread: an answer no request waits for any more. A monitor the switch started for a
   // MonitorStart that timed out belongs to nobody: it is stopped at the switch.
   void lateAnswer(const std::string& xml);

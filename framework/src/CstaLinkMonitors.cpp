@@ -59,10 +59,10 @@ void CstaLinkService::Impl::monitorStart(CSTAMonitorStartRequest& request) {
   request.setResponse(answer.code, answer.response.release());
 }
 
-void CstaLinkService::Impl::monitorStartLocally(CSTAMonitorStartRequest& request) {
-  const int state = localState();
-  if (state != kCstaLinkAnswered) return request.setResponse(state, nullptr);
-  std::lock_guard<std::mutex> guard(m_monitorMutex);
+// The monitor of the request's sink and device, made when it is the first such request; the
+// latest request's filter is the one the monitor is started with from now on. m_monitorMutex is
+// held.
+CstaLinkService::Impl::Monitor* CstaLinkService::Impl::monitorOf(const CSTAMonitorStartRequest& request) {
   auto monitor = std::find_if(monitors.begin(), monitors.end(), [&](const Monitor& m) {
     return m.sink == request.getCSTAEventIfc() && m.device == request.getDeviceObject();
   });
@@ -71,29 +71,25 @@ void CstaLinkService::Impl::monitorStartLocally(CSTAMonitorStartRequest& request
     added.serial = ++monitorSerial;
     added.sink = request.getCSTAEventIfc();
     added.device = request.getDeviceObject();
-    added.moduleId = added.currentId = std::to_string(++localCrossRefId);
     monitor = monitors.insert(monitors.end(), added);
   }
   monitor->hasFilter = request.hasMonitorFilter();
   monitor->filter = request.getRequestedMonitorFilter();
+  return &*monitor;
+}
+
+void CstaLinkService::Impl::monitorStartLocally(CSTAMonitorStartRequest& request) {
+  const int state = localState();
+  if (state != kCstaLinkAnswered) return request.setResponse(state, nullptr);
+  std::lock_guard<std::mutex> guard(m_monitorMutex);
+  Monitor* monitor = monitorOf(request);
+  if (monitor->moduleId.empty()) monitor->moduleId = monitor->currentId = std::to_string(++localCrossRefId);
   request.setResponse(kCstaLinkAnswered, new CSTAMonitorStartResponse(monitor->moduleId));
 }
 
 CstaLinkService::Impl::Claim CstaLinkService::Impl::claimMonitor(const CSTAMonitorStartRequest& request) {
   std::lock_guard<std::mutex> guard(m_monitorMutex);
-  auto monitor = std::find_if(monitors.begin(), monitors.end(), [&](const Monitor& m) {
-    return m.sink == request.getCSTAEventIfc() && m.device == request.getDeviceObject();
-  });
-  if (monitor == monitors.end()) {
-    Monitor added;
-    added.serial = ++monitorSerial;
-    added.sink = request.getCSTAEventIfc();
-    added.device = request.getDeviceObject();
-    monitor = monitors.insert(monitors.end(), added);
-  }
-  // The latest request's filter is the one the monitor is started with from now on.
-  monitor->hasFilter = request.hasMonitorFilter();
-  monitor->filter = request.getRequestedMonitorFilter();
+  Monitor* monitor = monitorOf(request);
 
   Claim claim;
   claim.serial = monitor->serial;
