@@ -50,14 +50,42 @@ const std::vector<CallCase> kCalls = {
      Script{{0, csta::offered("17", kCaller)}} + diverted("17", EC_CALL_FORWARD_IMMEDIATE) + clearing("17", 0), "",
      R"(forwarded "Net Caller" <555> @+0s to <7000> x1)"},
     // The user picks up a call ringing at extension 3200 by dialling the pickup code.
+    // Established twice: on SIP the talk is counted from the second time.
     {"CallPickup",
      Script{{0, csta::originated("17", dev("*59"), EC_CALL_PICKUP)},
-            {0, csta::established("17", kCaller, dev("3200"), kCaller, EC_CALL_PICKUP)}} +
+            {0, csta::established("17", kCaller, dev("3200"), kCaller, EC_CALL_PICKUP)},
+            {3, csta::established("17", kCaller, dev("3200"), kCaller, EC_CALL_PICKUP)}} +
          clearing("17", 30),
-     R"(dialled "" <*59> @+0s for 00:30 to <3200> x1)", R"(received "Net Caller" <555> @+0s for 00:30 x1)"},
+     R"(dialled "" <*59> @+0s for 00:33 to <3200> x1)", R"(received "Net Caller" <555> @+0s for 00:30 x1)"},
     {"MarkedMissedWhileRinging",
      ringing("17", kCaller) + Script{{5, csta::callInformation("17", kLine, "MissedCall")}} + clearing("17", 5),
      R"(missed "Net Caller" <555> @+0s x1)", ""},
+    // States only move forward: ringing again after the answer does not make the call missed.
+    {"RingingAgainAfterTheAnswer",
+     ringing("17", kCaller) +
+         Script{{2, csta::established("17", kCaller, kLine, kLine)},
+                {0, csta::delivered("17", CSTA_LCS_Alerting, kCaller, kLine)}} +
+         clearing("17", 10),
+     R"(received "Net Caller" <555> @+0s for 00:10 x1)", R"(received "Net Caller" <555> @+0s for 00:10 x1)"},
+    // An event of the other direction ends the call's record.
+    {"OutgoingEventOfAnIncomingCall",
+     ringing("17", kCaller) + Script{{2, csta::delivered("17", CSTA_LCS_Connected, kLine, kCallee)}} +
+         clearing("17", 10),
+     "", ""},
+    // A reminder the KPX switch rings is no call.
+    {"ReminderCall",
+     Script{{0, csta::delivered("17", CSTA_LCS_Alerting, kCaller, kLine, {}, {}, EC_NONE,
+                                communicationsServiceTexts::content_callstatus_ReminderCall)}} +
+         clearing("17", 10),
+     "", R"(missed "Net Caller" <555> @+0s x1)"},
+    {"OutgoingWhileDoNotDisturb", Script{{0, csta::originated("17", kCallee, EC_DO_NOT_DISTURB)}} + clearing("17", 1),
+     "", ""},
+    // Diverted on its way to the dialled party, the call is followed on to its end.
+    {"OutgoingDiverted",
+     Script{{0, csta::originated("17", kCallee)},
+            {3, csta::diverted("17", EC_CALL_FORWARD_NO_ANSWER, kLine, kCallee, kVoicemail)}} +
+         talked("17", kLine, kCallee, kVoicemail, 5, 20),
+     R"(dialled "Net B" <200> @+0s for 00:20 x1)", R"(dialled "Net B" <200> @+0s for 00:20 to <7000> x1)"},
     {"MissedCallReportedWithoutACall",
      {{0, csta::callInformation("-1", kCaller, "MissedCall")}},
      R"(missed "Net Caller" <555> @+0s x1)",
@@ -153,6 +181,26 @@ const std::vector<RuleCase> kRules = {
      ringing("21", kCaller) + diverted("21", EC_CALL_FORWARD_NO_ANSWER, 10) + ringing("22", kCaller, 6) +
          clearing("22", 0),
      {R"(missed "Net Caller" <555> @+16s x1)", R"(forwarded "Net Caller" <555> @+0s to <7000> x1)"}},
+    // A call first seen as forwarded is filed only with server based features.
+    {"SipForwardOfAnUnseenCallWithServerBasedFeatures",
+     kSip,
+     kServerFeatures,
+     nullptr,
+     diverted("17", EC_CALL_FORWARD_IMMEDIATE),
+     {R"(forwarded "Net Caller" <555> @+0s to <7000> x1)"}},
+    {"SipForwardOfAnUnseenCallWithoutServerBasedFeatures",
+     kSip,
+     {},
+     nullptr,
+     diverted("17", EC_CALL_FORWARD_IMMEDIATE),
+     {}},
+    // The network's name alone does not make two numbers one party.
+    {"CallersOfOneNetworkNameAreTwoParties",
+     kKpx,
+     {},
+     nullptr,
+     ringing("21", kCaller) + clearing("21", 5) + ringing("22", dev("556", kCaller.name), 60) + clearing("22", 5),
+     {R"(missed "Net Caller" <556> @+65s x1)", R"(missed "Net Caller" <555> @+0s x1)"}},
 };
 
 class Rules : public Scenario, public ::testing::WithParamInterface<RuleCase> {};
@@ -192,6 +240,24 @@ TEST_P(Flavours, RepeatCallsMergeIntoTheirPartysEntryAlsoFromAnotherNumberOfAPho
 
 INSTANTIATE_TEST_SUITE_P(Both, Flavours, ::testing::Values(kKpx, kSip),
                          [](const auto& info) { return info.param == kSip ? "Sip" : "Kpx"; });
+
+// Calling back a party that had called takes the party's missed entry away (always on KPX); the
+// screen hears of the removal before the dialled entry.
+using CallingBack = Scenario;
+
+TEST_F(CallingBack, OnKpxRemovesThePartysMissedEntryAndTellsTheScreenOfThatFirst) {
+  start(kKpx);
+  play(ringing("21", kCallee) + clearing("21", 20));
+  const auto missed = entries();
+  ASSERT_EQ(missed.size(), 1u);
+  screen.take();
+  play(dialling("22", kCallee, 60) + talked("22", kLine, kCallee, kCallee, 5, 30));
+  const auto shown = entries();
+  EXPECT_EQ(lines(shown), Lines{R"(dialled "Net B" <200> @+80s for 00:30 x1)"});
+  EXPECT_EQ(kept(shown), stored());
+  EXPECT_EQ(screen.take(),
+            (Lines{"missedCount 0", "missed |" + missed[0].uniqueId + "|2", "dialled " + shown[0].entryId + "||0"}));
+}
 
 // ---- The list limit ------------------------------------------------------------------------------
 
