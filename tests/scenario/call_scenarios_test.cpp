@@ -127,6 +127,7 @@ const std::map<std::string, std::string> kServerFeatures = {{"server-based-featu
 // Answered at another device of the line: SIP switches clear the call here with cause 40.
 const Script kElsewhere = ringing("17", kCaller) + clearing("17", 8, EC_DURATION_EXCEEDED);
 const Script kStarCode = Script{{0, csta::originated("17", dev("*21*7000"))}} + clearing("17", 1);
+const Script kUnanswered = ringing("17", kCaller) + clearing("17", 20);
 const Script kMissedThenForwarded = ringing("21", kCaller) + clearing("21", 10) + ringing("22", kCaller, 5);
 
 const std::vector<RuleCase> kRules = {
@@ -194,6 +195,9 @@ const std::vector<RuleCase> kRules = {
      nullptr,
      diverted("17", EC_CALL_FORWARD_IMMEDIATE),
      {}},
+    // The system identifier: 1, the switch marks the missed calls; 2, the switch keeps the call log.
+    {"KpxMixedCallLogFilesNoUnmarkedMissedCall", kKpx, {{"system-identifier", "1"}}, nullptr, kUnanswered, {}},
+    {"KpxServerCallLogFilesNoCallOfItsOwn", kKpx, {{"system-identifier", "2"}}, nullptr, kUnanswered, {}},
     // The network's name alone does not make two numbers one party.
     {"CallersOfOneNetworkNameAreTwoParties",
      kKpx,
