@@ -267,7 +267,8 @@ TEST(CstaEventParseTest, EditionNamespacesAndOtherDocuments) {
   }
   for (const char* broken : {"<DeliveredEvent><connection></DeliveredEvent>", ""}) {
     const CstaParseResult result = parseCstaEvent(broken);
-    EXPECT_TRUE(result.kind == CstaParseResult::Malformed && !result.error.empty()) << broken;
+    EXPECT_EQ(result.kind, CstaParseResult::Malformed) << broken;
+    EXPECT_NE(result.error, "") << broken;
   }
 }
 

@@ -44,14 +44,17 @@ TEST_F(MemoryStoreTest, WritesReplacesReadsAndDeletesRowsWithIdsNeverReused) {
   for (auto [item, id] : {std::pair{&a, "1"}, {&b, "2"}, {&c, "99"}, {&badId, "x"}}) item->setUniqueId(id);
   a.setSurname("changed");
   EXPECT_EQ(put(entry(a), H::UPDATEREQUEST), "1");  // an entry naming its row replaces it
-  EXPECT_EQ(put(entry(c)), "3");                     // c names no row: a new one
+  EXPECT_EQ(put(entry(c)), "3");                    // c names no row: a new one
   c.setUniqueId("3");
   std::deque<DialledCallItem> dialled;  // other tables are kept apart
-  EXPECT_TRUE(H::parseXMLDialledCallList(store.processRequest(H::readDialledCallList()), dialled) && dialled.empty());
+  EXPECT_TRUE(H::parseXMLDialledCallList(store.processRequest(H::readDialledCallList()), dialled));
+  EXPECT_EQ(dialled.size(), 0u);
   // A delete goes by unique id (b, not c of the same entry id), or else by entry id; with no entry
   // it empties the table.
-  const std::pair<std::string, Missed> steps[] = {{entry(badId, true), {a, b, c}}, {entry(b, true), {a, c}},
-      {entry(makeEntry<MissedCallItem>("E2", "", ""), true), {a}}, {"", {}}};
+  const std::pair<std::string, Missed> steps[] = {{entry(badId, true), {a, b, c}},
+                                                  {entry(b, true), {a, c}},
+                                                  {entry(makeEntry<MissedCallItem>("E2", "", ""), true), {a}},
+                                                  {"", {}}};
   for (const auto& [items, left] : steps) {
     store.processRequest(request(H::DELETEREQUEST, items));
     EXPECT_EQ(readMissed(), left) << items;
@@ -66,11 +69,13 @@ TEST_F(MemoryStoreTest, KeepsTheSettingsAndARequestThatFailsChangesNothing) {
   };
   std::string value;
   EXPECT_NE(setting(H::UPDATEREQUEST, H::createXMLField(H::MISSED_LOGGING, "false")), "failed");
-  EXPECT_TRUE(H::getXMLValue(setting(H::READREQUEST), H::MISSED_LOGGING, value) && value == "false") << value;
+  EXPECT_TRUE(H::getXMLValue(setting(H::READREQUEST), H::MISSED_LOGGING, value));
+  EXPECT_EQ(value, "false");
   setting(H::DELETEREQUEST, H::createXMLField(H::MISSED_LOGGING, ""));
   EXPECT_FALSE(H::getXMLValue(setting(H::READREQUEST), H::MISSED_LOGGING, value));
-  const std::string good = entry(makeEntry<MissedCallItem>("E1", "4711", "2024-03-09T10:11:12")), wrongType =
-      H::createXMLField(H::ENTRY, H::createXMLDialledCallItemBody(makeEntry<DialledCallItem>("D", "1", "2024"), false));
+  const std::string good = entry(makeEntry<MissedCallItem>("E1", "4711", "2024-03-09T10:11:12")),
+                    wrongType = H::createXMLField(
+                        H::ENTRY, H::createXMLDialledCallItemBody(makeEntry<DialledCallItem>("D", "1", "2024"), false));
   for (const std::string& bad : {request(H::WRITEREQUEST, good + wrongType), request(H::WRITEREQUEST, good + "<x/>"),
                                  request(H::WRITEREQUEST, good + H::createXMLField(H::ENTRY, "<missedCall>")),
                                  request(H::READREQUEST, good), request(H::READREQUEST, "", "noSuchTable"),

@@ -164,7 +164,8 @@ TEST_P(NiceValue, IsRaisedWhileTheCallLogEntryIsFiledAndRestoredAfterwards) {
     _exit((probe.during == during ? 0 : kNotRaised) | (getpriority(PRIO_PROCESS, 0) == before ? 0 : kNotRestored));
   }
   int status = 0;
-  ASSERT_TRUE(waitpid(child, &status, 0) == child && WIFEXITED(status)) << "status " << status;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status)) << "status " << status;
   if (WEXITSTATUS(status) == kNoPrivilege) GTEST_SKIP() << "lowering the nice value is not permitted";
   EXPECT_EQ(WEXITSTATUS(status), 0) << "1: not raised to " << during << ", 2: not restored to " << before;
 }
@@ -186,7 +187,8 @@ TEST(NiceValueOfAnOrdinaryUser, StaysWhatItWasAfterManyCallLogEntries) {
     _exit(std::min(getpriority(PRIO_PROCESS, 0) - before + 1, 60));  // 1: unchanged
   }
   int status = 0;
-  ASSERT_TRUE(waitpid(child, &status, 0) == child && WIFEXITED(status)) << "status " << status;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFEXITED(status)) << "status " << status;
   if (WEXITSTATUS(status) == kNoUser) GTEST_SKIP() << "cannot become an ordinary user";
   EXPECT_EQ(WEXITSTATUS(status) - 1, 0) << "the nice value went up by this much";
 }
