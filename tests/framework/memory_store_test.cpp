@@ -1,4 +1,5 @@
-// MemoryDataAccessService, driven by the journal's message builders and parsers.
+// MemoryDataAccessService, driven by the journal's message builders and parsers. (Its rows are
+// written, replaced, deleted and read back by the store scenarios on this store too.)
 #include <gtest/gtest.h>
 
 #include <deque>
@@ -34,33 +35,6 @@ struct MemoryStoreTest : ::testing::Test {
   }
   MemoryDataAccessService store;
 };
-
-TEST_F(MemoryStoreTest, WritesReplacesReadsAndDeletesRowsWithIdsNeverReused) {
-  auto a = makeEntry<MissedCallItem>("E1", "4711", "2024-03-09T10:11:12", 3);
-  auto b = makeEntry<MissedCallItem>("E2", "<&\"\r\n>", "2024-03-09T10:11:13");
-  auto c = makeEntry<MissedCallItem>("E2", "4712", "2024-03-09T10:11:14");
-  auto badId = a;  // for a delete whose unique id names no row that can exist: nothing goes
-  EXPECT_EQ(put(entry(a) + entry(b)), "2");
-  for (auto [item, id] : {std::pair{&a, "1"}, {&b, "2"}, {&c, "99"}, {&badId, "x"}}) item->setUniqueId(id);
-  a.setSurname("changed");
-  EXPECT_EQ(put(entry(a), H::UPDATEREQUEST), "1");  // an entry naming its row replaces it
-  EXPECT_EQ(put(entry(c)), "3");                    // c names no row: a new one
-  c.setUniqueId("3");
-  std::deque<DialledCallItem> dialled;  // other tables are kept apart
-  EXPECT_TRUE(H::parseXMLDialledCallList(store.processRequest(H::readDialledCallList()), dialled));
-  EXPECT_EQ(dialled.size(), 0u);
-  // A delete goes by unique id (b, not c of the same entry id), or else by entry id; with no entry
-  // it empties the table.
-  const std::pair<std::string, Missed> steps[] = {{entry(badId, true), {a, b, c}},
-                                                  {entry(b, true), {a, c}},
-                                                  {entry(makeEntry<MissedCallItem>("E2", "", ""), true), {a}},
-                                                  {"", {}}};
-  for (const auto& [items, left] : steps) {
-    store.processRequest(request(H::DELETEREQUEST, items));
-    EXPECT_EQ(readMissed(), left) << items;
-  }
-  EXPECT_EQ(put(entry(c)), "4");  // ids are never reused
-}
 
 TEST_F(MemoryStoreTest, KeepsTheSettingsAndARequestThatFailsChangesNothing) {
   LogCapture log;

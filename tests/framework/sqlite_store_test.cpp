@@ -118,32 +118,6 @@ TEST_F(SqliteStoreTest, RoundTripKeepsAwkwardTextsAndFillsReadableColumns) {
   EXPECT_EQ(readMissed(store).back().getSurname(), "a\rb");
 }
 
-TEST_F(SqliteStoreTest, UpdateOrWriteReplacesTheRowOfItsUniqueIdAndDataSurvivesReopening) {
-  const std::string id = put(entry(missed("E1", "a", 1)));
-  MissedCallItem changed = missed("E1", "b", 2);
-  changed.setUniqueId(id);
-  for (const char* reason : {H::UPDATEREQUEST, H::WRITEREQUEST}) {
-    changed.setSurname(reason);
-    EXPECT_EQ(put(entry(changed), reason), id);
-    EXPECT_EQ(readMissed(store), std::deque<MissedCallItem>{changed});
-    EXPECT_EQ(query(path, "SELECT occurrences, surname FROM callLogMissedCalls"), (Rows{{"2", reason}}));
-  }
-  // Without a unique id, or with one no row has: a new row.
-  MissedCallItem other = missed("E2", "c", 1);
-  const std::string second = put(entry(other), H::UPDATEREQUEST);
-  other.setUniqueId("999");
-  EXPECT_EQ((std::set<std::string>{id, second, put(entry(other), H::UPDATEREQUEST), "999"}.size()), 4u);
-  const auto all = readMissed(store);
-  EXPECT_EQ(all.size(), 3u);
-
-  store.close();
-  EXPECT_EQ(store.processRequest(H::readMissedCallList()), "failed");
-  SqliteDataAccessService reopened(SqliteDataAccessService::Normal);
-  ASSERT_TRUE(reopened.open(path, error)) << error;
-  EXPECT_EQ(readMissed(reopened), all);
-  EXPECT_EQ(query(path, "PRAGMA journal_mode"), (Rows{{"wal"}}));
-}
-
 TEST_F(SqliteStoreTest, DeletesByUniqueIdByEntryIdAndWholeTable) {
   std::vector<std::string> ids;
   for (int i = 0; i < 4; ++i) ids.push_back(put(entry(missed("E" + std::to_string(i), "t", 1))));

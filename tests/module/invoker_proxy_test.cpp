@@ -1,17 +1,12 @@
-// The request invoker against a journal that records what it was asked, and the observer proxy
-// against a channel that records what it was sent.
+// The request invoker against a journal that records what it was asked. (Subscriptions and the
+// observer proxy are driven end to end by the clients of the daemon.)
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <set>
 
 #include "JournalServiceIfc.h"
 #include "JournalServiceInvoker.h"
-#include "JournalServiceObserverProxy.h"
-#include "LogCapture.h"
-#include "framework/FrameworkContext.h"
 #include "framework/JournalServiceHelper.h"
-#include "framework/TimeSource.h"
 
 using Helper = JournalServiceHelper;
 
@@ -22,7 +17,6 @@ class RecordingJournal : public Executable, public JournalServiceIfc {
  public:
   bool result = true;
   std::string last;  // the operation and the ids of a set
-  JournalServiceObserverIfc* observer = nullptr;
 
   bool getMissedCallList(std::deque<MissedCallItem>& l) override {
     l.emplace_back("2024-03-05T07:08:09Z00000001", "Ann", "", MissedCallItem::InfoList{}, false);
@@ -49,10 +43,7 @@ class RecordingJournal : public Executable, public JournalServiceIfc {
   bool deleteCallBack(const std::string& id) override { return note("deleteCallBack " + id); }
   bool deleteCallBackList(const std::set<std::string>& s) override { return note("deleteCallBackList", s); }
   bool deleteCalls(const std::set<std::string>& s) override { return note("deleteCalls", s); }
-  bool subscribe(JournalServiceObserverIfc* o) override {
-    observer = o;
-    return note("subscribe");
-  }
+  bool subscribe(JournalServiceObserverIfc*) override { return note("subscribe"); }
   bool unsubscribe(JournalServiceObserverIfc*) override { return note("unsubscribe"); }
   bool refreshCallLog() override { return note("refresh"); }
 
@@ -70,13 +61,6 @@ struct RecordingResponse : InvokerResponse {
   void setResponse(const char* t, int n) override { text.assign(t, static_cast<size_t>(n)); }
   void complete() override { ++completions; }
   std::string getClientId() const override { return "unix:1"; }
-};
-
-struct RecordingChannel : ProxyRequest {
-  std::string type;
-  std::vector<std::string> sent;
-  void setPayloadType(const std::string& t) override { type = t; }
-  void send(const std::string& payload) override { sent.push_back(payload); }
 };
 
 class InvokerTest : public ::testing::Test {
@@ -135,43 +119,4 @@ TEST_F(InvokerTest, ReadsAnswerWithTheListAndUnknownMethodsWithFailure) {
   RecordingResponse r;
   invoker.handleMessage(&journal, junk.data(), static_cast<int>(junk.size()), &r);
   EXPECT_EQ(r.text, Helper::FAILURE);
-}
-
-TEST_F(InvokerTest, SubscriptionUsesTheClientsProxyAndItsMessagesReachTheChannel) {
-  LogCapture log;
-  EXPECT_EQ(call(Helper::SUBSCRIBE).text, Helper::FAILURE);  // no framework context yet
-  fw::ManualTimeSource time;
-  FrameworkContext context(time);
-  invoker.initInvoker(&context);
-  EXPECT_EQ(call(Helper::SUBSCRIBE).text, Helper::FAILURE);
-  EXPECT_TRUE(log.contains("Observer proxy is NULL", 2));
-
-  RecordingChannel channel;
-  std::string askedFor;
-  auto proxy = std::make_unique<JournalServiceObserverProxy>();
-  proxy->initProxy(channel);
-  context.setProxyProvider([&](const std::string& ifc, const std::string& client) -> Proxy* {
-    askedFor = ifc + " " + client;
-    return proxy.get();
-  });
-  EXPECT_EQ(call(Helper::SUBSCRIBE).text, Helper::respBool(true));
-  EXPECT_EQ(askedFor, "JournalServiceObserverIfc unix:1");
-  ASSERT_EQ(journal.observer, proxy.get());
-
-  journal.observer->missedCallsCountUpdate(0);
-  journal.observer->missedCallsUpdate(MissedCallItem(), "m7", JournalServiceObserverIfc::DELETED_ENTRY);
-  EXPECT_EQ(channel.type, "xml_text");
-  ASSERT_EQ(channel.sent.size(), 2u);
-  unsigned count = 99;
-  EXPECT_TRUE(Helper::parseObsReqMissedCallsCountUpdate(channel.sent[0], count));
-  EXPECT_EQ(count, 0u);
-  MissedCallItem item;
-  std::string id;
-  int action = -1;
-  EXPECT_TRUE(Helper::parseObsReqMissedCallsUpdate(channel.sent[1], item, id, action));
-  EXPECT_EQ(id, "m7");
-  EXPECT_EQ(action, JournalServiceObserverIfc::DELETED_ENTRY);
-  proxy.reset();  // the channel outlives its proxy
-  channel.send("still usable");
-  EXPECT_EQ(channel.sent.size(), 3u);
 }
