@@ -20,18 +20,14 @@ std::string request(const char* reason, const std::string& items = "", const cha
   H::addXMLHeaderFooter(message, table);
   return message;
 }
-std::string entry(const MissedCallItem& item, bool isDelete = false) {
-  return H::createXMLField(H::ENTRY, H::createXMLMissedCallItemBody(item, isDelete));
+std::string entry(const MissedCallItem& item) {
+  return H::createXMLField(H::ENTRY, H::createXMLMissedCallItemBody(item, false));
 }
 struct MemoryStoreTest : ::testing::Test {
   Missed readMissed() {
     Missed list;
     EXPECT_TRUE(H::parseXMLMissedCallList(store.processRequest(H::readMissedCallList()), list));
     return list;
-  }
-  std::string put(const std::string& items, const char* reason = H::WRITEREQUEST) {
-    std::string id;
-    return H::parseLastUniqueId(store.processRequest(request(reason, items)), id) ? id : "no id";
   }
   MemoryDataAccessService store;
 };
