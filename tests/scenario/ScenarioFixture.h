@@ -160,11 +160,11 @@ class Scenario : public ::testing::Test {
     EXPECT_TRUE(reports.empty()) << reports.front().message;
   }
 
-  // Starts the phone; the screen subscribes, which loads the lists from the store file.
-  void start(const std::string& software, std::map<std::string, std::string> config = {}) {
+  // Starts the phone on `on` (the store file when null); the screen subscribes, which loads the lists.
+  void start(const std::string& software, std::map<std::string, std::string> config = {}, Executable* on = nullptr) {
     config["software-type"] = software;
     phone = std::make_unique<JournalHarness>(config, kAllServices, kStartTime);
-    phone->useStore(&store);
+    phone->useStore(on ? on : &store);
     phone->useDirectory(&phonebook);
     phone->start();
     phone->service->subscribe(&screen);
@@ -202,9 +202,10 @@ class Scenario : public ::testing::Test {
     ASSERT_NE(store.processRequest(message), "failed");
   }
 
-  // The four lists as a client reads them: missed, received, dialled, forwarded, each newest first.
-  std::vector<Shown> entries() {
-    std::vector<Shown> out;
+  // Calls `each(kind, list)` for the four lists as a client reads them, in the order missed,
+  // received, dialled, forwarded, each newest first.
+  template <class Each>
+  void forEachList(Each each) {
     std::deque<MissedCallItem> missed;
     std::deque<ReceivedCallItem> received;
     std::deque<DialledCallItem> dialled;
@@ -213,10 +214,14 @@ class Scenario : public ::testing::Test {
     phone->service->getReceivedCallList(received);
     phone->service->getDialledCallList(dialled);
     phone->service->getForwardedCallList(forwarded);
-    collect(out, "missed", missed);
-    collect(out, "received", received);
-    collect(out, "dialled", dialled);
-    collect(out, "forwarded", forwarded);
+    each("missed", missed);
+    each("received", received);
+    each("dialled", dialled);
+    each("forwarded", forwarded);
+  }
+  std::vector<Shown> entries() {
+    std::vector<Shown> out;
+    forEachList([&](const char* kind, const auto& list) { collect(out, kind, list); });
     return out;
   }
   // Entries by list, stored record, entry id, number and occurrences: in memory, and in the file.
