@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sqlite3.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -21,6 +20,7 @@
 #include <sstream>
 #include <thread>
 
+#include "SqlRows.h"
 #include "Subprocess.h"
 #include "SwitchSimulator.h"
 #include "framework/JournalClient.h"
@@ -80,21 +80,10 @@ inline std::string lastLine(const std::string& text) {
   return last;
 }
 
-// Rows of a database file read with the sqlite3 C API, each row's columns joined by blanks.
-inline std::set<std::string> sqlRows(const std::string& path, const std::string& sql) {
-  sqlite3* db = nullptr;
-  std::set<std::string> out;
-  EXPECT_EQ(sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
-  sqlite3_busy_timeout(db, 5000);
-  const auto collect = [](void* rows, int columns, char** values, char**) {
-    std::string row;
-    for (int c = 0; c < columns; ++c) row += (c ? " " : "") + std::string(values[c] ? values[c] : "NULL");
-    static_cast<std::set<std::string>*>(rows)->insert(row);
-    return 0;
-  };
-  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), collect, &out, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
-  sqlite3_close(db);
-  return out;
+// The rows of a database file (see sqlRows), as a set.
+inline std::set<std::string> storedRows(const std::string& path, const std::string& sql) {
+  const std::vector<std::string> rows = sqlRows(path, sql);
+  return {rows.begin(), rows.end()};
 }
 
 class DaemonTest : public ::testing::Test {

@@ -49,8 +49,8 @@ class DaemonStore : public DaemonTest {
   std::set<std::string> callsBeforeTheFault(const std::string& db) {
     sendAll(missedCall("811", "0302220001"));
     sendAll(missedCall("812", "0302220002"));
-    EXPECT_TRUE(eventually([&] { return sqlRows(db, kMissedRows).size() == 2; })) << daemon->err();
-    return sqlRows(db, "select * from callLogMissedCalls");
+    EXPECT_TRUE(eventually([&] { return storedRows(db, kMissedRows).size() == 2; })) << daemon->err();
+    return storedRows(db, "select * from callLogMissedCalls");
   }
   // Calls during the fault: two new parties, the first of them again. All are shown at once.
   void callsDuringTheFault() {
@@ -69,12 +69,12 @@ class DaemonStore : public DaemonTest {
   void expectEverythingStoredAndKept(const std::string& db, const std::set<std::string>& earlier) {
     std::set<std::string> shown, stored;
     EXPECT_TRUE(
-        eventually([&] { return (shown = shownMissed(lists())) == (stored = sqlRows(db, kMissedRows)); }, 40000))
+        eventually([&] { return (shown = shownMissed(lists())) == (stored = storedRows(db, kMissedRows)); }, 40000))
         << ::testing::PrintToString(shown) << "\n"
         << ::testing::PrintToString(stored) << "\n"
         << daemon->err();
     EXPECT_EQ(shown.size(), 4u);
-    const std::set<std::string> now = sqlRows(db, "select * from callLogMissedCalls");
+    const std::set<std::string> now = storedRows(db, "select * from callLogMissedCalls");
     for (const std::string& row : earlier) EXPECT_EQ(now.count(row), 1u) << row;
     EXPECT_NE(daemon->err().find("the store fails"), std::string::npos) << daemon->err();
     EXPECT_NE(daemon->err().find("the store works again"), std::string::npos) << daemon->err();
@@ -126,7 +126,7 @@ TEST_F(DaemonStore, ADatabaseLockedByAnotherProgramLosesNoCallAndOverwritesNoRow
   ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(other);
   const auto lockedAt = std::chrono::steady_clock::now();
   callsDuringTheFault();
-  EXPECT_EQ(sqlRows(db, kMissedRows).size(), 2u);  // nothing got through the lock
+  EXPECT_EQ(storedRows(db, kMissedRows).size(), 2u);  // nothing got through the lock
   std::this_thread::sleep_until(lockedAt + std::chrono::seconds(10));
   EXPECT_EQ(sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr), SQLITE_OK);
   sqlite3_close(other);
@@ -178,7 +178,7 @@ TEST_F(DaemonStoreOnSmallDisk, AFullDiskLosesNoCallAndOverwritesNoRow) {
 
   fill();
   callsDuringTheFault();
-  EXPECT_EQ(sqlRows(db, kMissedRows).size(), 2u);  // nothing fitted on the disk
+  EXPECT_EQ(storedRows(db, kMissedRows).size(), 2u);  // nothing fitted on the disk
   ASSERT_EQ(std::remove((disk + "/filler").c_str()), 0);
 
   expectEverythingStoredAndKept(db, earlier);

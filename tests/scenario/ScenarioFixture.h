@@ -4,7 +4,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <stdlib.h>
 
 #include <algorithm>
@@ -16,6 +15,7 @@
 #include "Items.h"
 #include "JournalHarness.h"
 #include "RecordingObserver.h"
+#include "SqlRows.h"
 #include "framework/FilePhonebook.h"
 #include "framework/JournalServiceHelper.h"
 #include "framework/LockOrder.h"
@@ -125,22 +125,6 @@ inline Lines told(const std::string& kind, const std::string& entryId, const std
   return calls;
 }
 
-// Rows of the store file read with the sqlite3 C API, each row's columns joined by blanks.
-inline Lines query(const std::string& path, const std::string& sql) {
-  sqlite3* db = nullptr;
-  Lines rows;
-  EXPECT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-  const auto collectRow = [](void* out, int columns, char** values, char**) {
-    std::string row;
-    for (int c = 0; c < columns; ++c) row += (c ? " " : "") + std::string(values[c] ? values[c] : "NULL");
-    static_cast<Lines*>(out)->push_back(row);
-    return 0;
-  };
-  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), collectRow, &rows, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
-  sqlite3_close(db);
-  return rows;
-}
-
 class Scenario : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -236,10 +220,10 @@ class Scenario : public ::testing::Test {
   Lines stored() {
     Lines keys;
     for (const auto& [kind, table] : kTables)
-      for (auto& row : query(dir + "/journal.db", "select '" + kind +
-                                                      " #' || unique_id || ' ' || entry_id || ' <' || "
-                                                      "ifnull(number, '') || '> x' || occurrences from " +
-                                                      table))
+      for (auto& row : sqlRows(dir + "/journal.db", "select '" + kind +
+                                                        " #' || unique_id || ' ' || entry_id || ' <' || "
+                                                        "ifnull(number, '') || '> x' || occurrences from " +
+                                                        table))
         keys.push_back(row);
     std::sort(keys.begin(), keys.end());
     return keys;

@@ -287,7 +287,7 @@ TEST_P(FullList, DropsItsOldestEntryWhoseStoredRecordTheNewEntryTakesOver) {
   const FullCase& c = GetParam();
   seed(c.kind, 1000);
   const Lines oldest =
-      query(dir + "/journal.db", "select unique_id from " + kTables.at(c.kind) + " where entry_id = 'X0'");
+      sqlRows(dir + "/journal.db", "select unique_id from " + kTables.at(c.kind) + " where entry_id = 'X0'");
   ASSERT_EQ(oldest.size(), 1u);
   start(c.software);
   play(c.script);

@@ -166,9 +166,9 @@ TEST_F(StoreScenario, ARowThatIsNotAWellFormedEntryIsSkippedAndNamedAndTheOthers
   ASSERT_EQ(before.size(), 3u);
   phone.reset();
   store.close();
-  const Lines damaged = query(dir + "/journal.db", "select unique_id from callLogMissedCalls where number = '602'");
+  const Lines damaged = sqlRows(dir + "/journal.db", "select unique_id from callLogMissedCalls where number = '602'");
   ASSERT_EQ(damaged.size(), 1u);
-  query(dir + "/journal.db", "update callLogMissedCalls set body = substr(body, 1, 40) where number = '602'");
+  sqlRows(dir + "/journal.db", "update callLogMissedCalls set body = substr(body, 1, 40) where number = '602'");
 
   LogCapture log;
   restart(kKpx);
@@ -177,8 +177,8 @@ TEST_F(StoreScenario, ARowThatIsNotAWellFormedEntryIsSkippedAndNamedAndTheOthers
                            fw::kLogError));
   // A caller whose entry loaded calls again: still one row for them.
   play(ringing("54", kA, 60) + clearing("54", 5));
-  EXPECT_EQ(query(dir + "/journal.db", "select count(*) from callLogMissedCalls where number = '601'"), Lines{"1"});
-  EXPECT_EQ(query(dir + "/journal.db", "select count(*) from callLogMissedCalls"), Lines{"3"});
+  EXPECT_EQ(sqlRows(dir + "/journal.db", "select count(*) from callLogMissedCalls where number = '601'"), Lines{"1"});
+  EXPECT_EQ(sqlRows(dir + "/journal.db", "select count(*) from callLogMissedCalls"), Lines{"3"});
 }
 
 TEST_F(StoreScenario, AListLongerThanItsLimitAndAnEntryWithTooManyOccurrencesAreCutBackAndStoredSo) {
@@ -195,7 +195,8 @@ TEST_F(StoreScenario, AListLongerThanItsLimitAndAnEntryWithTooManyOccurrencesAre
   EXPECT_EQ(missed.front().getEntryId(), "Y");
   EXPECT_EQ(missed.front().infos().size(), kMaxCallInfos);
   EXPECT_EQ(missed.back().getEntryId(), "X4");
-  EXPECT_EQ(query(dir + "/journal.db", "select count(*), max(occurrences) from callLogMissedCalls"), Lines{"1000 10"});
+  EXPECT_EQ(sqlRows(dir + "/journal.db", "select count(*), max(occurrences) from callLogMissedCalls"),
+            Lines{"1000 10"});
   EXPECT_EQ(kept(entries()), stored());
 }
 
