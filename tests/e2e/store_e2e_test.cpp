@@ -1,7 +1,7 @@
 // The daemon and its database file from the outside: lists come back exactly as they were after a
-// restart and a refresh (calls in one second, a waiting call, viewed flags), a second daemon on the
-// same socket is refused, and a database that fails for a while (locked by another program, a full
-// disk) loses no call the daemon acknowledged and overwrites no earlier row.
+// restart and a refresh (calls in one second, a waiting call, viewed flags), the socket is the
+// owner's only and a second daemon on it is refused, and a database that fails for a while (locked
+// by another program, a full disk) loses no call the daemon acknowledged and overwrites no earlier row.
 #include <sys/mount.h>
 #include <sys/stat.h>
 
@@ -107,6 +107,9 @@ TEST_F(DaemonStore, ListsComeBackIdenticalAfterARestartAndARefresh) {
   const std::string lastDialled = cli({"last-dialled"}).out;
   ASSERT_EQ(cli({"refresh"}).code, 0);
   EXPECT_EQ(lists(), before);
+  struct stat socketFile {};
+  ASSERT_EQ(stat(socket.c_str(), &socketFile), 0);
+  EXPECT_EQ(socketFile.st_mode & 0777, 0600u);  // the owner's only
   const Subprocess::Result another = Subprocess::run({CALLJOURNALD_PATH, "--config", dir + "/calljournald.conf"});
   EXPECT_EQ(another.code, 1);
   EXPECT_NE(another.err.find("another journal daemon is serving"), std::string::npos) << another.err;
