@@ -203,8 +203,19 @@ const std::vector<RuleCase> kRules = {
      kKpx,
      {},
      nullptr,
-     ringing("21", kCaller) + clearing("21", 5) + ringing("22", dev("556", kCaller.name), 60) + clearing("22", 5),
-     {R"(missed "Net Caller" <556> @+65s x1)", R"(missed "Net Caller" <555> @+0s x1)"}},
+     ringing("21", kCaller) + clearing("21", 5) + ringing("22", dev("556", kCaller.name), 60) + clearing("22", 5) +
+         ringing("23", kCaller, 60) + clearing("23", 5),
+     {R"(missed "Net Caller" <555> @+130s x2)", R"(missed "Net Caller" <556> @+65s x1)"}},
+    // A party reached through a feature access code and dialled directly is one party.
+    {"SipPartyReachedByACodeAndDirectly",
+     kSip,
+     {},
+     nullptr,
+     Script{{0, csta::originated("17", dev("*69"))},
+            {0, csta::delivered("17", CSTA_LCS_Connected, kLine, dev("*69"), kCaller)}} +
+         talked("17", kLine, dev("*69"), kCaller, 3, 20) + dialling("18", kCaller, 60) +
+         talked("18", kLine, kCaller, kCaller, 5, 30),
+     {R"(dialled "Net Caller" <555> @+83s for 00:30 x2)"}},
 };
 
 class Rules : public Scenario, public ::testing::WithParamInterface<RuleCase> {};
