@@ -28,6 +28,29 @@ TEST(EntryId, TimeStampThenTheCallIdsDigitsFollowingTheClock) {
   EXPECT_EQ(JournalService::createEntryId("1"), "2024-03-05T07:08:54Z00000001");
 }
 
+// Ids handed out for new entries: a call's own digits when they are free, else the next free value;
+// taken for the rest of their second (the entry may be filed on another thread at that moment), and
+// for as long as an entry holds them.
+TEST(EntryId, ANewIdIsNeitherHeldByAnEntryNorGivenBeforeInItsSecond) {
+  EntryIds ids;
+  const std::string second = "2024-03-05T07:08:09Z", next = "2024-03-05T07:08:10Z";
+  EXPECT_EQ(ids.handOut(second, 0), second + "00000000");
+  EXPECT_EQ(ids.handOut(second, 0), second + "00000001");  // a second failed call "0" of that second
+  EXPECT_EQ(ids.handOut(second, 0xFFFFFFFF), second + "FFFFFFFF");
+  EXPECT_EQ(ids.handOut(second, 0xFFFFFFFF), second + "00000002");  // wraps, past the values taken
+  EXPECT_TRUE(ids.hold(second + "00000001"));                       // filed: an entry holds it now
+  EXPECT_EQ(ids.handOut(next, 0), next + "00000000");               // a new second starts afresh...
+  EXPECT_TRUE(ids.hold(next + "00000005"));
+  EXPECT_EQ(ids.handOut(next, 5), next + "00000006");  // ...but not over an entry's id
+  EXPECT_FALSE(ids.hold(next + "00000005"));           // a second holder
+  ids.release(next + "00000005");
+  EXPECT_EQ(ids.handOut(next, 5), next + "00000007");  // the second holder is still there
+  ids.release(next + "00000005");
+  EXPECT_EQ(ids.handOut(next, 5), next + "00000005");
+  EXPECT_EQ(ids.holdFree(second + "00000000"), second + "00000002");  // past the ids entries hold
+  EXPECT_EQ(ids.holdFree("M1"), "M100000001");                        // an id of another form
+}
+
 TEST(TimeTexts, DurationsInMinutesAndSecondsAndComparisonsFieldByField) {
   const std::tuple<long, long, const char*> durations[] = {
       {100, 50, "00:00"}, {0, 59, "00:59"}, {0, 3725, "62:05"}, {0, 6000, "100:00"}};
