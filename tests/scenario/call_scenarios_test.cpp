@@ -130,7 +130,21 @@ const Script kStarCode = Script{{0, csta::originated("17", dev("*21*7000"))}} + 
 const Script kUnanswered = ringing("17", kCaller) + clearing("17", 20);
 const Script kMissedThenForwarded = ringing("21", kCaller) + clearing("21", 10) + ringing("22", kCaller, 5);
 
+// `count` unanswered calls of the caller, a minute apart.
+Script missedCalls(int count) {
+  Script script;
+  for (int i = 1; i <= count; ++i)
+    script = script + ringing(std::to_string(30 + i), kCaller, 60) + clearing(std::to_string(30 + i), 0);
+  return script;
+}
+
 const std::vector<RuleCase> kRules = {
+    {"AnEntryKeepsTheTenNewestOccurrences",
+     kKpx,
+     {},
+     nullptr,
+     missedCalls(11),
+     {R"(missed "Net Caller" <555> @+660s x10)"}},
     {"SipLogsCallsAnsweredElsewhereWithMissedLoggingOn",
      kSip,
      {},
