@@ -1,5 +1,5 @@
 // MemoryDataAccessService, driven by the journal's message builders and parsers. (Its rows are
-// written, replaced, deleted and read back by the store scenarios on this store too.)
+// also written, replaced, deleted and read back by the store scenarios on this store.)
 #include <gtest/gtest.h>
 
 #include <deque>
@@ -29,8 +29,26 @@ struct MemoryStoreTest : ::testing::Test {
     EXPECT_TRUE(H::parseXMLMissedCallList(store.processRequest(H::readMissedCallList()), list));
     return list;
   }
+  std::string put(const std::string& items) {
+    std::string id;
+    return H::parseLastUniqueId(store.processRequest(request(H::WRITEREQUEST, items)), id) ? id : "no id";
+  }
   MemoryDataAccessService store;
 };
+
+// A delete without a unique id goes by entry id, one without an entry empties the table; row ids
+// are never given again: the journal may still hold them.
+TEST_F(MemoryStoreTest, DeletesByEntryIdOrWholeAndNeverGivesARowIdAgain) {
+  const MissedCallItem first = makeEntry<MissedCallItem>("E1", "4711", "2024-03-09T10:11:12"),
+                       second = makeEntry<MissedCallItem>("E2", "4712", "2024-03-09T10:11:13");
+  EXPECT_EQ(put(entry(first) + entry(first) + entry(second)), "3");
+  store.processRequest(request(H::DELETEREQUEST, entry(first)));
+  ASSERT_EQ(readMissed().size(), 1u);
+  EXPECT_EQ(readMissed()[0].getEntryId(), "E2");
+  store.processRequest(request(H::DELETEREQUEST));
+  EXPECT_EQ(readMissed().size(), 0u);
+  EXPECT_EQ(put(entry(first)), "4");
+}
 
 TEST_F(MemoryStoreTest, KeepsTheSettingsAndARequestThatFailsChangesNothing) {
   LogCapture log;
