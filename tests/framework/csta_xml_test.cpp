@@ -130,7 +130,9 @@ const E& parsed(const std::string& xml) {
   return blank;
 }
 
-// One document per event class; each check pins what that class adds over the others.
+// One document per event class the recorded days do not bring (the originated, diverted, failed,
+// cleared and conferenced events of the traces, the callbacks of the end-to-end tests); each check
+// pins what that class adds over the others.
 TEST(CstaEventParseTest, ReadsEventsIntoTheirObjects) {
   using D = CSTADeviceID;
   using L = CallLogEntryEvent;
@@ -150,12 +152,6 @@ TEST(CstaEventParseTest, ReadsEventsIntoTheirObjects) {
   EXPECT_EQ((std::vector<int>{d.getLocalConnectionInfo(), d.getCause()}),
             (std::vector<int>{CSTA_LCS_Alerting, EC_REDIRECTED}));
 
-  const auto& o = parsed<CSTAOriginatedEvent>(
-      doc("OriginatedEvent", conn("originatedConnection", "41") + dev("callingDevice", "sip:2001@pbx") +
-                                 dev("calledDevice", "tel:+4930123")));  // the connection's device: the calling one
-  EXPECT_EQ(o.getOriginatedConnectionCallID() + " " + o.getConnection().device.number + o.getPrivateData(), "41 2001");
-  EXPECT_EQ(party(o, &CSTAOriginatedEvent::getCalledDevice), (D{"+4930123", ""}));
-
   using S = CSTAEstablishedEvent;
   const S& s = parsed<S>(
       doc("EstablishedEvent",
@@ -170,34 +166,12 @@ TEST(CstaEventParseTest, ReadsEventsIntoTheirObjects) {
   const auto& q = parsed<CSTAQueuedEvent>(doc("QueuedEvent", conn("queuedConnection", "43") + dev("queue", "600")));
   EXPECT_EQ(q.getCallID() + " " + party(q, &CSTAQueuedEvent::getQueueDevice).number, "43 600");
 
-  const auto& v = parsed<CSTADivertedEvent>(
-      doc("DivertedEvent", conn("connection", "44") + dev("divertingDevice", "2001") + dev("newDestination", "2002")));
-  EXPECT_EQ(v.getDivertedConnectionCallID() + " " + v.getConnection().device.number, "44 2001");
-  EXPECT_EQ(party(v, &CSTADivertedEvent::getNewDestinationDevice), (D{"2002", ""}));
-
-  EXPECT_EQ(parsed<CSTAFailedEvent>(doc("FailedEvent", conn("failedConnection", "45"))).getFailedConnectionCallID(),
-            "45");
-
-  const auto& c =
-      parsed<CSTAConnectionClearedEvent>(doc("ConnectionClearedEvent", conn("droppedConnection", "46", "2001")));
-  EXPECT_EQ(c.getDroppedConnectionCallID() + " " + c.getDroppedConnectionDeviceID(), "46 2001");
-
   const auto& t = parsed<CSTATransferredEvent>(
       doc("TransferedEvent", conn("primaryOldCall", "47") + conn("secondaryOldCall", "48") +  // the schema's spelling
                                  dev("transferredToDevice", "N&lt;2003&gt;;displayName=Kim")));
   EXPECT_EQ(t.getPrimaryOldCallConnectionCallID() + " " + t.getSecondaryOldCall().callId + " " + t.getRemotePartyName(),
             "47 48 Kim");
   EXPECT_EQ(party(t, &CSTATransferredEvent::getTransferredToDevice), (D{"2003", "Kim"}));
-
-  const auto& f = parsed<CSTAConferencedEvent>(doc(
-      "ConferencedEvent", conn("primaryOldCall", "49") + conn("secondaryOldCall", "50") + "<conferenceConnections>" +
-                              "<connectionListItem>" + conn("newConnection", "51") + conn("oldConnection", "49") +
-                              "</connectionListItem><connectionListItem>" + conn("newConnection", "51") +
-                              conn("oldConnection", "50", "2004") + "</connectionListItem></conferenceConnections>"));
-  EXPECT_EQ(f.getPrimaryoldcallCallID() + " " + f.getSecondaryoldcallCallID() + " " + f.getConferenceCallID(),
-            "49 50 51");
-  ASSERT_EQ(f.getConferenceConnections().size(), 2u);
-  EXPECT_EQ(f.getConferenceConnections()[1].oldConnection, (CSTAConnectionID{"50", {"2004", ""}}));
 
   const auto& i = parsed<CSTACallInformationEvent>(
       doc("CallInformationEvent", conn("connection", "52", "N&lt;2001&gt;;displayName=Desk")));
@@ -207,13 +181,6 @@ TEST(CstaEventParseTest, ReadsEventsIntoTheirObjects) {
   const auto& h = parsed<CSTAHookswitchEvent>(
       doc("HookswitchEvent", dev("device", "2001") + "<hookswitchOnHook>true</hookswitchOnHook>"));
   EXPECT_EQ((std::pair{party(h, &CSTAHookswitchEvent::getDevice), h.isOn()}), (std::pair{D{"2001", ""}, true}));
-
-  const auto& b = parsed<CSTACallBackEvent>(
-      doc("CallBackEvent", dev("originatingDevice", "2001") + dev("targetDevice", "N&lt;2005&gt;;displayName=Bo") +
-                               "<callBackSetCanceled>true</callBackSetCanceled>"));
-  EXPECT_EQ((std::vector<D>{party(b, &CSTACallBackEvent::getSubjectDeviceID), {b.getDeviceID(), ""}}),
-            (std::vector<D>{{"2005", "Bo"}, {"2001", ""}}));
-  EXPECT_EQ(b.getCallBackState(), CSTACallBackEvent::CB_STATE_CANCELLED);
 
   EXPECT_EQ(parsed<CSTASystemStatusEvent>(doc("SystemStatus", "<systemStatus>overloadImminent</systemStatus>"))
                 .getSystemStatus(),
