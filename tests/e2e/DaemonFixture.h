@@ -43,21 +43,30 @@ inline bool eventually(const std::function<bool()>& condition, int timeoutMs = 1
   return condition();
 }
 
+const std::string kNs = " xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed4\"";
+
+// A callback request set (or cancelled) at the switch for `number`.
+inline std::string callBack(const std::string& number, bool cancelled) {
+  return "<CallBackEvent" + kNs + "><monitorCrossRefID/><originatingDevice><deviceIdentifier>N&lt;3100&gt;" +
+         "</deviceIdentifier></originatingDevice><targetDevice><deviceIdentifier>N&lt;" + number +
+         "&gt;</deviceIdentifier></targetDevice><callBackSetCanceled>" + (cancelled ? "true" : "false") +
+         "</callBackSetCanceled></CallBackEvent>";
+}
+
 // A missed call from `number` as three events of the monitored line 3100.
 inline std::vector<std::string> missedCall(const std::string& callId, const std::string& number) {
-  const std::string ns = " xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed4\"";
   const std::string conn = "<callID>" + callId + "</callID><deviceID>N&lt;3100&gt;</deviceID>";
   const std::string caller = "<deviceIdentifier>N&lt;" + number + "&gt;</deviceIdentifier>";
   const std::string own = "<deviceIdentifier>N&lt;3100&gt;</deviceIdentifier>";
-  return {"<DeliveredEvent" + ns + "><monitorCrossRefID/><connection>" + conn + "</connection><alertingDevice>" + own +
+  return {"<DeliveredEvent" + kNs + "><monitorCrossRefID/><connection>" + conn + "</connection><alertingDevice>" + own +
               "</alertingDevice><callingDevice>" + caller + "</callingDevice><calledDevice>" + own +
               "</calledDevice><lastRedirectionDevice><notRequired/></lastRedirectionDevice>"
               "<localConnectionInfo>alerting</localConnectionInfo><cause>newCall</cause></DeliveredEvent>",
-          "<ConnectionClearedEvent" + ns + "><monitorCrossRefID/><droppedConnection><callID>" + callId +
+          "<ConnectionClearedEvent" + kNs + "><monitorCrossRefID/><droppedConnection><callID>" + callId +
               "</callID><deviceID>N&lt;" + number + "&gt;</deviceID></droppedConnection><releasingDevice>" + caller +
               "</releasingDevice><localConnectionInfo>alerting</localConnectionInfo>"
               "<cause>normalClearing</cause></ConnectionClearedEvent>",
-          "<ConnectionClearedEvent" + ns + "><monitorCrossRefID/><droppedConnection>" + conn +
+          "<ConnectionClearedEvent" + kNs + "><monitorCrossRefID/><droppedConnection>" + conn +
               "</droppedConnection><releasingDevice>" + own +
               "</releasingDevice>"
               "<localConnectionInfo>null</localConnectionInfo><cause>normalClearing</cause></ConnectionClearedEvent>"};

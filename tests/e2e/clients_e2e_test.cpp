@@ -13,16 +13,6 @@ using namespace e2e;
 
 namespace {
 
-const std::string kNs = " xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed4\"";
-
-// A callback request set (or cancelled) at the switch for `number`.
-std::string callBack(const std::string& number, bool cancelled) {
-  return "<CallBackEvent" + kNs + "><monitorCrossRefID/><originatingDevice><deviceIdentifier>N&lt;3100&gt;" +
-         "</deviceIdentifier></originatingDevice><targetDevice><deviceIdentifier>N&lt;" + number +
-         "&gt;</deviceIdentifier></targetDevice><callBackSetCanceled>" + (cancelled ? "true" : "false") +
-         "</callBackSetCanceled></CallBackEvent>";
-}
-
 // The values of `key` in the JSON lines of `text` that hold it, in order.
 std::vector<int> countsIn(const std::string& text, const std::string& key) {
   std::vector<int> counts;

@@ -14,21 +14,13 @@ namespace {
 
 using namespace e2e;
 
-const std::string kNs = " xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed4\"";
-
 // Runs a command with the stack limit of the phone's threads (2 MB), which also sets the default
 // stack of every thread the program starts.
 const std::vector<std::string> kPhoneStacks = {"/bin/sh", "-c", "ulimit -s 2048 && exec \"$0\" \"$@\""};
 
-class TraceReplayTest : public ::testing::Test {
+// calljournal replay as a user runs it, in the fixture's folder (no daemon is started).
+class TraceReplayTest : public DaemonTest {
  protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/journal-replay-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    dir = pattern;
-  }
-  void TearDown() override { std::system(("rm -rf '" + dir + "'").c_str()); }
-
   // Writes a trace of `events`, one step a second from 08:00:00.
   std::string writeTrace(const std::vector<std::string>& events) {
     const std::string path = dir + "/trace.xml";
@@ -45,8 +37,6 @@ class TraceReplayTest : public ::testing::Test {
     argv.insert(argv.begin(), kPhoneStacks.begin(), kPhoneStacks.end());
     return Subprocess::run(argv, 60000);
   }
-
-  std::string dir;
 };
 
 // A recording of a real switch: the missed call's events among events the journal leaves to the

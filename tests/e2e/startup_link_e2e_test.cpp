@@ -30,16 +30,6 @@ std::map<std::string, std::size_t> occurrences(const json& lists) {
   return out;
 }
 
-// A callback request of `number` set at the switch.
-std::string callBackSet(const std::string& number) {
-  return "<CallBackEvent xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed4\"><monitorCrossRefID/>"
-         "<originatingDevice><deviceIdentifier>3100</deviceIdentifier></originatingDevice><targetDevice>"
-         "<deviceIdentifier>N&lt;" +
-         number +
-         "&gt;</deviceIdentifier></targetDevice><callBackSetCanceled>false</callBackSetCanceled>"
-         "</CallBackEvent>";
-}
-
 }  // namespace
 
 // A daemon whose configuration the test writes, and whose switch (when it has one) the test starts
@@ -166,7 +156,7 @@ TEST_F(DaemonStartupTest, WithoutASoftwareTypeTheDaemonIsAKpxPhoneAndCountsForNe
   EXPECT_NE(sim.requests("MonitorStart").at(0).xml.find("requestedMonitorFilter"), std::string::npos);
 
   for (const std::string& event : missedCall("801", "0302222222")) ASSERT_TRUE(sim.sendEvent(event));
-  ASSERT_TRUE(sim.sendEvent(callBackSet("0303333333")));
+  ASSERT_TRUE(sim.sendEvent(callBack("0303333333", false)));
   ASSERT_TRUE(eventually([&] { return lists()["missed"].size() == 1; })) << daemon->err();
 
   fw::JournalClient subscriber = connectTo(socket);
