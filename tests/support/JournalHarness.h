@@ -46,8 +46,6 @@ class JournalServiceTestPeer {
   }
   std::deque<CallBackItem>& callBackList() { return m_s.m_callBackList; }
   void setServerCallLog(bool on) { m_s.m_serverCallLog = on; }
-  void setServerBasedFeatures(bool on) { m_s.m_serverBasedFeatures = on; }
-  void setDeleteMissedWhenCalled(bool on) { m_s.m_deleteMissedWhenCalled = on; }
   void setSoftwareType(const std::string& type) { m_s.setSoftwareType(type); }
   bool listsLoaded() const { return m_s.m_listsLoaded; }
 
