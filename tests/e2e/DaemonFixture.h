@@ -43,7 +43,7 @@ inline bool eventually(const std::function<bool()>& condition, int timeoutMs = 1
   return condition();
 }
 
-const std::string kNs = " xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed4\"";
+inline const std::string kNs = " xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed4\"";
 
 // A callback request set (or cancelled) at the switch for `number`.
 inline std::string callBack(const std::string& number, bool cancelled) {
