@@ -34,8 +34,6 @@ class EntryIds {
   std::string holdFree(const std::string& taken);
   // An entry with `id` left its list.
   void release(const std::string& id);
-  bool isHeld(const std::string& id) const;
-  size_t heldCount() const;
 
   // The digits of an id of this form; false for another form.
   static bool splitId(const std::string& id, std::string& stamp, uint32_t& digits);

@@ -56,16 +56,6 @@ void EntryIds::release(const std::string& id) {
   if (it != m_held.end() && --it->second == 0) m_held.erase(it);
 }
 
-bool EntryIds::isHeld(const std::string& id) const {
-  CriticalSection guard(m_lock);
-  return m_held.count(id) != 0;
-}
-
-size_t EntryIds::heldCount() const {
-  CriticalSection guard(m_lock);
-  return m_held.size();
-}
-
 bool EntryIds::splitId(const std::string& id, std::string& stamp, uint32_t& digits) {
   if (id.size() < kDigits) return false;
   const std::string hex = id.substr(id.size() - kDigits);

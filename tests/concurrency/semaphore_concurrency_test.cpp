@@ -16,10 +16,13 @@ namespace {
 
 TEST(Semaphore, CountsTriesAndTimesOut) {
   Semaphore sem(5, 2, true, "basics");  // the initial count is limited to the maximum
-  EXPECT_TRUE(sem.take(0) && sem.take(1000));
-  EXPECT_FALSE(sem.take(0) || sem.take(30));
+  EXPECT_TRUE(sem.take(0));
+  EXPECT_TRUE(sem.take(1000));
+  EXPECT_FALSE(sem.take(0));
+  EXPECT_FALSE(sem.take(30));
   for (int i = 0; i < 5; ++i) sem.give();  // gives beyond the maximum are ignored
-  EXPECT_TRUE(sem.take(0) && sem.take(0));
+  EXPECT_TRUE(sem.take(0));
+  EXPECT_TRUE(sem.take(0));
   EXPECT_FALSE(sem.take(0));
 }
 
@@ -104,7 +107,8 @@ TEST_F(LockOrderCheck, InversionOnTwoThreadsIsReportedOnceNamingBothLocks) {
   const auto found = fw::LockOrderChecker::reports();
   ASSERT_EQ(found.size(), 1u);
   EXPECT_EQ(found[0].held + ">" + found[0].taken, "abba.B>abba.A");
-  EXPECT_TRUE(names(found[0], "abba.A") && names(found[0], "abba.B")) << found[0].message;
+  EXPECT_TRUE(names(found[0], "abba.A")) << found[0].message;
+  EXPECT_TRUE(names(found[0], "abba.B")) << found[0].message;
   EXPECT_EQ(hooked, std::vector<std::string>{found[0].message + " #1"});
   EXPECT_EQ(m_sink->records().size(), 1u);
   EXPECT_TRUE(m_sink->contains(found[0].message, fw::kLogError));
@@ -115,12 +119,14 @@ TEST_F(LockOrderCheck, ThreeLockCycleAndRecursiveTakeAreReported) {
   takeInOrder(a, b);
   takeInOrder(b, c);
   takeInOrder(c, a);
-  std::thread([&] { CriticalSection section(b); EXPECT_FALSE(b.take(0)); }).join();  // not recursive
+  std::thread([&] {
+    CriticalSection section(b);
+    EXPECT_FALSE(b.take(0));
+  }).join();  // not recursive
   const auto found = fw::LockOrderChecker::reports();
   ASSERT_EQ(found.size(), 2u);
   EXPECT_EQ(found[0].held + ">" + found[0].taken, "cycle.C>cycle.A");
-  EXPECT_TRUE(names(found[0], "cycle.A") && names(found[0], "cycle.B") && names(found[0], "cycle.C"))
-      << found[0].message;
+  for (const char* lock : {"cycle.A", "cycle.B", "cycle.C"}) EXPECT_TRUE(names(found[0], lock)) << found[0].message;
   EXPECT_EQ(found[1].held + ">" + found[1].taken, "cycle.B>cycle.B");
 }
 

@@ -1,12 +1,14 @@
 // The configuration changes while the journal works: the software type (read by every event, timer
-// and client request) and the journal's own settings change on their threads while calls come in,
-// clients read and delete, and screens subscribe and refresh. Under the thread sanitizer (the tsan
-// preset) any value read across threads without a lock is reported; everywhere the lock order
-// must hold and the journal must follow the flavour set last.
+// and client request), the journal's own settings and the phone's user change on their threads
+// while calls (called back, missed and forwarded), the switch's call log and callbacks come in,
+// clients read, mark, age and delete, and screens subscribe and refresh. Under the thread sanitizer
+// (the tsan preset) any value read across threads without a lock is reported; everywhere the lock
+// order must hold, the journal must follow the flavour set last and its lists equal its store's.
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <thread>
+#include <tuple>
 
 #include "CstaEventFactory.h"
 #include "JournalHarness.h"
@@ -28,7 +30,7 @@ void setJournalValue(JournalService& journal, const std::string& key, const std:
 TEST(SettingsChange, WhileCallsReadsAndSubscriptionsRunKeepsLockOrderAndEndsOnTheLastFlavour) {
   fw::LockOrderChecker::clearReports();
   MemoryDataAccessService store;
-  JournalHarness phone({{"software-type", kKpx}, {"mac-addr", "00:1A:2B:3C:4D:5E"}});
+  JournalHarness phone({{"software-type", kKpx}, {"mac-addr", "00:1A:2B:3C:4D:5E"}, {"server-based-features", "true"}});
   phone.useStore(&store);
   phone.start();
   JournalService& journal = *phone.service;
@@ -46,6 +48,7 @@ TEST(SettingsChange, WhileCallsReadsAndSubscriptionsRunKeepsLockOrderAndEndsOnTh
   threads.push_back(rounds([&](int round) {  // the configuration: the software type, read again on a change
     phone.mgmt.setValue("software-type", round % 2 ? kSip : kKpx);
     phone.mgmt.setValue("reg-number", std::to_string(3100 + round));
+    if (round % 5 == 0) phone.mgmt.setValue("mobility-user-data-update", std::to_string(round));  // all read again
   }));
   threads.push_back(rounds([&](int round) {  // a client's management changes of the journal's settings
     setJournalValue(journal, "missed-logging", round % 2 ? "1" : "0");
@@ -62,14 +65,20 @@ TEST(SettingsChange, WhileCallsReadsAndSubscriptionsRunKeepsLockOrderAndEndsOnTh
     deliver(delivered("out" + n, CSTA_LCS_Connected, dev(kOwnLine), dev(party), dev(party)));
     deliver(established("out" + n, dev(kOwnLine), dev(party), dev(party)));
     deliver(cleared("out" + n));
+    deliver(delivered("fw" + n, CSTA_LCS_Alerting, dev(party), dev(kOwnLine)));  // forwarded after the missed call
+    deliver(diverted("fw" + n, EC_CALL_FORWARD_NO_ANSWER, dev(party), dev(kOwnLine), dev("700")));
     deliver(callLogEntry(CallLogEntryEvent::ACTION_ADD, CallLogEntryEvent::LT_MISSED, dev("77" + n),
                          "2024-03-05T08:00:00"));
+    deliver(callBack(dev(party), CSTACallBackEvent::CB_TYPE_BUSY, CSTACallBackEvent::CB_STATE_SET));
+    deliver(callBack(dev(party), CSTACallBackEvent::CB_TYPE_BUSY, CSTACallBackEvent::CB_STATE_CANCELLED));
     phone.advance(20 * 60 * 1000);  // the auto-save and the call table's sweep run on the way
   }));
-  threads.push_back(rounds([&](int) {  // clients reading and deleting
+  threads.push_back(rounds([&](int) {  // clients reading, marking, ageing and deleting
     std::deque<MissedCallItem> missed;
     journal.getMissedCallList(missed);
     if (!missed.empty()) journal.deleteCalls({missed.back().getEntryId()});
+    if (!missed.empty()) journal.setMissedCallListAsViewed({missed.front().getEntryId()});
+    if (!missed.empty()) journal.ageMissedCall(missed.front().getEntryId());
     DialledCallItem last;
     journal.getLastDialledNumber(last);
     journal.countUnviewedMissedCalls();
@@ -98,6 +107,14 @@ TEST(SettingsChange, WhileCallsReadsAndSubscriptionsRunKeepsLockOrderAndEndsOnTh
   const MissedCallItem front = journal.getFrontMissedCall();
   ASSERT_EQ(front.infos().size(), 1u);
   EXPECT_EQ(front.infos().front().connectedNumber, "601");
+
+  // What the screen shows is what a restart would load.
+  auto lists = [peer = phone.peer()]() mutable {
+    return std::make_tuple(peer.missedList(), peer.dialledList(), peer.receivedList(), peer.forwardedList());
+  };
+  const auto shown = lists();
+  journal.loadCallListsFromDb();
+  EXPECT_EQ(lists(), shown);
 }
 
 }  // namespace

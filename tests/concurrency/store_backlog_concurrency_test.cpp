@@ -2,13 +2,13 @@
 // full disk) and the journal's retries run on the timer thread: afterwards the file holds exactly the lists, one
 // row per entry, and the lock-order checker stayed silent.
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 
 #include <atomic>
 #include <filesystem>
 #include <thread>
 
 #include "JournalHarness.h"
+#include "SqlRows.h"
 #include "SqliteFaultVfs.h"
 #include "framework/JournalServiceHelper.h"
 #include "framework/LockOrder.h"
@@ -16,23 +16,10 @@
 
 namespace {
 
+using Lines = std::vector<std::string>;
+
 constexpr int kCalls = 200;
 constexpr int kParties = 25;
-
-std::string scalar(const std::string& path, const std::string& sql) {
-  sqlite3* db = nullptr;
-  std::string value;
-  EXPECT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-  sqlite3_exec(
-      db, sql.c_str(),
-      [](void* out, int, char** values, char**) {
-        *static_cast<std::string*>(out) = values[0] ? values[0] : "";
-        return 0;
-      },
-      &value, nullptr);
-  sqlite3_close(db);
-  return value;
-}
 
 TEST(StoreBacklogConcurrency, CallsAndDeletionsWhileTheStoreFailsOnAndOffEndWithTheFileHoldingTheLists) {
   fw::LockOrderChecker::clearReports();
@@ -84,8 +71,9 @@ TEST(StoreBacklogConcurrency, CallsAndDeletionsWhileTheStoreFailsOnAndOffEndWith
   std::deque<MissedCallItem> shown, loaded;
   journal.getMissedCallList(shown);
   const std::string path = dir + "/journal.db";
-  EXPECT_EQ(scalar(path, "select count(*) from callLogMissedCalls"), std::to_string(shown.size()));
-  EXPECT_EQ(scalar(path, "select count(distinct number) from callLogMissedCalls"), std::to_string(shown.size()));
+  EXPECT_EQ(sqlRows(path, "select count(*) from callLogMissedCalls"), Lines{std::to_string(shown.size())});
+  EXPECT_EQ(sqlRows(path, "select count(distinct number) from callLogMissedCalls"),
+            Lines{std::to_string(shown.size())});
   journal.loadCallListsFromDb();
   journal.getMissedCallList(loaded);
   EXPECT_EQ(loaded, shown);

@@ -17,8 +17,10 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <sstream>
 #include <thread>
 
+#include "SqlRows.h"
 #include "Subprocess.h"
 #include "SwitchSimulator.h"
 #include "framework/JournalClient.h"
@@ -28,7 +30,6 @@ namespace e2e {
 
 using Helper = JournalServiceHelper;
 using nlohmann::json;
-
 
 inline const std::string kTrace = std::string(EXAMPLES_DIR) + "/traces/office-day.xml";
 
@@ -42,24 +43,56 @@ inline bool eventually(const std::function<bool()>& condition, int timeoutMs = 1
   return condition();
 }
 
+inline const std::string kNs = " xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed4\"";
+
+// A callback request set (or cancelled) at the switch for `number`.
+inline std::string callBack(const std::string& number, bool cancelled) {
+  return "<CallBackEvent" + kNs + "><monitorCrossRefID/><originatingDevice><deviceIdentifier>N&lt;3100&gt;" +
+         "</deviceIdentifier></originatingDevice><targetDevice><deviceIdentifier>N&lt;" + number +
+         "&gt;</deviceIdentifier></targetDevice><callBackSetCanceled>" + (cancelled ? "true" : "false") +
+         "</callBackSetCanceled></CallBackEvent>";
+}
+
 // A missed call from `number` as three events of the monitored line 3100.
 inline std::vector<std::string> missedCall(const std::string& callId, const std::string& number) {
-  const std::string ns = " xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed4\"";
   const std::string conn = "<callID>" + callId + "</callID><deviceID>N&lt;3100&gt;</deviceID>";
   const std::string caller = "<deviceIdentifier>N&lt;" + number + "&gt;</deviceIdentifier>";
   const std::string own = "<deviceIdentifier>N&lt;3100&gt;</deviceIdentifier>";
-  return {"<DeliveredEvent" + ns + "><monitorCrossRefID/><connection>" + conn + "</connection><alertingDevice>" + own +
+  return {"<DeliveredEvent" + kNs + "><monitorCrossRefID/><connection>" + conn + "</connection><alertingDevice>" + own +
               "</alertingDevice><callingDevice>" + caller + "</callingDevice><calledDevice>" + own +
               "</calledDevice><lastRedirectionDevice><notRequired/></lastRedirectionDevice>"
               "<localConnectionInfo>alerting</localConnectionInfo><cause>newCall</cause></DeliveredEvent>",
-          "<ConnectionClearedEvent" + ns + "><monitorCrossRefID/><droppedConnection><callID>" + callId +
+          "<ConnectionClearedEvent" + kNs + "><monitorCrossRefID/><droppedConnection><callID>" + callId +
               "</callID><deviceID>N&lt;" + number + "&gt;</deviceID></droppedConnection><releasingDevice>" + caller +
               "</releasingDevice><localConnectionInfo>alerting</localConnectionInfo>"
               "<cause>normalClearing</cause></ConnectionClearedEvent>",
-          "<ConnectionClearedEvent" + ns + "><monitorCrossRefID/><droppedConnection>" + conn +
+          "<ConnectionClearedEvent" + kNs + "><monitorCrossRefID/><droppedConnection>" + conn +
               "</droppedConnection><releasingDevice>" + own +
               "</releasingDevice>"
               "<localConnectionInfo>null</localConnectionInfo><cause>normalClearing</cause></ConnectionClearedEvent>"};
+}
+
+// The lines of `text` that hold `part`.
+inline std::vector<std::string> linesWith(const std::string& text, const std::string& part) {
+  std::vector<std::string> lines;
+  std::istringstream in(text);
+  for (std::string line; std::getline(in, line);)
+    if (line.find(part) != std::string::npos) lines.push_back(line);
+  return lines;
+}
+
+inline std::string lastLine(const std::string& text) {
+  std::string line, last;
+  std::istringstream in(text);
+  while (std::getline(in, line))
+    if (!line.empty()) last = line;
+  return last;
+}
+
+// The rows of a database file (see sqlRows), as a set.
+inline std::set<std::string> storedRows(const std::string& path, const std::string& sql) {
+  const std::vector<std::string> rows = sqlRows(path, sql);
+  return {rows.begin(), rows.end()};
 }
 
 class DaemonTest : public ::testing::Test {
@@ -69,27 +102,46 @@ class DaemonTest : public ::testing::Test {
     ASSERT_NE(mkdtemp(pattern), nullptr);
     dir = pattern;
     socket = dir + "/journal.sock";
-    std::ofstream(dir + "/calljournald.conf")
-        << "software-type = Velmora SIP\nsystem-identifier = 0\nserver-based-features = true\n"
-        << "switch = 127.0.0.1:" << sim.port() << "\nmonitored-device = 3100\n"
-        << "database = " << dir << "/journal.db\nclient-socket = " << socket << "\n"
-        << "phonebook = " << EXAMPLES_DIR << "/phonebook.csv\n";
+    writeConfig("software-type = Velmora SIP\nsystem-identifier = 0\nserver-based-features = true\nphonebook = " +
+                    std::string(EXAMPLES_DIR) + "/phonebook.csv\n",
+                sim.port());
   }
   void TearDown() override {
     daemon.reset();
     std::system(("rm -rf '" + dir + "'").c_str());
   }
 
-  void startDaemon() {
-    daemon = std::make_unique<Subprocess>(
-        std::vector<std::string>{CALLJOURNALD_PATH, "--config", dir + "/calljournald.conf"});
+  // The daemon's configuration: `settings`, the switch at `switchPort` (none for 0), the phone's
+  // line, the database and the client socket in the test's folder.
+  void writeConfig(const std::string& settings, int switchPort = 0) {
+    std::ofstream(dir + "/calljournald.conf")
+        << settings << (switchPort ? "switch = 127.0.0.1:" + std::to_string(switchPort) + "\n" : std::string())
+        << "monitored-device = 3100\ndatabase = " << dir << "/journal.db\nclient-socket = " << socket << "\n";
+  }
+
+  // Starts calljournald on the configuration (run by `prefix` when given, with `extra` arguments)
+  // and waits until it serves clients.
+  void launch(std::vector<std::string> prefix = {}, const std::vector<std::string>& extra = {}) {
+    prefix.insert(prefix.end(), {CALLJOURNALD_PATH, "--config", dir + "/calljournald.conf"});
+    prefix.insert(prefix.end(), extra.begin(), extra.end());
+    daemon = std::make_unique<Subprocess>(prefix);
     ASSERT_TRUE(daemon->start());
     ASSERT_TRUE(eventually([&] {
       fw::JournalClient probe;
       std::string error;
       return probe.connect(socket, error);
     })) << daemon->err();
-    ASSERT_TRUE(sim.waitForRequest("MonitorStart", 15000, ++monitorStarts)) << daemon->err();
+  }
+
+  // launch(), then waits until the daemon has asked the switch for its monitor once more.
+  void startDaemon(const std::vector<std::string>& prefix = {}) {
+    const size_t monitors = sim.requests("MonitorStart").size();
+    launch(prefix);
+    ASSERT_TRUE(sim.waitForRequest("MonitorStart", 15000, monitors + 1)) << daemon->err();
+  }
+
+  void sendAll(const std::vector<std::string>& events) {
+    for (const std::string& event : events) ASSERT_TRUE(sim.sendEvent(event));
   }
 
   Subprocess::Result cli(std::vector<std::string> args) {
@@ -101,6 +153,14 @@ class DaemonTest : public ::testing::Test {
     Subprocess::Result r = cli({"list", "--json"});
     EXPECT_EQ(r.code, 0) << r.err;
     return r.code == 0 ? json::parse(r.out) : json();
+  }
+
+  // The numbers of the missed entries, newest first.
+  std::vector<std::string> missedNumbers() {
+    const json all = lists();
+    std::vector<std::string> numbers;
+    for (const auto& e : all["missed"]) numbers.push_back(e["infos"][0]["number"]);
+    return numbers;
   }
 
   // Which parties each list holds, as "list:number" texts. The switch here sends the day's events
@@ -121,7 +181,6 @@ class DaemonTest : public ::testing::Test {
   std::string dir, socket;
   SwitchSimulator sim;
   std::unique_ptr<Subprocess> daemon;
-  size_t monitorStarts = 0;
 };
 
 inline fw::JournalClient connectTo(const std::string& socket) {

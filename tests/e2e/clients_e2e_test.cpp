@@ -1,5 +1,5 @@
 // Clients of the daemon as users meet them: a screen that subscribes twice and goes away, the
-// counts `calljournal watch` prints, and what the CLI says about the ids it was given.
+// counts and changes `calljournal watch` prints, and what the CLI says about the ids it was given.
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -12,16 +12,6 @@
 using namespace e2e;
 
 namespace {
-
-const std::string kNs = " xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed4\"";
-
-// A callback request set (or cancelled) at the switch for `number`.
-std::string callBack(const std::string& number, bool cancelled) {
-  return "<CallBackEvent" + kNs + "><monitorCrossRefID/><originatingDevice><deviceIdentifier>N&lt;3100&gt;" +
-         "</deviceIdentifier></originatingDevice><targetDevice><deviceIdentifier>N&lt;" + number +
-         "&gt;</deviceIdentifier></targetDevice><callBackSetCanceled>" + (cancelled ? "true" : "false") +
-         "</callBackSetCanceled></CallBackEvent>";
-}
 
 // The values of `key` in the JSON lines of `text` that hold it, in order.
 std::vector<int> countsIn(const std::string& text, const std::string& key) {
@@ -36,9 +26,6 @@ std::vector<int> countsIn(const std::string& text, const std::string& key) {
 
 class ClientsDaemonTest : public DaemonTest {
  protected:
-  void sendAll(const std::vector<std::string>& events) {
-    for (const std::string& event : events) ASSERT_TRUE(sim.sendEvent(event));
-  }
   // A connection to the daemon's socket that sends `bytes` and is left open; its descriptor.
   int rawConnection(const std::string& bytes) {
     const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
@@ -48,10 +35,6 @@ class ClientsDaemonTest : public DaemonTest {
     EXPECT_EQ(0, ::connect(fd, reinterpret_cast<sockaddr*>(&address), sizeof address));
     EXPECT_EQ(static_cast<ssize_t>(bytes.size()), ::write(fd, bytes.data(), bytes.size()));
     return fd;
-  }
-  size_t missedEntries() {
-    const json all = lists();
-    return all.contains("missed") ? all["missed"].size() : 0;
   }
 };
 
@@ -72,7 +55,7 @@ TEST_F(ClientsDaemonTest, AConnectionThatSubscribedTwiceAndWentAwayLeavesNothing
   ASSERT_TRUE(watcher.call(Helper::createMethodRequest(Helper::SUBSCRIBE), reply, error)) << error;
 
   sendAll(missedCall("4711", "0301112222"));  // a change of a list: every subscriber is told
-  ASSERT_TRUE(eventually([&] { return missedEntries() == 1; })) << daemon->err();
+  ASSERT_TRUE(eventually([&] { return missedNumbers().size() == 1; })) << daemon->err();
   EXPECT_TRUE(daemon->running()) << daemon->err();
   std::string message;
   bool told = false;
@@ -139,9 +122,12 @@ TEST_F(ClientsDaemonTest, TheCliActsOnKnownIdsOnlyAndSaysWhatItRemovedFromWhichL
   startDaemon();
   sendAll(missedCall("4711", "0301112222"));
   sendAll(missedCall("4712", "0303334444"));
-  ASSERT_TRUE(eventually([&] { return missedEntries() == 2; })) << daemon->err();
+  ASSERT_TRUE(eventually([&] { return missedNumbers().size() == 2; })) << daemon->err();
   const json before = lists();
   const std::string first = before["missed"][0]["entryId"], second = before["missed"][1]["entryId"];
+  Subprocess watch({CALLJOURNAL_PATH, "--socket", socket, "watch"});  // a subscriber hears of the deletion
+  ASSERT_TRUE(watch.start());
+  ASSERT_TRUE(eventually([&] { return !linesWith(watch.out(), "unviewedMissed").empty(); })) << watch.err();
 
   Subprocess::Result unknown = cli({"delete-calls", first, "no-such-id"});
   EXPECT_EQ(1, unknown.code);
@@ -162,6 +148,8 @@ TEST_F(ClientsDaemonTest, TheCliActsOnKnownIdsOnlyAndSaysWhatItRemovedFromWhichL
   Subprocess::Result deleted = cli({"delete-calls", first});
   EXPECT_EQ(0, deleted.code) << deleted.err;
   EXPECT_EQ("deleted " + first + " from the missed list: 0303334444\n", deleted.out);
+  EXPECT_TRUE(eventually([&] { return !linesWith(watch.out(), "missed deleted").empty(); })) << watch.out();
+  EXPECT_EQ(linesWith(watch.out(), "missed deleted"), std::vector<std::string>{"missed deleted " + first});
   const json after = lists();
   ASSERT_EQ(1u, after["missed"].size());
   EXPECT_EQ(second, after["missed"][0]["entryId"]);

@@ -1,8 +1,6 @@
 // The daemon killed with SIGKILL at random moments under live switch traffic, also while it
 // starts, and started again: after each restart every change that a subscribed observer was told
 // of is in the database and served, no party has two entries, and the database is intact.
-#include <sqlite3.h>
-
 #include <atomic>
 #include <mutex>
 #include <random>
@@ -73,56 +71,24 @@ class CrashTest : public DaemonTest {
     if (observer.joinable()) observer.join();
   }
 
-  // Starts the daemon and waits until it serves clients and has asked the switch for its monitor.
-  void restart() {
-    const size_t monitors = sim.requests("MonitorStart").size();
-    daemon = std::make_unique<Subprocess>(
-        std::vector<std::string>{CALLJOURNALD_PATH, "--config", dir + "/calljournald.conf"});
-    ASSERT_TRUE(daemon->start());
-    ASSERT_TRUE(eventually([&] {
-      fw::JournalClient probe;
-      std::string error;
-      return probe.connect(socket, error);
-    })) << daemon->err();
-    ASSERT_TRUE(sim.waitForRequest("MonitorStart", 15000, monitors + 1)) << daemon->err();
-  }
-
   void kill() {
     daemon->signal(SIGKILL);
     daemon->wait(5000);
   }
 
-  // The missed table as stored: entry id -> occurrences; and the result of the integrity check.
-  std::map<std::string, size_t> storedMissed(std::string& integrity) {
+  // The missed table as stored: entry id -> occurrences.
+  std::map<std::string, size_t> storedMissed() {
     std::map<std::string, size_t> rows;
-    sqlite3* db = nullptr;
-    if (sqlite3_open_v2((dir + "/journal.db").c_str(), &db, SQLITE_OPEN_READONLY, nullptr) != SQLITE_OK) {
-      integrity = sqlite3_errmsg(db);
-      sqlite3_close(db);
-      return rows;
-    }
-    sqlite3_busy_timeout(db, 5000);
-    auto each = [&](const char* sql, const std::function<void(sqlite3_stmt*)>& row) {
-      sqlite3_stmt* stmt = nullptr;
-      if (sqlite3_prepare_v2(db, sql, -1, &stmt, nullptr) != SQLITE_OK) return;
-      while (sqlite3_step(stmt) == SQLITE_ROW) row(stmt);
-      sqlite3_finalize(stmt);
-    };
-    each("PRAGMA integrity_check",
-         [&](sqlite3_stmt* s) { integrity = reinterpret_cast<const char*>(sqlite3_column_text(s, 0)); });
-    each("SELECT entry_id, occurrences FROM callLogMissedCalls", [&](sqlite3_stmt* s) {
-      rows[reinterpret_cast<const char*>(sqlite3_column_text(s, 0))] = static_cast<size_t>(sqlite3_column_int(s, 1));
-    });
-    sqlite3_close(db);
+    for (const std::string& row : sqlRows(dir + "/journal.db", "SELECT entry_id, occurrences FROM callLogMissedCalls"))
+      rows[row.substr(0, row.find(' '))] = std::stoul(row.substr(row.find(' ') + 1));
     return rows;
   }
 
   // Everything the observer was told is stored and served; each party has one entry.
   void checkNothingLost(int round) {
     SCOPED_TRACE("after restart " + std::to_string(round) + ", seed " + std::to_string(seed));
-    std::string integrity;
-    const std::map<std::string, size_t> stored = storedMissed(integrity);
-    EXPECT_EQ("ok", integrity);
+    EXPECT_EQ(std::vector<std::string>{"ok"}, sqlRows(dir + "/journal.db", "PRAGMA integrity_check"));
+    const std::map<std::string, size_t> stored = storedMissed();
     const json served = lists();
     std::map<std::string, size_t> servedEntries;
     std::map<std::string, int> entriesOfNumber;
@@ -154,7 +120,7 @@ class CrashTest : public DaemonTest {
 TEST_F(CrashTest, KilledAtRandomUnderTrafficLosesNothingAnnounced) {
   constexpr int kKills = 20;
   std::mt19937 random(seed);
-  restart();
+  startDaemon();
   startTraffic();
   for (int round = 1; round <= kKills; ++round) {
     startObserver();
@@ -168,7 +134,7 @@ TEST_F(CrashTest, KilledAtRandomUnderTrafficLosesNothingAnnounced) {
       std::this_thread::sleep_for(std::chrono::milliseconds(random() % 150));
       kill();
     }
-    restart();
+    startDaemon();
     checkNothingLost(round);
     if (HasFatalFailure()) break;
   }

@@ -14,24 +14,13 @@ namespace {
 
 using namespace e2e;
 
-const std::string kNs = " xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed4\"";
-
-// A command run with the stack limit of the phone's threads (2 MB), which also sets the default
+// Runs a command with the stack limit of the phone's threads (2 MB), which also sets the default
 // stack of every thread the program starts.
-std::vector<std::string> withPhoneStacks(std::vector<std::string> argv) {
-  argv.insert(argv.begin(), {"/bin/sh", "-c", "ulimit -s 2048 && exec \"$0\" \"$@\""});
-  return argv;
-}
+const std::vector<std::string> kPhoneStacks = {"/bin/sh", "-c", "ulimit -s 2048 && exec \"$0\" \"$@\""};
 
-class TraceReplayTest : public ::testing::Test {
+// calljournal replay as a user runs it, in the fixture's folder (no daemon is started).
+class TraceReplayTest : public DaemonTest {
  protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/journal-replay-XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    dir = pattern;
-  }
-  void TearDown() override { std::system(("rm -rf '" + dir + "'").c_str()); }
-
   // Writes a trace of `events`, one step a second from 08:00:00.
   std::string writeTrace(const std::vector<std::string>& events) {
     const std::string path = dir + "/trace.xml";
@@ -45,10 +34,9 @@ class TraceReplayTest : public ::testing::Test {
   Subprocess::Result replay(const std::string& trace, bool json) {
     std::vector<std::string> argv = {CALLJOURNAL_PATH, "replay", trace, "--db", dir + "/j.db"};
     if (json) argv.push_back("--json");
-    return Subprocess::run(withPhoneStacks(argv), 60000);
+    argv.insert(argv.begin(), kPhoneStacks.begin(), kPhoneStacks.end());
+    return Subprocess::run(argv, 60000);
   }
-
-  std::string dir;
 };
 
 // A recording of a real switch: the missed call's events among events the journal leaves to the
@@ -88,6 +76,16 @@ TEST_F(TraceReplayTest, StandardEventsTheJournalDoesNotActOnAreReplayedAndNonEve
   EXPECT_NE(asJson.err.find("Skipped 2 documents"), std::string::npos) << asJson.err;
 }
 
+TEST_F(TraceReplayTest, AMalformedTraceIsRefusedWithItsPlaceAndWritesNothing) {
+  std::ofstream(dir + "/bad.xml") << "<cstaTrace>\n  <event at=\"2024-03-05T07:00:00\">\n    <DeliveredEvent>\n"
+                                  << "</cstaTrace>\n";
+  const Subprocess::Result r = replay(dir + "/bad.xml", false);
+  EXPECT_EQ(r.code, 1);
+  EXPECT_EQ(lastLine(r.err),
+            "calljournal: trace refused: " + dir + "/bad.xml:4:3: not well-formed XML: Start-end tags mismatch");
+  EXPECT_NE(access((dir + "/j.db").c_str(), F_OK), 0);
+}
+
 // A trace of some megabytes whose event nests its private data half a million levels deep.
 TEST_F(TraceReplayTest, ADeeplyNestedEventIsReplayedLikeAnyOther) {
   std::vector<std::string> call = missedCall("FF01", "0301234567");
@@ -102,36 +100,43 @@ TEST_F(TraceReplayTest, ADeeplyNestedEventIsReplayedLikeAnyOther) {
 }
 
 // The daemon with the phone's 2 MB thread stacks.
-class HostileInputTest : public DaemonTest {
- protected:
-  void startOnPhoneStacks() {
-    daemon = std::make_unique<Subprocess>(withPhoneStacks({CALLJOURNALD_PATH, "--config", dir + "/calljournald.conf"}));
-    ASSERT_TRUE(daemon->start());
-    ASSERT_TRUE(eventually([&] {
-      fw::JournalClient probe;
-      std::string error;
-      return probe.connect(socket, error);
-    })) << daemon->err();
-    ASSERT_TRUE(sim.waitForRequest("MonitorStart", 15000, ++monitorStarts)) << daemon->err();
+using HostileInputTest = DaemonTest;
+
+// Requests the daemon cannot serve are answered FAILURE, a frame from the switch shorter than its
+// header costs only the link, a wrong command line ends with code 2; the daemon goes on.
+TEST_F(HostileInputTest, BadRequestsAndABrokenFrameFromTheSwitchLeaveTheDaemonServing) {
+  startDaemon(kPhoneStacks);
+  fw::JournalClient client = connectTo(socket);
+  std::string reply, error;
+  for (const std::string& bad : {std::string("<journalRequest><method>noSuchMethod</method></journalRequest>"),
+                                 std::string("<journalRequest><method>getMissed"), std::string(),
+                                 Helper::createMethodRequest(Helper::DELETE_DIALLED_CALL, {"no-such-id"})}) {
+    ASSERT_TRUE(client.call(bad, reply, error)) << error;
+    EXPECT_EQ(reply, Helper::FAILURE) << bad;
   }
-  bool missedNumbersAre(const std::vector<std::string>& numbers) {
-    const json j = lists();
-    std::vector<std::string> got;
-    for (const auto& e : j["missed"]) got.push_back(e["infos"][0]["number"]);
-    return got == numbers;
-  }
-};
+  const size_t monitors = sim.requests("MonitorStart").size();
+  ASSERT_TRUE(
+      sim.sendRaw(std::string("\x00\x00\x00\x03"
+                              "9999",
+                              8)));
+  ASSERT_TRUE(sim.waitForRequest("MonitorStart", 30000, monitors + 1)) << daemon->err();
+  sendAll(missedCall("FF05", "0304444444"));
+  EXPECT_TRUE(eventually([&] { return missedNumbers() == std::vector<std::string>{"0304444444"}; }));
+  EXPECT_EQ(cli({"config", "get", "no-such-setting"}).code, 1);
+  EXPECT_EQ(cli({"delete"}).code, 2);
+  EXPECT_EQ(cli({"frobnicate"}).code, 2);
+}
 
 // A frame of nearly a megabyte whose private data nests 140,000 levels deep, and a client request
 // whose entry id does: both are answered and the daemon goes on.
 TEST_F(HostileInputTest, DeepNestingFromTheSwitchAndFromAClientLeavesTheDaemonRunning) {
-  startOnPhoneStacks();
+  startDaemon(kPhoneStacks);
   std::vector<std::string> deep = missedCall("FF02", "0301111111");
   deep[0].insert(deep[0].find("</DeliveredEvent>"),
                  "<extensions><privateData><private>" + nested("v", 140000) + "</private></privateData></extensions>");
   ASSERT_GT(deep[0].size(), 950000u);
-  for (const std::string& event : deep) ASSERT_TRUE(sim.sendEvent(event));
-  EXPECT_TRUE(eventually([&] { return missedNumbersAre({"0301111111"}); })) << daemon->err();
+  sendAll(deep);
+  EXPECT_TRUE(eventually([&] { return missedNumbers() == std::vector<std::string>{"0301111111"}; })) << daemon->err();
 
   std::string request = Helper::createMethodRequest(Helper::DELETE_CALLS, {"no-such-id"});
   request.insert(request.find("</journalRequest>"), "<entryId>" + nested("x", 140000) + "</entryId>");
@@ -140,22 +145,24 @@ TEST_F(HostileInputTest, DeepNestingFromTheSwitchAndFromAClientLeavesTheDaemonRu
   ASSERT_TRUE(client.call(request, reply, error, 30000)) << error << daemon->err();
   EXPECT_EQ(reply, Helper::respBool(false));  // read and answered: no entry has those ids
   EXPECT_TRUE(daemon->running());
-  EXPECT_TRUE(missedNumbersAre({"0301111111"}));
+  EXPECT_TRUE(missedNumbers() == std::vector<std::string>{"0301111111"});
 }
 
 // A caller's name with bytes that are not UTF-8 and a name far too long: the entry holds
 // well-formed text of a bounded length, and the lists can be read and printed as JSON.
 TEST_F(HostileInputTest, NamesFromTheSwitchAreWellFormedAndBounded) {
-  startOnPhoneStacks();
+  startDaemon(kPhoneStacks);
   std::vector<std::string> latin1 = missedCall("FF03", "0302222222");
   const std::string caller = "N&lt;0302222222&gt;";
   latin1[0].replace(latin1[0].find(caller), caller.size(), caller + ";displayName=M\xFCller%FF");
   std::vector<std::string> longName = missedCall("FF04", "0303333333");
   const std::string other = "N&lt;0303333333&gt;";
   longName[0].replace(longName[0].find(other), other.size(), other + ";displayName=" + std::string(5000, 'A'));
-  for (const auto* call : {&latin1, &longName})
-    for (const std::string& event : *call) ASSERT_TRUE(sim.sendEvent(event));
-  ASSERT_TRUE(eventually([&] { return missedNumbersAre({"0303333333", "0302222222"}); })) << daemon->err();
+  sendAll(latin1);
+  sendAll(longName);
+  ASSERT_TRUE(eventually([&] {
+    return missedNumbers() == std::vector<std::string>{"0303333333", "0302222222"};
+  })) << daemon->err();
   const json j = lists();
   const std::string R = fw::utf8::kReplacement;
   EXPECT_EQ(j["missed"][1]["surname"], "M" + R + "ller" + R);

@@ -1,9 +1,6 @@
 // The daemon's start-up and its link to the switch, end to end: a switch that is not there yet or
 // goes away mid-day, events that come the moment the monitor runs, the system registration, the
 // default software type, refused configurations and reloads, and the client socket's folder.
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 
 #include <pugixml.hpp>
@@ -15,47 +12,13 @@ using namespace e2e;
 
 namespace {
 
-// A loopback port that nothing listens on right now.
-int freePort() {
-  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
-      ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0)
-    return -1;
-  ::close(fd);
-  return ntohs(address.sin_port);
-}
+// A loopback port that nothing listens on right now: a switch simulator's, once it is gone.
+int freePort() { return SwitchSimulator().port(); }
 
 SwitchSimulator::Options switchOn(int port) {
   SwitchSimulator::Options options;
   options.port = port;
   return options;
-}
-
-std::size_t countOf(const std::string& text, const std::string& part) {
-  std::size_t n = 0;
-  for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
-  return n;
-}
-
-// The lines of `text` that hold `part`.
-std::vector<std::string> linesWith(const std::string& text, const std::string& part) {
-  std::vector<std::string> lines;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);)
-    if (line.find(part) != std::string::npos) lines.push_back(line);
-  return lines;
-}
-
-std::string lastLine(const std::string& text) {
-  std::string line, last;
-  std::istringstream in(text);
-  while (std::getline(in, line))
-    if (!line.empty()) last = line;
-  return last;
 }
 
 // Occurrences per party and list, as "list:number" -> count.
@@ -67,39 +30,12 @@ std::map<std::string, std::size_t> occurrences(const json& lists) {
   return out;
 }
 
-// A callback request of `number` set at the switch.
-std::string callBackSet(const std::string& number) {
-  return "<CallBackEvent xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed4\"><monitorCrossRefID/>"
-         "<originatingDevice><deviceIdentifier>3100</deviceIdentifier></originatingDevice><targetDevice>"
-         "<deviceIdentifier>N&lt;" +
-         number +
-         "&gt;</deviceIdentifier></targetDevice><callBackSetCanceled>false</callBackSetCanceled>"
-         "</CallBackEvent>";
-}
-
 }  // namespace
 
 // A daemon whose configuration the test writes, and whose switch (when it has one) the test starts
 // on a port of its choosing.
 class StartupFixture : public DaemonTest {
  protected:
-  void writeConfig(const std::string& lines, int switchPort = 0) {
-    std::ofstream(dir + "/calljournald.conf")
-        << lines << (switchPort ? "switch = 127.0.0.1:" + std::to_string(switchPort) + "\n" : std::string())
-        << "monitored-device = 3100\ndatabase = " << dir << "/journal.db\nclient-socket = " << socket << "\n";
-  }
-  // Starts calljournald on the written configuration and waits until it serves clients.
-  void launch(std::vector<std::string> extra = {}) {
-    std::vector<std::string> argv{CALLJOURNALD_PATH, "--config", dir + "/calljournald.conf"};
-    argv.insert(argv.end(), extra.begin(), extra.end());
-    daemon = std::make_unique<Subprocess>(argv);
-    ASSERT_TRUE(daemon->start());
-    ASSERT_TRUE(eventually([&] {
-      fw::JournalClient probe;
-      std::string error;
-      return probe.connect(socket, error);
-    })) << daemon->err();
-  }
   // What `calljournal replay` makes of the events [0, end) of the day's trace.
   json replayed(std::size_t end = SIZE_MAX) {
     pugi::xml_document trace;
@@ -220,7 +156,7 @@ TEST_F(DaemonStartupTest, WithoutASoftwareTypeTheDaemonIsAKpxPhoneAndCountsForNe
   EXPECT_NE(sim.requests("MonitorStart").at(0).xml.find("requestedMonitorFilter"), std::string::npos);
 
   for (const std::string& event : missedCall("801", "0302222222")) ASSERT_TRUE(sim.sendEvent(event));
-  ASSERT_TRUE(sim.sendEvent(callBackSet("0303333333")));
+  ASSERT_TRUE(sim.sendEvent(callBack("0303333333", false)));
   ASSERT_TRUE(eventually([&] { return lists()["missed"].size() == 1; })) << daemon->err();
 
   fw::JournalClient subscriber = connectTo(socket);
@@ -241,15 +177,8 @@ TEST_F(DaemonStartupTest, EveryStartUpFaultEndsWithOneLineAndExitCodeOne) {
   writeConfig("");
   std::ofstream(dir + "/afile") << "x";
   ::mkdir((dir + "/adir").c_str(), 0700);
-  const int busy = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  ASSERT_EQ(0, ::bind(busy, reinterpret_cast<sockaddr*>(&address), sizeof address));
-  ASSERT_EQ(0, ::listen(busy, 1));
-  ASSERT_EQ(0, ::getsockname(busy, reinterpret_cast<sockaddr*>(&address), &length));
-  const std::string busyPort = std::to_string(ntohs(address.sin_port));
+  const SwitchSimulator busy;  // a port that is taken
+  const std::string busyPort = std::to_string(busy.port());
 
   struct Case {
     std::string set, expected;
@@ -269,12 +198,11 @@ TEST_F(DaemonStartupTest, EveryStartUpFaultEndsWithOneLineAndExitCodeOne) {
     const std::string line = lastLine(r.err);
     EXPECT_EQ(0u, line.rfind("calljournald: ", 0)) << c.set << ": " << line;
     EXPECT_NE(line.find(c.expected), std::string::npos) << c.set << ": " << line;
-    EXPECT_EQ(0u, countOf(r.err, "terminate called")) << c.set << "\n" << r.err;
+    EXPECT_EQ(0u, linesWith(r.err, "terminate called").size()) << c.set << "\n" << r.err;
   }
-  ::close(busy);
 }
 
-TEST_F(DaemonStartupTest, ARefusedReloadChangesNothing) {
+TEST_F(DaemonStartupTest, ARefusedReloadChangesNothingAndAGoodOneIsTaken) {
   writeConfig("software-type = Velmora SIP\nreg-number = 1111\nlog-levels = *=4\n", sim.port());
   launch();
   ASSERT_TRUE(sim.waitForRequest("MonitorStart", 15000)) << daemon->err();
@@ -294,9 +222,16 @@ TEST_F(DaemonStartupTest, ARefusedReloadChangesNothing) {
   // A file that cannot be opened for logging is refused the same way.
   writeConfig("software-type = Velmora SIP\nreg-number = 3333\nlog-file = " + dir + "/missing/log\n", sim.port());
   daemon->signal(SIGHUP);
-  ASSERT_TRUE(eventually([&] { return countOf(daemon->err(), "reload failed") == 2; })) << daemon->err();
+  ASSERT_TRUE(eventually([&] { return linesWith(daemon->err(), "reload failed").size() == 2; })) << daemon->err();
   EXPECT_EQ("1111 (configuration)", configured("reg-number"));
-  EXPECT_TRUE(daemon->running());
+
+  // A good file is taken; a client's setting of the journal is kept beside it.
+  writeConfig("software-type = Velmora SIP\nreg-number = 4444\n", sim.port());
+  daemon->signal(SIGHUP);
+  EXPECT_TRUE(eventually([&] { return configured("reg-number") == "4444 (configuration)"; })) << daemon->err();
+  const Subprocess::Result set = cli({"config", "set", "missed-logging", "false"});
+  EXPECT_EQ(0, set.code) << set.err;
+  EXPECT_EQ("1 (journal)", configured("missed-logging"));  // "1": missed calls are not logged
 }
 
 // ---- the client socket's folder of a daemon that is not root ----

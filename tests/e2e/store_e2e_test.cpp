@@ -1,8 +1,7 @@
 // The daemon and its database file from the outside: lists come back exactly as they were after a
-// restart and a refresh (calls in one second, a waiting call, viewed flags), and a database that
-// fails for a while (locked by another program, a full disk) loses no call the daemon
-// acknowledged and overwrites no earlier row.
-#include <sqlite3.h>
+// restart and a refresh (calls in one second, a waiting call, viewed flags), the socket is the
+// owner's only and a second daemon on it is refused, and a database that fails for a while (locked
+// by another program, a full disk) loses no call the daemon acknowledged and overwrites no earlier row.
 #include <sys/mount.h>
 #include <sys/stat.h>
 
@@ -16,23 +15,6 @@
 using namespace e2e;
 
 namespace {
-
-// Rows of the database file read with the sqlite3 C API, each row's columns joined by blanks.
-std::set<std::string> rows(const std::string& path, const std::string& sql) {
-  sqlite3* db = nullptr;
-  std::set<std::string> out;
-  EXPECT_EQ(sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
-  sqlite3_busy_timeout(db, 5000);
-  const auto collect = [](void* rows, int columns, char** values, char**) {
-    std::string row;
-    for (int c = 0; c < columns; ++c) row += (c ? " " : "") + std::string(values[c] ? values[c] : "NULL");
-    static_cast<std::set<std::string>*>(rows)->insert(row);
-    return 0;
-  };
-  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), collect, &out, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
-  sqlite3_close(db);
-  return out;
-}
 
 const char kMissedRows[] = "select unique_id, entry_id, occurrences from callLogMissedCalls";
 
@@ -53,21 +35,22 @@ bool showsNumber(const json& lists, const std::string& number, size_t occurrence
 
 class DaemonStore : public DaemonTest {
  protected:
-  void sendAll(const std::vector<std::string>& events) {
-    for (const std::string& event : events) ASSERT_TRUE(sim.sendEvent(event));
-  }
-  // Stops the daemon as its service manager would and starts it again.
+  // Stops the daemon as its service manager would (its socket goes with it) and starts it again.
   void restartDaemon() {
     daemon->signal(SIGTERM);
     ASSERT_EQ(daemon->wait(15000), 0) << daemon->err();
+    EXPECT_NE(access(socket.c_str(), F_OK), 0) << "socket left behind";
+    const Subprocess::Result down = cli({"list"});
+    EXPECT_EQ(down.code, 1);
+    EXPECT_NE(down.err.find("is calljournald running?"), std::string::npos) << down.err;
     startDaemon();
   }
   // Missed calls of two parties stored before the fault; their rows must come through it as they are.
   std::set<std::string> callsBeforeTheFault(const std::string& db) {
     sendAll(missedCall("811", "0302220001"));
     sendAll(missedCall("812", "0302220002"));
-    EXPECT_TRUE(eventually([&] { return rows(db, kMissedRows).size() == 2; })) << daemon->err();
-    return rows(db, "select * from callLogMissedCalls");
+    EXPECT_TRUE(eventually([&] { return storedRows(db, kMissedRows).size() == 2; })) << daemon->err();
+    return storedRows(db, "select * from callLogMissedCalls");
   }
   // Calls during the fault: two new parties, the first of them again. All are shown at once.
   void callsDuringTheFault() {
@@ -87,12 +70,13 @@ class DaemonStore : public DaemonTest {
   // come back so after a restart.
   void expectEverythingStoredAndKept(const std::string& db, const std::set<std::string>& earlier) {
     std::set<std::string> shown, stored;
-    EXPECT_TRUE(eventually([&] { return (shown = shownMissed(lists())) == (stored = rows(db, kMissedRows)); }, 40000))
+    EXPECT_TRUE(
+        eventually([&] { return (shown = shownMissed(lists())) == (stored = storedRows(db, kMissedRows)); }, 40000))
         << ::testing::PrintToString(shown) << "\n"
         << ::testing::PrintToString(stored) << "\n"
         << daemon->err();
     EXPECT_EQ(shown.size(), 4u);
-    const std::set<std::string> now = rows(db, "select * from callLogMissedCalls");
+    const std::set<std::string> now = storedRows(db, "select * from callLogMissedCalls");
     for (const std::string& row : earlier) EXPECT_EQ(now.count(row), 1u) << row;
     EXPECT_NE(daemon->err().find("the store fails"), std::string::npos) << daemon->err();
     EXPECT_NE(daemon->err().find("the store works again"), std::string::npos) << daemon->err();
@@ -127,6 +111,12 @@ TEST_F(DaemonStore, ListsComeBackIdenticalAfterARestartAndARefresh) {
   const std::string lastDialled = cli({"last-dialled"}).out;
   ASSERT_EQ(cli({"refresh"}).code, 0);
   EXPECT_EQ(lists(), before);
+  struct stat socketFile {};
+  ASSERT_EQ(stat(socket.c_str(), &socketFile), 0);
+  EXPECT_EQ(socketFile.st_mode & 0777, 0600u);  // the owner's only
+  const Subprocess::Result another = Subprocess::run({CALLJOURNALD_PATH, "--config", dir + "/calljournald.conf"});
+  EXPECT_EQ(another.code, 1);
+  EXPECT_NE(another.err.find("another journal daemon is serving"), std::string::npos) << another.err;
   restartDaemon();
   const json after = lists();
   EXPECT_EQ(after, before) << after.dump(1) << "\n" << before.dump(1);
@@ -143,7 +133,7 @@ TEST_F(DaemonStore, ADatabaseLockedByAnotherProgramLosesNoCallAndOverwritesNoRow
   ASSERT_EQ(sqlite3_exec(other, "BEGIN EXCLUSIVE", nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(other);
   const auto lockedAt = std::chrono::steady_clock::now();
   callsDuringTheFault();
-  EXPECT_EQ(rows(db, kMissedRows).size(), 2u);  // nothing got through the lock
+  EXPECT_EQ(storedRows(db, kMissedRows).size(), 2u);  // nothing got through the lock
   std::this_thread::sleep_until(lockedAt + std::chrono::seconds(10));
   EXPECT_EQ(sqlite3_exec(other, "ROLLBACK", nullptr, nullptr, nullptr), SQLITE_OK);
   sqlite3_close(other);
@@ -195,7 +185,7 @@ TEST_F(DaemonStoreOnSmallDisk, AFullDiskLosesNoCallAndOverwritesNoRow) {
 
   fill();
   callsDuringTheFault();
-  EXPECT_EQ(rows(db, kMissedRows).size(), 2u);  // nothing fitted on the disk
+  EXPECT_EQ(storedRows(db, kMissedRows).size(), 2u);  // nothing fitted on the disk
   ASSERT_EQ(std::remove((disk + "/filler").c_str()), 0);
 
   expectEverythingStoredAndKept(db, earlier);

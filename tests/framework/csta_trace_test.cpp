@@ -81,24 +81,4 @@ TEST(CstaTrace, RefusesEachFaultNamingItsPlace) {
   }
 }
 
-// Standard events the journal does not act on are steps like any other; documents that are no
-// CSTA event are left out with a notice naming their place, as the switch link skips them.
-TEST(CstaTrace, SkipsDocumentsThatAreNoEventsNotingTheirPlaces) {
-  const std::string at = "<event at=\"2026-03-10T08:00:00\">";
-  const std::string text =
-      trace(at + "\n <HeldEvent xmlns=\"" + kEd6 + "\"><heldConnection><callID>FF01</callID>" +
-            "</heldConnection></HeldEvent></event>\n" + at + "<c:DeliveredEvent xmlns:c=\"urn:other\"/></event>\n" +
-            at + "<MonitorStartResponse/></event>\n" + at + kCleared + "</event>\n");
-  fw::CstaTrace read;
-  std::string error;
-  ASSERT_TRUE(fw::readCstaTrace(text, "f", read, error)) << error;
-  ASSERT_EQ(read.steps.size(), 2u);
-  EXPECT_EQ(read.steps[0].eventName, "HeldEvent");
-  EXPECT_EQ(read.steps[1].eventName, "ConnectionClearedEvent");
-  ASSERT_EQ(read.skipped.size(), 2u);
-  EXPECT_EQ(std::make_tuple(read.skipped[0].line, read.skipped[0].column, read.skipped[0].what),
-            std::make_tuple(5, 33, std::string("'DeliveredEvent' is not a CSTA event the journal reads; skipped")));
-  EXPECT_EQ(std::make_pair(read.skipped[1].line, read.skipped[1].column), std::make_pair(6, 33));
-}
-
 }  // namespace

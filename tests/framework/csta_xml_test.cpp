@@ -130,7 +130,9 @@ const E& parsed(const std::string& xml) {
   return blank;
 }
 
-// One document per event class; each check pins what that class adds over the others.
+// One document per event class the recorded days do not bring (the originated, diverted, failed,
+// cleared and conferenced events of the traces, the callbacks of the end-to-end tests); each check
+// pins what that class adds over the others.
 TEST(CstaEventParseTest, ReadsEventsIntoTheirObjects) {
   using D = CSTADeviceID;
   using L = CallLogEntryEvent;
@@ -150,12 +152,6 @@ TEST(CstaEventParseTest, ReadsEventsIntoTheirObjects) {
   EXPECT_EQ((std::vector<int>{d.getLocalConnectionInfo(), d.getCause()}),
             (std::vector<int>{CSTA_LCS_Alerting, EC_REDIRECTED}));
 
-  const auto& o = parsed<CSTAOriginatedEvent>(
-      doc("OriginatedEvent", conn("originatedConnection", "41") + dev("callingDevice", "sip:2001@pbx") +
-                                 dev("calledDevice", "tel:+4930123")));  // the connection's device: the calling one
-  EXPECT_EQ(o.getOriginatedConnectionCallID() + " " + o.getConnection().device.number + o.getPrivateData(), "41 2001");
-  EXPECT_EQ(party(o, &CSTAOriginatedEvent::getCalledDevice), (D{"+4930123", ""}));
-
   using S = CSTAEstablishedEvent;
   const S& s = parsed<S>(
       doc("EstablishedEvent",
@@ -170,34 +166,12 @@ TEST(CstaEventParseTest, ReadsEventsIntoTheirObjects) {
   const auto& q = parsed<CSTAQueuedEvent>(doc("QueuedEvent", conn("queuedConnection", "43") + dev("queue", "600")));
   EXPECT_EQ(q.getCallID() + " " + party(q, &CSTAQueuedEvent::getQueueDevice).number, "43 600");
 
-  const auto& v = parsed<CSTADivertedEvent>(
-      doc("DivertedEvent", conn("connection", "44") + dev("divertingDevice", "2001") + dev("newDestination", "2002")));
-  EXPECT_EQ(v.getDivertedConnectionCallID() + " " + v.getConnection().device.number, "44 2001");
-  EXPECT_EQ(party(v, &CSTADivertedEvent::getNewDestinationDevice), (D{"2002", ""}));
-
-  EXPECT_EQ(parsed<CSTAFailedEvent>(doc("FailedEvent", conn("failedConnection", "45"))).getFailedConnectionCallID(),
-            "45");
-
-  const auto& c =
-      parsed<CSTAConnectionClearedEvent>(doc("ConnectionClearedEvent", conn("droppedConnection", "46", "2001")));
-  EXPECT_EQ(c.getDroppedConnectionCallID() + " " + c.getDroppedConnectionDeviceID(), "46 2001");
-
   const auto& t = parsed<CSTATransferredEvent>(
       doc("TransferedEvent", conn("primaryOldCall", "47") + conn("secondaryOldCall", "48") +  // the schema's spelling
                                  dev("transferredToDevice", "N&lt;2003&gt;;displayName=Kim")));
   EXPECT_EQ(t.getPrimaryOldCallConnectionCallID() + " " + t.getSecondaryOldCall().callId + " " + t.getRemotePartyName(),
             "47 48 Kim");
   EXPECT_EQ(party(t, &CSTATransferredEvent::getTransferredToDevice), (D{"2003", "Kim"}));
-
-  const auto& f = parsed<CSTAConferencedEvent>(doc(
-      "ConferencedEvent", conn("primaryOldCall", "49") + conn("secondaryOldCall", "50") + "<conferenceConnections>" +
-                              "<connectionListItem>" + conn("newConnection", "51") + conn("oldConnection", "49") +
-                              "</connectionListItem><connectionListItem>" + conn("newConnection", "51") +
-                              conn("oldConnection", "50", "2004") + "</connectionListItem></conferenceConnections>"));
-  EXPECT_EQ(f.getPrimaryoldcallCallID() + " " + f.getSecondaryoldcallCallID() + " " + f.getConferenceCallID(),
-            "49 50 51");
-  ASSERT_EQ(f.getConferenceConnections().size(), 2u);
-  EXPECT_EQ(f.getConferenceConnections()[1].oldConnection, (CSTAConnectionID{"50", {"2004", ""}}));
 
   const auto& i = parsed<CSTACallInformationEvent>(
       doc("CallInformationEvent", conn("connection", "52", "N&lt;2001&gt;;displayName=Desk")));
@@ -207,13 +181,6 @@ TEST(CstaEventParseTest, ReadsEventsIntoTheirObjects) {
   const auto& h = parsed<CSTAHookswitchEvent>(
       doc("HookswitchEvent", dev("device", "2001") + "<hookswitchOnHook>true</hookswitchOnHook>"));
   EXPECT_EQ((std::pair{party(h, &CSTAHookswitchEvent::getDevice), h.isOn()}), (std::pair{D{"2001", ""}, true}));
-
-  const auto& b = parsed<CSTACallBackEvent>(
-      doc("CallBackEvent", dev("originatingDevice", "2001") + dev("targetDevice", "N&lt;2005&gt;;displayName=Bo") +
-                               "<callBackSetCanceled>true</callBackSetCanceled>"));
-  EXPECT_EQ((std::vector<D>{party(b, &CSTACallBackEvent::getSubjectDeviceID), {b.getDeviceID(), ""}}),
-            (std::vector<D>{{"2005", "Bo"}, {"2001", ""}}));
-  EXPECT_EQ(b.getCallBackState(), CSTACallBackEvent::CB_STATE_CANCELLED);
 
   EXPECT_EQ(parsed<CSTASystemStatusEvent>(doc("SystemStatus", "<systemStatus>overloadImminent</systemStatus>"))
                 .getSystemStatus(),
@@ -267,7 +234,8 @@ TEST(CstaEventParseTest, EditionNamespacesAndOtherDocuments) {
   }
   for (const char* broken : {"<DeliveredEvent><connection></DeliveredEvent>", ""}) {
     const CstaParseResult result = parseCstaEvent(broken);
-    EXPECT_TRUE(result.kind == CstaParseResult::Malformed && !result.error.empty()) << broken;
+    EXPECT_EQ(result.kind, CstaParseResult::Malformed) << broken;
+    EXPECT_NE(result.error, "") << broken;
   }
 }
 
@@ -303,103 +271,42 @@ class HandlerRecorder : public CSTAEventObserverBase {
 #undef RECORD
 };
 
-// The values every event shares through its parts, as one text: "call@device dev=... on lcs= cause=".
-std::string common(const CSTAEvent& e) {
-  std::string out;
-  if (const auto* c = dynamic_cast<const CSTAConnectionPart*>(&e))
-    out += c->getConnection().callId + "@" + c->getConnection().device.number;
-  if (const auto* d = dynamic_cast<const CSTADevicePart*>(&e)) {
-    std::string number, name;
-    d->getDevice(number, name);
-    out += " dev=" + number;
-  }
-  if (const auto* a = dynamic_cast<const CSTAAgentPart*>(&e)) out += " agent=" + a->getAgentID();
-  if (const auto* o = dynamic_cast<const CSTAOnOffPart*>(&e)) out += o->isOn() ? " on" : " off";
-  if (const auto* l = dynamic_cast<const CSTALocalConnectionPart*>(&e))
-    out += " lcs=" + std::to_string(l->getLocalConnectionInfo());
-  if (const auto* c = dynamic_cast<const CSTACausePart*>(&e)) out += " cause=" + std::to_string(c->getCause());
-  return out;
-}
-
 // Every event of the observer's handler list that the journal leaves to the empty default
 // handler is read and reaches its own handler, so that recordings holding them are replayed.
 TEST(CstaEventParseTest, EveryHandlerListEventReachesItsHandler) {
-  const std::string lcs = "<localConnectionInfo>hold</localConnectionInfo><cause>newCall</cause>";
-  const std::string agent = dev("agentDevice", "2001") + "<agentID>A7</agentID>";
-  const std::tuple<std::string, std::string, std::string, std::string> cases[] = {
-      {"ServiceInitiatedEvent",
-       conn("initiatedConnection", "FF000100000000002D65C85C1C750000", "2001") + dev("initiatingDevice", "2001") + lcs,
-       "ServiceInitiatedEvent", "FF000100000000002D65C85C1C750000@2001 lcs=4 cause=22"},
-      {"BridgedEvent", conn("bridgedConnection", "61") + dev("bridgedAppearance", "2002") + lcs, "BridgedEvent",
-       "61@2002 lcs=4 cause=22"},
-      {"HeldEvent", conn("heldConnection", "62") + dev("holdingDevice", "sip:2001@pbx") + lcs, "HeldEvent",
-       "62@2001 lcs=4 cause=22"},
-      {"RetrievedEvent", conn("retrievedConnection", "63", "2001") + lcs, "RetrievedEvent", "63@2001 lcs=4 cause=22"},
-      {"NetworkReachedEvent",
-       conn("outboundConnection", "64") + dev("networkInterfaceUsed", "9") + dev("callingDevice", "2001") +
-           dev("calledDevice", "0301234") + lcs,
-       "NetworkReachedEvent", "64@9 lcs=4 cause=22"},
-      {"ConferenceMembershipEvent", conn("connection", "65", "2001") + "<cause>conference</cause>",
-       "ConferenceMembershipEvent", "65@2001 cause=63"},
-      {"ButtonPressEvent", dev("device", "2001") + "<button>12</button>", "ButtonPressEvent", " dev=2001"},
-      {"ButtonInformationEvent", dev("device", "2001") + "<button>12</button><buttonLabel>Line 2</buttonLabel>",
-       "ButtonInformationEvent", " dev=2001"},
-      {"DisplayUpdatedEvent", dev("device", "2001") + "<contentsOfDisplay>Call from 555</contentsOfDisplay>",
-       "DisplayUpdatedEvent", " dev=2001"},
-      {"ServiceCompletionFailureEvent",
-       "<primaryCall><deviceID>2001</deviceID>" + conn("connectionID", "66", "2001") +
-           "<localConnectionState>connected</localConnectionState></primaryCall><cause>maintenance</cause>",
-       "ServiceCompletionFailureEvent", "66@2001 lcs=3 cause=19"},
-      {"SwitchingFunctionDevices",
-       "<deviceList><deviceEntry><deviceID>2001</deviceID></deviceEntry><deviceEntry><deviceID>2002</deviceID>"
-       "</deviceEntry></deviceList>",
-       "SwitchingFunctionDevices", ""},
-      {"BackInServiceEvent", dev("device", "2001") + "<cause>maintenance</cause>", "BackInServiceEvent",
-       " dev=2001 cause=19"},
-      {"OutOfServiceEvent", dev("device", "2001") + "<cause>maintenance</cause>", "OutOfServiceEvent",
-       " dev=2001 cause=19"},
-      {"MonitorStop", "", "MonitorStopEvent", " cause=-1"},
-      {"MessageWaitingEvent", dev("targetDevice", "2001") + "<messageWaitingOn>true</messageWaitingOn>",
-       "MessageWaitingEvent", " dev=2001 on"},
-      {"ForwardingEvent",
-       dev("device", "2001") + "<forwardingType>forwardNoAns</forwardingType><forwardStatus>true</forwardStatus>"
-                               "<forwardTo>2050</forwardTo>",
-       "ForwardingEvent", " dev=2001 on"},
-      {"DoNotDisturbEvent", dev("device", "2001") + "<doNotDisturbOn>false</doNotDisturbOn>", "DoNotDisturbEvent",
-       " dev=2001 off"},
-      {"AgentLoggedOnEvent", agent, "AgentLoggedOnEvent", " dev=2001 agent=A7"},
-      {"AgentLoggedOffEvent", agent, "AgentLoggedOffEvent", " dev=2001 agent=A7"},
-      {"AgentReadyEvent", agent, "AgentReadyEvent", " dev=2001 agent=A7"},
-      {"AgentNotReadyEvent", agent, "AgentNotReadyEvent", " dev=2001 agent=A7"},
-      {"AgentWorkingAfterCallEvent", agent, "AgentWorkingAfterCallEvent", " dev=2001 agent=A7"},
-      {"BusyLampFieldEvent", dev("device", "2009") + "<localConnectionInfo>alerting</localConnectionInfo>",
-       "BusyLampFieldEvent", " dev=2009 lcs=2"},
+  const std::pair<const char*, const char*> cases[] = {
+      {"ServiceInitiatedEvent", "ServiceInitiatedEvent"},
+      {"BridgedEvent", "BridgedEvent"},
+      {"HeldEvent", "HeldEvent"},
+      {"RetrievedEvent", "RetrievedEvent"},
+      {"NetworkReachedEvent", "NetworkReachedEvent"},
+      {"ConferenceMembershipEvent", "ConferenceMembershipEvent"},
+      {"ButtonPressEvent", "ButtonPressEvent"},
+      {"ButtonInformationEvent", "ButtonInformationEvent"},
+      {"DisplayUpdatedEvent", "DisplayUpdatedEvent"},
+      {"ServiceCompletionFailureEvent", "ServiceCompletionFailureEvent"},
+      {"SwitchingFunctionDevices", "SwitchingFunctionDevices"},
+      {"BackInServiceEvent", "BackInServiceEvent"},
+      {"OutOfServiceEvent", "OutOfServiceEvent"},
+      {"MonitorStop", "MonitorStopEvent"},
+      {"MessageWaitingEvent", "MessageWaitingEvent"},
+      {"ForwardingEvent", "ForwardingEvent"},
+      {"DoNotDisturbEvent", "DoNotDisturbEvent"},
+      {"AgentLoggedOnEvent", "AgentLoggedOnEvent"},
+      {"AgentLoggedOffEvent", "AgentLoggedOffEvent"},
+      {"AgentReadyEvent", "AgentReadyEvent"},
+      {"AgentNotReadyEvent", "AgentNotReadyEvent"},
+      {"AgentWorkingAfterCallEvent", "AgentWorkingAfterCallEvent"},
+      {"BusyLampFieldEvent", "BusyLampFieldEvent"},
   };
-  for (const auto& [element, body, handler, values] : cases) {
-    const CstaParseResult result = parseCstaEvent(doc(element, body));
+  for (const auto& [element, handler] : cases) {
+    const CstaParseResult result = parseCstaEvent(doc(element, conn("connection", "61", "2001")));
     ASSERT_EQ(result.kind, CstaParseResult::Event) << element;
     EXPECT_EQ(result.monitorCrossRefId, "77") << element;
     HandlerRecorder recorder;
     result.event->dispatch(recorder);
     EXPECT_EQ(recorder.handled, std::vector<std::string>{handler}) << element;
-    EXPECT_EQ(common(*result.event), values) << element;
-    CSTAEventObserverBase defaults;  // the framework's handlers do nothing
-    result.event->dispatch(defaults);
   }
-  const auto& devices = parsed<CSTASwitchingFunctionDevicesEvent>(
-      doc("SwitchingFunctionDevices",
-          "<deviceList><deviceEntry><deviceID>2001</deviceID></deviceEntry><deviceEntry>"
-          "<deviceID>2002</deviceID></deviceEntry></deviceList>"));
-  EXPECT_EQ(devices.getDeviceList(), (std::vector<std::string>{"2001", "2002"}));
-  const auto& forwarding = parsed<CSTAForwardingEvent>(
-      doc("ForwardingEvent", "<forwardingType>forwardNoAns</forwardingType><forwardTo>2050</forwardTo>"));
-  EXPECT_EQ(forwarding.getForwardingType() + " " + forwarding.getForwardTo(), "forwardNoAns 2050");
-  EXPECT_EQ(parsed<CSTADisplayUpdatedEvent>(doc("DisplayUpdatedEvent", "<contentsOfDisplay>Hi</contentsOfDisplay>"))
-                .getContentsOfDisplay(),
-            "Hi");
-  const auto& button = parsed<CSTAButtonInformationEvent>(
-      doc("ButtonInformationEvent", "<button>12</button><buttonLabel>Line 2</buttonLabel>"));
-  EXPECT_EQ(button.getButtonID() + " " + button.getButtonLabel(), "12 Line 2");
 }
 
 // Party texts from the switch are kept as well-formed UTF-8 of at most kMaxPartyTextBytes; a cut

@@ -1,12 +1,12 @@
 // Log thresholds per handle, the run-time configuration text, and the sinks.
 #include <gtest/gtest.h>
 
+#include <unistd.h>
 #include <cstdio>
 #include <fstream>
 #include <sstream>
 #include <thread>
 #include <tuple>
-#include <unistd.h>
 
 #include "framework/Logging.h"
 
@@ -27,8 +27,10 @@ class LoggingTest : public ::testing::Test {
 
 TEST_F(LoggingTest, ThresholdPerHandleDecidesWhatIsWrittenAndLongLinesAreKeptWhole) {
   fw::setLogThreshold("Journal Service", 5);
-  EXPECT_TRUE(loggingOnAppUni("Journal Service", 5) && loggingOnAppUni("Unconfigured", 4));  // default 4
-  EXPECT_FALSE(loggingOnAppUni("Journal Service", 6) || loggingOnAppUni("Unconfigured", 5));
+  EXPECT_TRUE(loggingOnAppUni("Journal Service", 5));
+  EXPECT_FALSE(loggingOnAppUni("Journal Service", 6));
+  EXPECT_TRUE(loggingOnAppUni("Unconfigured", 4));  // the default, 4
+  EXPECT_FALSE(loggingOnAppUni("Unconfigured", 5));
   const std::string longText(5000, 'x');
   logAppUni("Journal Service", "/some/dir/File.cpp", 5, 12, "%s():value %d", "fn", 42);
   logAppUni("Journal Service", "/some/dir/File.cpp", 6, 13, "too detailed");
@@ -51,7 +53,8 @@ TEST_F(LoggingTest, ConfigurationTextSetsSeveralHandlesAtOnceAndARefusedTextChan
     EXPECT_FALSE(fw::setLogThresholds(bad, &error)) << bad;
     EXPECT_NE(error.find("expected 'handle=level'"), std::string::npos) << error;
   }
-  EXPECT_TRUE(fw::logThreshold("Journal Service") == 6 && fw::logThreshold("a") == 3);  // "a=1" was not taken
+  EXPECT_EQ(fw::logThreshold("Journal Service"), 6);
+  EXPECT_EQ(fw::logThreshold("a"), 3);  // "a=1" was not taken
 }
 
 TEST_F(LoggingTest, FileSinkAppendsLines) {

@@ -4,7 +4,6 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <stdlib.h>
 
 #include <algorithm>
@@ -16,6 +15,7 @@
 #include "Items.h"
 #include "JournalHarness.h"
 #include "RecordingObserver.h"
+#include "SqlRows.h"
 #include "framework/FilePhonebook.h"
 #include "framework/JournalServiceHelper.h"
 #include "framework/LockOrder.h"
@@ -125,22 +125,6 @@ inline Lines told(const std::string& kind, const std::string& entryId, const std
   return calls;
 }
 
-// Rows of the store file read with the sqlite3 C API, each row's columns joined by blanks.
-inline Lines query(const std::string& path, const std::string& sql) {
-  sqlite3* db = nullptr;
-  Lines rows;
-  EXPECT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
-  const auto collectRow = [](void* out, int columns, char** values, char**) {
-    std::string row;
-    for (int c = 0; c < columns; ++c) row += (c ? " " : "") + std::string(values[c] ? values[c] : "NULL");
-    static_cast<Lines*>(out)->push_back(row);
-    return 0;
-  };
-  EXPECT_EQ(sqlite3_exec(db, sql.c_str(), collectRow, &rows, nullptr), SQLITE_OK) << sqlite3_errmsg(db);
-  sqlite3_close(db);
-  return rows;
-}
-
 class Scenario : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -160,11 +144,11 @@ class Scenario : public ::testing::Test {
     EXPECT_TRUE(reports.empty()) << reports.front().message;
   }
 
-  // Starts the phone; the screen subscribes, which loads the lists from the store file.
-  void start(const std::string& software, std::map<std::string, std::string> config = {}) {
+  // Starts the phone on `on` (the store file when null); the screen subscribes, which loads the lists.
+  void start(const std::string& software, std::map<std::string, std::string> config = {}, Executable* on = nullptr) {
     config["software-type"] = software;
     phone = std::make_unique<JournalHarness>(config, kAllServices, kStartTime);
-    phone->useStore(&store);
+    phone->useStore(on ? on : &store);
     phone->useDirectory(&phonebook);
     phone->start();
     phone->service->subscribe(&screen);
@@ -202,9 +186,10 @@ class Scenario : public ::testing::Test {
     ASSERT_NE(store.processRequest(message), "failed");
   }
 
-  // The four lists as a client reads them: missed, received, dialled, forwarded, each newest first.
-  std::vector<Shown> entries() {
-    std::vector<Shown> out;
+  // Calls `each(kind, list)` for the four lists as a client reads them, in the order missed,
+  // received, dialled, forwarded, each newest first.
+  template <class Each>
+  void forEachList(Each each) {
     std::deque<MissedCallItem> missed;
     std::deque<ReceivedCallItem> received;
     std::deque<DialledCallItem> dialled;
@@ -213,10 +198,14 @@ class Scenario : public ::testing::Test {
     phone->service->getReceivedCallList(received);
     phone->service->getDialledCallList(dialled);
     phone->service->getForwardedCallList(forwarded);
-    collect(out, "missed", missed);
-    collect(out, "received", received);
-    collect(out, "dialled", dialled);
-    collect(out, "forwarded", forwarded);
+    each("missed", missed);
+    each("received", received);
+    each("dialled", dialled);
+    each("forwarded", forwarded);
+  }
+  std::vector<Shown> entries() {
+    std::vector<Shown> out;
+    forEachList([&](const char* kind, const auto& list) { collect(out, kind, list); });
     return out;
   }
   // Entries by list, stored record, entry id, number and occurrences: in memory, and in the file.
@@ -231,10 +220,10 @@ class Scenario : public ::testing::Test {
   Lines stored() {
     Lines keys;
     for (const auto& [kind, table] : kTables)
-      for (auto& row : query(dir + "/journal.db", "select '" + kind +
-                                                      " #' || unique_id || ' ' || entry_id || ' <' || "
-                                                      "ifnull(number, '') || '> x' || occurrences from " +
-                                                      table))
+      for (auto& row : sqlRows(dir + "/journal.db", "select '" + kind +
+                                                        " #' || unique_id || ' ' || entry_id || ' <' || "
+                                                        "ifnull(number, '') || '> x' || occurrences from " +
+                                                        table))
         keys.push_back(row);
     std::sort(keys.begin(), keys.end());
     return keys;

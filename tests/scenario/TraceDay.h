@@ -129,18 +129,7 @@ class TraceDay : public Scenario {
   // The four lists of the phone in this process, as lines.
   Lines here() {
     Lines out;
-    std::deque<MissedCallItem> missed;
-    std::deque<ReceivedCallItem> received;
-    std::deque<DialledCallItem> dialled;
-    std::deque<ForwardedCallItem> forwarded;
-    phone->service->getMissedCallList(missed);
-    phone->service->getReceivedCallList(received);
-    phone->service->getDialledCallList(dialled);
-    phone->service->getForwardedCallList(forwarded);
-    appendLines(out, "missed", missed);
-    appendLines(out, "received", received);
-    appendLines(out, "dialled", dialled);
-    appendLines(out, "forwarded", forwarded);
+    forEachList([&](const char* kind, const auto& list) { appendLines(out, kind, list); });
     return out;
   }
 

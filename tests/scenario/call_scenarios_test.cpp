@@ -50,14 +50,42 @@ const std::vector<CallCase> kCalls = {
      Script{{0, csta::offered("17", kCaller)}} + diverted("17", EC_CALL_FORWARD_IMMEDIATE) + clearing("17", 0), "",
      R"(forwarded "Net Caller" <555> @+0s to <7000> x1)"},
     // The user picks up a call ringing at extension 3200 by dialling the pickup code.
+    // Established twice: on SIP the talk is counted from the second time.
     {"CallPickup",
      Script{{0, csta::originated("17", dev("*59"), EC_CALL_PICKUP)},
-            {0, csta::established("17", kCaller, dev("3200"), kCaller, EC_CALL_PICKUP)}} +
+            {0, csta::established("17", kCaller, dev("3200"), kCaller, EC_CALL_PICKUP)},
+            {3, csta::established("17", kCaller, dev("3200"), kCaller, EC_CALL_PICKUP)}} +
          clearing("17", 30),
-     R"(dialled "" <*59> @+0s for 00:30 to <3200> x1)", R"(received "Net Caller" <555> @+0s for 00:30 x1)"},
+     R"(dialled "" <*59> @+0s for 00:33 to <3200> x1)", R"(received "Net Caller" <555> @+0s for 00:30 x1)"},
     {"MarkedMissedWhileRinging",
      ringing("17", kCaller) + Script{{5, csta::callInformation("17", kLine, "MissedCall")}} + clearing("17", 5),
      R"(missed "Net Caller" <555> @+0s x1)", ""},
+    // States only move forward: ringing again after the answer does not make the call missed.
+    {"RingingAgainAfterTheAnswer",
+     ringing("17", kCaller) +
+         Script{{2, csta::established("17", kCaller, kLine, kLine)},
+                {0, csta::delivered("17", CSTA_LCS_Alerting, kCaller, kLine)}} +
+         clearing("17", 10),
+     R"(received "Net Caller" <555> @+0s for 00:10 x1)", R"(received "Net Caller" <555> @+0s for 00:10 x1)"},
+    // An event of the other direction ends the call's record.
+    {"OutgoingEventOfAnIncomingCall",
+     ringing("17", kCaller) + Script{{2, csta::delivered("17", CSTA_LCS_Connected, kLine, kCallee)}} +
+         clearing("17", 10),
+     "", ""},
+    // A reminder the KPX switch rings is no call.
+    {"ReminderCall",
+     Script{{0, csta::delivered("17", CSTA_LCS_Alerting, kCaller, kLine, {}, {}, EC_NONE,
+                                communicationsServiceTexts::content_callstatus_ReminderCall)}} +
+         clearing("17", 10),
+     "", R"(missed "Net Caller" <555> @+0s x1)"},
+    {"OutgoingWhileDoNotDisturb", Script{{0, csta::originated("17", kCallee, EC_DO_NOT_DISTURB)}} + clearing("17", 1),
+     "", ""},
+    // Diverted on its way to the dialled party, the call is followed on to its end.
+    {"OutgoingDiverted",
+     Script{{0, csta::originated("17", kCallee)},
+            {3, csta::diverted("17", EC_CALL_FORWARD_NO_ANSWER, kLine, kCallee, kVoicemail)}} +
+         talked("17", kLine, kCallee, kVoicemail, 5, 20),
+     R"(dialled "Net B" <200> @+0s for 00:20 x1)", R"(dialled "Net B" <200> @+0s for 00:20 to <7000> x1)"},
     {"MissedCallReportedWithoutACall",
      {{0, csta::callInformation("-1", kCaller, "MissedCall")}},
      R"(missed "Net Caller" <555> @+0s x1)",
@@ -99,9 +127,24 @@ const std::map<std::string, std::string> kServerFeatures = {{"server-based-featu
 // Answered at another device of the line: SIP switches clear the call here with cause 40.
 const Script kElsewhere = ringing("17", kCaller) + clearing("17", 8, EC_DURATION_EXCEEDED);
 const Script kStarCode = Script{{0, csta::originated("17", dev("*21*7000"))}} + clearing("17", 1);
+const Script kUnanswered = ringing("17", kCaller) + clearing("17", 20);
 const Script kMissedThenForwarded = ringing("21", kCaller) + clearing("21", 10) + ringing("22", kCaller, 5);
 
+// `count` unanswered calls of the caller, a minute apart.
+Script missedCalls(int count) {
+  Script script;
+  for (int i = 1; i <= count; ++i)
+    script = script + ringing(std::to_string(30 + i), kCaller, 60) + clearing(std::to_string(30 + i), 0);
+  return script;
+}
+
 const std::vector<RuleCase> kRules = {
+    {"AnEntryKeepsTheTenNewestOccurrences",
+     kKpx,
+     {},
+     nullptr,
+     missedCalls(11),
+     {R"(missed "Net Caller" <555> @+660s x10)"}},
     {"SipLogsCallsAnsweredElsewhereWithMissedLoggingOn",
      kSip,
      {},
@@ -153,6 +196,40 @@ const std::vector<RuleCase> kRules = {
      ringing("21", kCaller) + diverted("21", EC_CALL_FORWARD_NO_ANSWER, 10) + ringing("22", kCaller, 6) +
          clearing("22", 0),
      {R"(missed "Net Caller" <555> @+16s x1)", R"(forwarded "Net Caller" <555> @+0s to <7000> x1)"}},
+    // A call first seen as forwarded is filed only with server based features.
+    {"SipForwardOfAnUnseenCallWithServerBasedFeatures",
+     kSip,
+     kServerFeatures,
+     nullptr,
+     diverted("17", EC_CALL_FORWARD_IMMEDIATE),
+     {R"(forwarded "Net Caller" <555> @+0s to <7000> x1)"}},
+    {"SipForwardOfAnUnseenCallWithoutServerBasedFeatures",
+     kSip,
+     {},
+     nullptr,
+     diverted("17", EC_CALL_FORWARD_IMMEDIATE),
+     {}},
+    // The system identifier: 1, the switch marks the missed calls; 2, the switch keeps the call log.
+    {"KpxMixedCallLogFilesNoUnmarkedMissedCall", kKpx, {{"system-identifier", "1"}}, nullptr, kUnanswered, {}},
+    {"KpxServerCallLogFilesNoCallOfItsOwn", kKpx, {{"system-identifier", "2"}}, nullptr, kUnanswered, {}},
+    // The network's name alone does not make two numbers one party.
+    {"CallersOfOneNetworkNameAreTwoParties",
+     kKpx,
+     {},
+     nullptr,
+     ringing("21", kCaller) + clearing("21", 5) + ringing("22", dev("556", kCaller.name), 60) + clearing("22", 5) +
+         ringing("23", kCaller, 60) + clearing("23", 5),
+     {R"(missed "Net Caller" <555> @+130s x2)", R"(missed "Net Caller" <556> @+65s x1)"}},
+    // A party reached through a feature access code and dialled directly is one party.
+    {"SipPartyReachedByACodeAndDirectly",
+     kSip,
+     {},
+     nullptr,
+     Script{{0, csta::originated("17", dev("*69"))},
+            {0, csta::delivered("17", CSTA_LCS_Connected, kLine, dev("*69"), kCaller)}} +
+         talked("17", kLine, dev("*69"), kCaller, 3, 20) + dialling("18", kCaller, 60) +
+         talked("18", kLine, kCaller, kCaller, 5, 30),
+     {R"(dialled "Net Caller" <555> @+83s for 00:30 x2)"}},
 };
 
 class Rules : public Scenario, public ::testing::WithParamInterface<RuleCase> {};
@@ -179,6 +256,7 @@ TEST_P(Flavours, RepeatCallsMergeIntoTheirPartysEntryAlsoFromAnotherNumberOfAPho
   play(ringing("21", kAnonymous) + clearing("21", 5) + ringing("22", kAnnaOffice, 60) + clearing("22", 5));
   const auto first = entries();  // Anna, then the anonymous caller
   ASSERT_EQ(first.size(), 2u);
+  phone->service->setMissedCallListAsViewed({first[1].entryId});  // a new call makes it unviewed again
   screen.take();
 
   play(ringing("23", kAnonymous, 60) + clearing("23", 5));  // two callers without number or name: one party
@@ -192,6 +270,24 @@ TEST_P(Flavours, RepeatCallsMergeIntoTheirPartysEntryAlsoFromAnotherNumberOfAPho
 
 INSTANTIATE_TEST_SUITE_P(Both, Flavours, ::testing::Values(kKpx, kSip),
                          [](const auto& info) { return info.param == kSip ? "Sip" : "Kpx"; });
+
+// Calling back a party that had called takes the party's missed entry away (always on KPX); the
+// screen hears of the removal before the dialled entry.
+using CallingBack = Scenario;
+
+TEST_F(CallingBack, OnKpxRemovesThePartysMissedEntryAndTellsTheScreenOfThatFirst) {
+  start(kKpx);
+  play(ringing("21", kCallee) + clearing("21", 20));
+  const auto missed = entries();
+  ASSERT_EQ(missed.size(), 1u);
+  screen.take();
+  play(dialling("22", kCallee, 60) + talked("22", kLine, kCallee, kCallee, 5, 30));
+  const auto shown = entries();
+  EXPECT_EQ(lines(shown), Lines{R"(dialled "Net B" <200> @+80s for 00:30 x1)"});
+  EXPECT_EQ(kept(shown), stored());
+  EXPECT_EQ(screen.take(),
+            (Lines{"missedCount 0", "missed |" + missed[0].uniqueId + "|2", "dialled " + shown[0].entryId + "||0"}));
+}
 
 // ---- The list limit ------------------------------------------------------------------------------
 
@@ -216,7 +312,7 @@ TEST_P(FullList, DropsItsOldestEntryWhoseStoredRecordTheNewEntryTakesOver) {
   const FullCase& c = GetParam();
   seed(c.kind, 1000);
   const Lines oldest =
-      query(dir + "/journal.db", "select unique_id from " + kTables.at(c.kind) + " where entry_id = 'X0'");
+      sqlRows(dir + "/journal.db", "select unique_id from " + kTables.at(c.kind) + " where entry_id = 'X0'");
   ASSERT_EQ(oldest.size(), 1u);
   start(c.software);
   play(c.script);

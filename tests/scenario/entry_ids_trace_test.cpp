@@ -111,6 +111,7 @@ class EntryIds : public TraceDay {
   // missed list's request, the others by deleteCalls) deletes its entry alone. With `everyStep`
   // the whole lists are compared after each step, else what the screen is told.
   void eachIdActsOnItsEntryAlone(const std::vector<std::pair<std::string, std::string>>& ids, bool everyStep) {
+    ASSERT_FALSE(ids.empty());
     Lines ours;
     for (const auto& s : entries()) ours.push_back(s.entryId);
     Lines theirs;

@@ -1,20 +1,16 @@
 // The sample office day (examples/traces/office-day.xml) replayed into a journal on a real SQLite
-// store and the example phonebook: the trace's settings go to local management before the phone
-// starts, each event is read by the CSTA codec and delivered at its time. The lists it leaves are
-// the ones the trace's comments describe.
-#include "ScenarioFixture.h"
-#include "framework/CstaTrace.h"
-#include "framework/CstaXml.h"
+// store and the example phonebook: the trace's settings configure the phone, each event is read by
+// the CSTA codec and delivered at its time. The lists it leaves are the ones the trace's comments
+// describe.
+#include "TraceDay.h"
 
 namespace {
 
 using namespace scenario;
 
 // `kind "Name" <number> hh:mm:ss[ for mm:ss][ to <number>], ...`: one time per occurrence, newest first.
-template <class Item, class Getter>
-void render(Lines& out, const char* kind, JournalService& journal, Getter get) {
-  std::deque<Item> list;
-  (journal.*get)(list);
+template <class Item>
+void render(Lines& out, const char* kind, const std::deque<Item>& list) {
   using Info = typename Item::InfoList::value_type;
   for (const auto& item : list) {
     std::string line = std::string(kind) + " \"" + (item.getFirstname().empty() ? "" : item.getFirstname() + " ") +
@@ -29,35 +25,16 @@ void render(Lines& out, const char* kind, JournalService& journal, Getter get) {
   }
 }
 
-class OfficeDay : public Scenario {};
+using OfficeDay = TraceDay;
 
 TEST_F(OfficeDay, LeavesTheListsItsCommentsDescribe) {
-  fw::CstaTrace trace;
   std::string error;
-  ASSERT_TRUE(fw::readCstaTraceFile(EXAMPLES_DIR "/traces/office-day.xml", trace, error)) << error;
   ASSERT_TRUE(phonebook.load(EXAMPLES_DIR "/phonebook.csv", error).has_value()) << error;
-  std::map<std::string, std::string> config;
-  for (const auto& step : trace.steps)
-    if (step.kind == fw::CstaTraceStep::Set) config[step.key] = step.value;
-  start(config["software-type"], config);
-  ASSERT_TRUE(phone->clock.setLocalTime(trace.steps.front().at));
-  int64_t now = trace.steps.front().atSeconds;
-  for (const auto& step : trace.steps) {
-    if (step.kind != fw::CstaTraceStep::Event) continue;
-    phone->advance((step.atSeconds - now) * 1000);  // the hourly save runs on the way
-    now = step.atSeconds;
-    ASSERT_EQ(phone->clock.formatTimeDate(phone->clock.getCurrentTimeSec()), step.at);
-    const auto parsed = csta_xml::parseCstaEvent(step.eventXml);
-    ASSERT_TRUE(parsed.event) << step.line << ": " << step.eventName;
-    phone->service->deliverEvent(parsed.event.get());
-  }
+  replayHere(EXAMPLES_DIR "/traces/office-day.xml", kSip);  // the hourly save runs on the way
   EXPECT_EQ(phone->service->getNumberOfCalls(), 0);
 
   Lines shown;
-  render<MissedCallItem>(shown, "missed", *phone->service, &JournalService::getMissedCallList);
-  render<ReceivedCallItem>(shown, "received", *phone->service, &JournalService::getReceivedCallList);
-  render<DialledCallItem>(shown, "dialled", *phone->service, &JournalService::getDialledCallList);
-  render<ForwardedCallItem>(shown, "forwarded", *phone->service, &JournalService::getForwardedCallList);
+  forEachList([&](const char* kind, const auto& list) { render(shown, kind, list); });
   const Lines expected = {
       R"(missed "Piet Janssen" <3318> 13:10:00)",
       R"(missed "Jonas Weber" <+4930555777> 10:30:12, 08:41:05)",

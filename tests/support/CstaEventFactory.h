@@ -52,14 +52,6 @@ inline std::unique_ptr<CSTADeliveredEvent> delivered(const std::string& callId, 
   return e;
 }
 
-inline std::unique_ptr<CSTAQueuedEvent> queued(const std::string& callId, CSTADeviceID calling, CSTADeviceID called) {
-  auto e = std::make_unique<CSTAQueuedEvent>();
-  e->setConnection(ownConnection(callId));
-  e->setCallingDevice(std::move(calling));
-  e->setCalledDevice(std::move(called));
-  return e;
-}
-
 inline std::unique_ptr<CSTAEstablishedEvent> established(const std::string& callId, CSTADeviceID calling,
                                                          CSTADeviceID called, CSTADeviceID answering,
                                                          CSTAEventCause cause = EC_NONE) {
@@ -103,16 +95,6 @@ inline std::unique_ptr<CSTAConnectionClearedEvent> cleared(const std::string& ca
   e->setConnection({callId, dev(device)});
   e->setLocalConnectionInfo(CSTA_LCS_Null);
   e->setCause(cause);
-  return e;
-}
-
-inline std::unique_ptr<CSTATransferredEvent> transferred(const std::string& callId, CSTADeviceID transferredTo,
-                                                         std::string remotePartyName) {
-  auto e = std::make_unique<CSTATransferredEvent>();
-  e->setConnection(ownConnection(callId));
-  e->setTransferredToDevice(std::move(transferredTo));
-  e->setRemotePartyName(std::move(remotePartyName));
-  e->setCause(EC_TRANSFER);
   return e;
 }
 

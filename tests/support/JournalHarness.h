@@ -19,30 +19,14 @@
 class JournalServiceTestPeer {
  public:
   explicit JournalServiceTestPeer(JournalService& s) : m_s(s) {}
-  int initialTimer() const { return m_s.m_autoSaveInitialTimer; }
-  int hourlyTimer() const { return m_s.m_autoSaveTimer; }
   std::string softwareType() const { return m_s.softwareType(); }
-  bool localCallLog() const { return m_s.m_localCallLog; }
   bool serverCallLog() const { return m_s.m_serverCallLog; }
-  bool mixedCallLog() const { return m_s.m_mixedCallLog; }
-  int tzOffset() const { return m_s.m_tzOffset; }
-  int daylightSaveMinutes() const { return m_s.m_daylightSaveMinutes; }
-  int systemIdentifier() const { return m_s.m_systemIdentifier; }
-  const std::string& callLogControl() const { return m_s.m_callLogControl; }
-  const std::string& regNumber() const { return m_s.m_regNumber; }
   bool serverBasedFeatures() const { return m_s.m_serverBasedFeatures; }
   bool callLogEnabled() const { return m_s.m_callLogEnabled; }
   bool missedLogging() const { return m_s.m_missedLogging; }
   bool deleteMissedWhenCalled() const { return m_s.m_deleteMissedWhenCalled; }
   bool visitorCallLogChanged() const { return m_s.m_visitorCallLogChanged; }
   void setVisitorCallLogChanged(bool changed) { m_s.m_visitorCallLogChanged = changed; }
-  Context* context() const { return m_s.m_pContext; }
-  CSTAServiceIfc* csta() const { return m_s.m_pCSTASvc; }
-  DataAccessServiceIfc* store() const { return m_s.m_pDataAccessSvc; }
-  DirectoryServiceIfc* directory() const { return m_s.m_pDirectorySvc; }
-  LocalMgmtIfc* localMgmt() const { return m_s.m_pLocalMgmt; }
-  MobilityServiceIfc* mobility() const { return m_s.m_pMobilitySvc; }
-  ObserverNotifierIfc* notifier() const { return m_s.m_pObserverNotifier; }
   // Tests may change the lists directly: their number indexes are rebuilt at the next question.
   std::deque<MissedCallItem>& missedList() {
     m_s.m_missedNumbers.invalidate();
@@ -62,15 +46,8 @@ class JournalServiceTestPeer {
   }
   std::deque<CallBackItem>& callBackList() { return m_s.m_callBackList; }
   void setServerCallLog(bool on) { m_s.m_serverCallLog = on; }
-  void setServerBasedFeatures(bool on) { m_s.m_serverBasedFeatures = on; }
-  void setMissedLogging(bool on) { m_s.m_missedLogging = on; }
-  void setDeleteMissedWhenCalled(bool on) { m_s.m_deleteMissedWhenCalled = on; }
-  void setLastForwardedTimeSec(long t) { m_s.m_lastForwardedTimeSec = t; }
-  long lastMissedTimeSec() const { return m_s.m_lastMissedTimeSec; }
   void setSoftwareType(const std::string& type) { m_s.setSoftwareType(type); }
   bool listsLoaded() const { return m_s.m_listsLoaded; }
-  std::string monitorCrossRefId() const { return m_s.m_monitorCrossRefId; }
-  std::map<std::string, JournalService::Call*>& calls() { return m_s.m_calls; }
 
  private:
   JournalService& m_s;
