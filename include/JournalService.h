@@ -144,6 +144,7 @@ class JournalService : public Service,
   // Start-up with a context that may be absent (init passes its reference here).
   void initWithContext(Context* context);
   Executable* findService(const char* name);
+  DigitAnalysisServiceIfc* getDigitAnalysisService() const { return m_pDigitAnalysisSvc; }
   // The configured software type ("Velmora KPX", "Velmora SIP", ...), from any thread.
   std::string softwareType() const;
   bool isUsingLumaUX() const;
@@ -437,6 +438,9 @@ class JournalService : public Service,
   static std::string formatTimeDate(long seconds);
   static std::string formatDuration(long start, long end);
   bool compareTimes(std::string const& a, std::string const& b, int& result) const;
+  // Drops the oldest dialled entry when the list holds more than its limit; hands back the
+  // dropped entry's unique id in both texts. The caller holds m_dialledLock.
+  void getUniqueIds(std::string& first, std::string& second);
 
   // Shared by all code of the module; set by init, reset by the destructor.
   static ClockServiceIfc* m_pClockSvc;

@@ -1,5 +1,5 @@
-// Entry identifiers, time and duration texts, the ordering of stored entries and the MAC address
-// digits. All time of day and calendar work is asked of the clock service.
+// Entry identifiers, time and duration texts, the ordering of stored entries, the dialled-list cap
+// and the MAC address digits. All time of day and calendar work is asked of the clock service.
 #include <climits>
 #include <cstdint>
 #include <cstdio>
@@ -125,6 +125,15 @@ bool JournalService::compareTimes(std::string const& a, std::string const& b, in
   m_pClockSvc->getTimeFromString(b, fieldsB[3], fieldsB[4], fieldsB[5]);
   result = compareFields(fieldsA, fieldsB);
   return true;
+}
+
+void JournalService::getUniqueIds(std::string& first, std::string& second) {
+  if (m_dialledCallList.size() <= kMaxListEntries) return;
+  first = m_dialledCallList.back().getUniqueId();
+  second = first;
+  m_dialledNumbers.invalidate();
+  m_entryIds.release(m_dialledCallList.back().getEntryId());
+  m_dialledCallList.pop_back();
 }
 
 bool isMissedCallOrdered(const MissedCallItem& a, const MissedCallItem& b) { return isNewer(a, b); }
