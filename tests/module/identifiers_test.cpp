@@ -72,3 +72,23 @@ TEST(TimeTexts, DurationsInMinutesAndSecondsAndComparisonsFieldByField) {
 }
 
 }  // namespace
+
+TEST(DialledCap, TheOldestBeyondOneThousandIsDroppedAndNamed) {
+  JournalService service(nullptr);
+  auto& list = JournalServiceTestPeer(service).dialledList();
+  for (int i = 0; i < 1000; ++i) {
+    list.emplace_back();
+    list.back().setUniqueId("u" + std::to_string(i));
+  }
+  std::string first = "untouched", second = "untouched";
+  service.getUniqueIds(first, second);  // at the cap nothing is dropped
+  EXPECT_EQ("untouched", first);
+  EXPECT_EQ(1000u, list.size());
+  list.emplace_front();
+  list.front().setUniqueId("new");
+  service.getUniqueIds(first, second);
+  EXPECT_EQ("u999", first);
+  EXPECT_EQ("u999", second);
+  EXPECT_EQ(1000u, list.size());
+  EXPECT_EQ("u998", list.back().getUniqueId());
+}
