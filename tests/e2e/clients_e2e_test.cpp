@@ -239,7 +239,7 @@ TEST(MisbehavingDaemonTest, TheCliNeverAbortsWhateverTheDaemonAnswers) {
 TEST_F(ClientsDaemonTest, StatusTellsTheLinkTheMonitorTheStoreTheClientsAndTheLists) {
   startDaemon();
   sendAll(missedCall("4711", "0301112222"));
-  ASSERT_TRUE(eventually([&] { return missedEntries() == 1; })) << daemon->err();
+  ASSERT_TRUE(eventually([&] { return missedNumbers().size() == 1; })) << daemon->err();
   Subprocess::Result r = cli({"status", "--json"});
   ASSERT_EQ(0, r.code) << r.err;
   json status = json::parse(r.out);
