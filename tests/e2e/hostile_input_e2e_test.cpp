@@ -100,11 +100,11 @@ TEST_F(TraceReplayTest, ADeeplyNestedEventIsReplayedLikeAnyOther) {
 }
 
 // The daemon with the phone's 2 MB thread stacks.
-using HostileInputTest = DaemonTest;
+using HostileInputDaemonTest = DaemonTest;
 
 // Requests the daemon cannot serve are answered FAILURE, a frame from the switch shorter than its
 // header costs only the link, a wrong command line ends with code 2; the daemon goes on.
-TEST_F(HostileInputTest, BadRequestsAndABrokenFrameFromTheSwitchLeaveTheDaemonServing) {
+TEST_F(HostileInputDaemonTest, BadRequestsAndABrokenFrameFromTheSwitchLeaveTheDaemonServing) {
   startDaemon(kPhoneStacks);
   fw::JournalClient client = connectTo(socket);
   std::string reply, error;
@@ -129,7 +129,7 @@ TEST_F(HostileInputTest, BadRequestsAndABrokenFrameFromTheSwitchLeaveTheDaemonSe
 
 // A frame of nearly a megabyte whose private data nests 140,000 levels deep, and a client request
 // whose entry id does: both are answered and the daemon goes on.
-TEST_F(HostileInputTest, DeepNestingFromTheSwitchAndFromAClientLeavesTheDaemonRunning) {
+TEST_F(HostileInputDaemonTest, DeepNestingFromTheSwitchAndFromAClientLeavesTheDaemonRunning) {
   startDaemon(kPhoneStacks);
   std::vector<std::string> deep = missedCall("FF02", "0301111111");
   deep[0].insert(deep[0].find("</DeliveredEvent>"),
@@ -150,7 +150,7 @@ TEST_F(HostileInputTest, DeepNestingFromTheSwitchAndFromAClientLeavesTheDaemonRu
 
 // A caller's name with bytes that are not UTF-8 and a name far too long: the entry holds
 // well-formed text of a bounded length, and the lists can be read and printed as JSON.
-TEST_F(HostileInputTest, NamesFromTheSwitchAreWellFormedAndBounded) {
+TEST_F(HostileInputDaemonTest, NamesFromTheSwitchAreWellFormedAndBounded) {
   startDaemon(kPhoneStacks);
   std::vector<std::string> latin1 = missedCall("FF03", "0302222222");
   const std::string caller = "N&lt;0302222222&gt;";

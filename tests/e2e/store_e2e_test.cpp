@@ -33,7 +33,7 @@ bool showsNumber(const json& lists, const std::string& number, size_t occurrence
   return false;
 }
 
-class DaemonStore : public DaemonTest {
+class StoreDaemonTest : public DaemonTest {
  protected:
   // Stops the daemon as its service manager would (its socket goes with it) and starts it again.
   void restartDaemon() {
@@ -89,7 +89,7 @@ class DaemonStore : public DaemonTest {
   }
 };
 
-TEST_F(DaemonStore, ListsComeBackIdenticalAfterARestartAndARefresh) {
+TEST_F(StoreDaemonTest, ListsComeBackIdenticalAfterARestartAndARefresh) {
   startDaemon();
   playDay();  // a day of calls within about a second
   // Call waiting: the first caller still rings when the second calls and gives up first.
@@ -123,7 +123,7 @@ TEST_F(DaemonStore, ListsComeBackIdenticalAfterARestartAndARefresh) {
   EXPECT_EQ(cli({"last-dialled"}).out, lastDialled);
 }
 
-TEST_F(DaemonStore, ADatabaseLockedByAnotherProgramLosesNoCallAndOverwritesNoRow) {
+TEST_F(StoreDaemonTest, ADatabaseLockedByAnotherProgramLosesNoCallAndOverwritesNoRow) {
   startDaemon();
   const std::string db = dir + "/journal.db";
   const std::set<std::string> earlier = callsBeforeTheFault(db);
@@ -142,10 +142,10 @@ TEST_F(DaemonStore, ADatabaseLockedByAnotherProgramLosesNoCallAndOverwritesNoRow
 }
 
 // The database on a small file system of its own, which the test fills.
-class DaemonStoreOnSmallDisk : public DaemonStore {
+class SmallDiskDaemonTest : public StoreDaemonTest {
  protected:
   void SetUp() override {
-    DaemonStore::SetUp();
+    StoreDaemonTest::SetUp();
     disk = dir + "/disk";
     ASSERT_EQ(mkdir(disk.c_str(), 0700), 0);
     if (mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=1m") != 0)
@@ -161,7 +161,7 @@ class DaemonStoreOnSmallDisk : public DaemonStore {
   void TearDown() override {
     daemon.reset();
     if (mounted) umount(disk.c_str());
-    DaemonStore::TearDown();
+    StoreDaemonTest::TearDown();
   }
   // Fills the file system to its last byte.
   void fill() {
@@ -178,7 +178,7 @@ class DaemonStoreOnSmallDisk : public DaemonStore {
   bool mounted = false;
 };
 
-TEST_F(DaemonStoreOnSmallDisk, AFullDiskLosesNoCallAndOverwritesNoRow) {
+TEST_F(SmallDiskDaemonTest, AFullDiskLosesNoCallAndOverwritesNoRow) {
   startDaemon();
   const std::string db = disk + "/journal.db";
   const std::set<std::string> earlier = callsBeforeTheFault(db);
