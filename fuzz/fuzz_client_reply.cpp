@@ -1,10 +1,16 @@
-// Fuzz target: what the client side reads from the daemon: list replies, boolean replies, observer
-// messages and management replies, through the journal helper's and the host's parsers. Promises
-// checked: nothing but a return value comes of any text, and what a parser accepts is clean text
-// when the input was.
+// Fuzz target: the replies the journal and its clients read: list replies, boolean replies,
+// observer messages and management replies, through the journal helper's and the host's parsers;
+// and store read replies through the parsers the journal loads its lists with
+// (parseStored...CallList), which read a reply that is not well-formed entry by entry by the
+// entries' sizes. Promises checked: nothing but a return value comes of any text; a stored-list
+// parser that fails appends nothing, and on a well-formed reply takes each entry either into the
+// list or into the skipped rows, the same entries the plain list parser takes; every item it gives
+// is written and read back unchanged.
 #include <cstdint>
 #include <deque>
+#include <pugixml.hpp>
 #include <string>
+#include <vector>
 
 #include "ClientMessages.h"
 #include "FuzzSupport.h"
@@ -29,6 +35,52 @@ void readUpdate(bool (*parse)(const std::string&, Item&, std::string&, int&), co
   parse(text, item, id, action);
 }
 
+// The body of `item` as the journal writes it (to the store, in replies).
+std::string bodyOf(const MissedCallItem& i) { return H::createXMLMissedCallItemBody(i, false); }
+std::string bodyOf(const ReceivedCallItem& i) { return H::createXMLReceivedCallItemBody(i, false); }
+std::string bodyOf(const DialledCallItem& i) { return H::createXMLDialledCallItemBody(i, false); }
+std::string bodyOf(const ForwardedCallItem& i) { return H::createXMLForwardedCallItemBody(i, false); }
+
+// The ENTRY children of the root, when the reply is well-formed as the journal parses it.
+bool countEntries(const std::string& text, size_t& entries) {
+  pugi::xml_document doc;
+  const unsigned flags = (pugi::parse_default & ~pugi::parse_eol) | pugi::parse_ws_pcdata_single;
+  if (!doc.load_buffer(text.data(), text.size(), flags, pugi::encoding_utf8) || !doc.document_element()) return false;
+  entries = 0;
+  for (const pugi::xml_node& entry : doc.document_element().children(H::ENTRY)) {
+    (void)entry;
+    ++entries;
+  }
+  return true;
+}
+
+template <class Item>
+void readStored(bool (*parseStored)(const std::string&, std::deque<Item>&, std::vector<std::string>&),
+                bool (*parsePlain)(const std::string&, std::deque<Item>&), const std::string& text) {
+  std::deque<Item> list;
+  std::vector<std::string> skipped;
+  if (!parseStored(text, list, skipped)) {
+    FUZZ_CHECK(list.empty() && skipped.empty(), "a failed read appended entries");
+    return;
+  }
+  size_t entries = 0;
+  if (countEntries(text, entries)) {
+    FUZZ_CHECK(list.size() + skipped.size() == entries, std::to_string(list.size()) + " read, " +
+                                                            std::to_string(skipped.size()) + " skipped of " +
+                                                            std::to_string(entries));
+    std::deque<Item> plain;
+    parsePlain(text, plain);
+    FUZZ_CHECK(plain.size() == list.size(), "the list parser read " + std::to_string(plain.size()));
+    for (size_t i = 0; i < list.size(); ++i) FUZZ_CHECK(bodyOf(plain[i]) == bodyOf(list[i]), bodyOf(list[i]));
+  }
+  for (const Item& item : list) {
+    const std::string body = bodyOf(item);
+    Item again;
+    FUZZ_CHECK(H::parseXMLItemBody(body, again), body);
+    FUZZ_CHECK(bodyOf(again) == body, body + "\nread back as\n" + bodyOf(again));
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -40,6 +92,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   readList(&H::parseXMLReceivedCallList, text);
   readList(&H::parseXMLForwardedCallList, text);
   readList(&H::parseXMLCallBackList, text);
+  readStored(&H::parseStoredMissedCallList, &H::parseXMLMissedCallList, text);
+  readStored(&H::parseStoredDialledCallList, &H::parseXMLDialledCallList, text);
+  readStored(&H::parseStoredReceivedCallList, &H::parseXMLReceivedCallList, text);
+  readStored(&H::parseStoredForwardedCallList, &H::parseXMLForwardedCallList, text);
   bool flag = false;
   H::parseRespBool(text, flag);
   DialledCallItem last;
