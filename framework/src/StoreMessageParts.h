@@ -10,6 +10,8 @@
 
 #include <pugixml.hpp>
 
+#include "JournalServiceHelperXml.h"
+#include "framework/CallItems.h"
 #include "framework/JournalServiceHelper.h"
 
 namespace storemessage {
@@ -34,6 +36,19 @@ inline bool isSetting(const char* name) {
   using H = JournalServiceHelper;
   return std::strcmp(name, H::CALL_LOG_ENABLED) == 0 || std::strcmp(name, H::MISSED_LOGGING) == 0 ||
          std::strcmp(name, H::DELETE_MISSED_WHEN_CALLED) == 0;
+}
+
+// Whether the journal reads `root` as an item of its type: every field that must be a number is
+// one, every enumeration in range. A body it could not read would come back from every read as a
+// damaged row, so a store refuses to keep it.
+inline bool isReadableItem(const pugi::xml_node& root) {
+  using H = JournalServiceHelper;
+  const auto reads = [&root](auto item) { return journalxml::readItem(root, item); };
+  if (named(root, H::MISSEDCALL)) return reads(MissedCallItem());
+  if (named(root, H::DIALLEDCALL)) return reads(DialledCallItem());
+  if (named(root, H::RECEIVEDCALL)) return reads(ReceivedCallItem());
+  if (named(root, H::FORWARDEDCALL)) return reads(ForwardedCallItem());
+  return false;
 }
 
 // A body as stored, without an XML declaration in front (one cannot stand inside an element).

@@ -3,6 +3,7 @@
 
 #include <deque>
 #include <string>
+#include <vector>
 
 #include "Items.h"
 #include "LogCapture.h"
@@ -44,14 +45,16 @@ TEST_F(MemoryStoreTest, WritesReplacesReadsAndDeletesRowsWithIdsNeverReused) {
   for (auto [item, id] : {std::pair{&a, "1"}, {&b, "2"}, {&c, "99"}, {&badId, "x"}}) item->setUniqueId(id);
   a.setSurname("changed");
   EXPECT_EQ(put(entry(a), H::UPDATEREQUEST), "1");  // an entry naming its row replaces it
-  EXPECT_EQ(put(entry(c)), "3");                     // c names no row: a new one
+  EXPECT_EQ(put(entry(c)), "3");                    // c names no row: a new one
   c.setUniqueId("3");
   std::deque<DialledCallItem> dialled;  // other tables are kept apart
   EXPECT_TRUE(H::parseXMLDialledCallList(store.processRequest(H::readDialledCallList()), dialled) && dialled.empty());
   // A delete goes by unique id (b, not c of the same entry id), or else by entry id; with no entry
   // it empties the table.
-  const std::pair<std::string, Missed> steps[] = {{entry(badId, true), {a, b, c}}, {entry(b, true), {a, c}},
-      {entry(makeEntry<MissedCallItem>("E2", "", ""), true), {a}}, {"", {}}};
+  const std::pair<std::string, Missed> steps[] = {{entry(badId, true), {a, b, c}},
+                                                  {entry(b, true), {a, c}},
+                                                  {entry(makeEntry<MissedCallItem>("E2", "", ""), true), {a}},
+                                                  {"", {}}};
   for (const auto& [items, left] : steps) {
     store.processRequest(request(H::DELETEREQUEST, items));
     EXPECT_EQ(readMissed(), left) << items;
@@ -69,8 +72,9 @@ TEST_F(MemoryStoreTest, KeepsTheSettingsAndARequestThatFailsChangesNothing) {
   EXPECT_TRUE(H::getXMLValue(setting(H::READREQUEST), H::MISSED_LOGGING, value) && value == "false") << value;
   setting(H::DELETEREQUEST, H::createXMLField(H::MISSED_LOGGING, ""));
   EXPECT_FALSE(H::getXMLValue(setting(H::READREQUEST), H::MISSED_LOGGING, value));
-  const std::string good = entry(makeEntry<MissedCallItem>("E1", "4711", "2024-03-09T10:11:12")), wrongType =
-      H::createXMLField(H::ENTRY, H::createXMLDialledCallItemBody(makeEntry<DialledCallItem>("D", "1", "2024"), false));
+  const std::string good = entry(makeEntry<MissedCallItem>("E1", "4711", "2024-03-09T10:11:12")),
+                    wrongType = H::createXMLField(
+                        H::ENTRY, H::createXMLDialledCallItemBody(makeEntry<DialledCallItem>("D", "1", "2024"), false));
   for (const std::string& bad : {request(H::WRITEREQUEST, good + wrongType), request(H::WRITEREQUEST, good + "<x/>"),
                                  request(H::WRITEREQUEST, good + H::createXMLField(H::ENTRY, "<missedCall>")),
                                  request(H::READREQUEST, good), request(H::READREQUEST, "", "noSuchTable"),
@@ -80,6 +84,17 @@ TEST_F(MemoryStoreTest, KeepsTheSettingsAndARequestThatFailsChangesNothing) {
   EXPECT_TRUE(readMissed().empty());
   EXPECT_TRUE(log.contains("unknown setting <colour>", 2));
   EXPECT_TRUE(log.contains("Store request failed: an entry's item body is a <dialledCall>, not a <missedCall>", 2));
+}
+
+// A body the journal's reader would not take would come back as a damaged row: it is refused.
+TEST_F(MemoryStoreTest, ABodyTheJournalCannotReadIsRefused) {
+  const std::vector<std::string> unreadable = {
+      "&lt;missedCall&gt;&lt;entryId&gt;E1&lt;/entryId&gt;&lt;listOrder&gt;10(8576&lt;/listOrder&gt;&lt;/"
+      "missedCall&gt;",
+      "&lt;missedCall&gt;&lt;callInfos&gt;&lt;callInfo logTarget=\"99\"/&gt;&lt;/callInfos&gt;&lt;/missedCall&gt;"};
+  for (const std::string& body : unreadable)
+    EXPECT_EQ(store.processRequest(request(H::WRITEREQUEST, "<entry>" + body + "</entry>")), "failed") << body;
+  EXPECT_TRUE(readMissed().empty());
 }
 
 }  // namespace
