@@ -24,12 +24,16 @@ inline const char* fieldText(const pugi::xml_node& parent, const char* name) {
   return field ? field.child_value() : nullptr;
 }
 
-// A unique id as stored: a positive decimal row id.
+// A unique id as stored: a positive decimal row id. `id` is set only when `text` is one: a text
+// that only starts like one ("1false") names no row.
 inline bool parseRowId(const char* text, int64_t& id) {
   if (!text || *text == '\0') return false;
   const char* end = text + std::strlen(text);
-  const auto result = std::from_chars(text, end, id);
-  return result.ec == std::errc() && result.ptr == end && id > 0;
+  int64_t read = 0;
+  const auto result = std::from_chars(text, end, read);
+  if (result.ec != std::errc() || result.ptr != end || read <= 0) return false;
+  id = read;
+  return true;
 }
 
 inline bool isSetting(const char* name) {

@@ -86,6 +86,19 @@ TEST_F(MemoryStoreTest, KeepsTheSettingsAndARequestThatFailsChangesNothing) {
   EXPECT_TRUE(log.contains("Store request failed: an entry's item body is a <dialledCall>, not a <missedCall>", 2));
 }
 
+// A unique id that only starts like a row id ("1false") names no row: the entry is a new row, as
+// in the SQLite store, and row 1 stays as it was.
+TEST_F(MemoryStoreTest, AUniqueIdThatIsNoRowIdNamesNoRow) {
+  auto first = makeEntry<MissedCallItem>("E1", "4711", "2024-03-09T10:11:12");
+  auto second = makeEntry<MissedCallItem>("E2", "4712", "2024-03-09T10:11:13");
+  second.setUniqueId("1false");
+  EXPECT_EQ(put(entry(first)), "1");
+  EXPECT_EQ(put(entry(second), H::UPDATEREQUEST), "2");
+  const Missed rows = readMissed();
+  ASSERT_EQ(rows.size(), 2u);
+  EXPECT_EQ(rows[0].getEntryId(), "E1");
+}
+
 // A body the journal's reader would not take would come back as a damaged row: it is refused.
 TEST_F(MemoryStoreTest, ABodyTheJournalCannotReadIsRefused) {
   const std::vector<std::string> unreadable = {
