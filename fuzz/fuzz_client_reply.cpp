@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <cstring>
 #include <deque>
+#include <iterator>
 #include <pugixml.hpp>
 #include <string>
 #include <vector>
@@ -66,8 +67,9 @@ bool hasExactSizes(const std::string& text, const pugi::xml_node& root) {
       text.compare(text.size() - replyEnd.size(), replyEnd.size(), replyEnd) != 0) {
     return false;
   }
+  // The result right after the root's start tag, which holds no '>' in its attributes.
   size_t expected = text.find(resultOk);
-  if (expected == std::string::npos) return false;
+  if (expected == std::string::npos || expected != text.find('>') + 1) return false;
   expected += resultOk.size();
   const size_t last = text.size() - replyEnd.size();
   for (pugi::xml_node entry = root.child(H::ENTRY); entry; entry = entry.next_sibling(H::ENTRY)) {
@@ -75,7 +77,14 @@ bool hasExactSizes(const std::string& text, const pugi::xml_node& root) {
     if (name <= 0 || static_cast<size_t>(name) - 1 != expected) return false;
     const pugi::xml_node next = entry.next_sibling(H::ENTRY);
     const size_t end = next ? static_cast<size_t>(next.offset_debug()) - 1 : last;
+    // Its start tag ends at the first '>', as no attribute value holds one.
     const size_t content = text.find('>', expected) + 1;
+    pugi::xml_document tag;
+    if (!tag.load_string((text.substr(expected, content - 1 - expected) + "/>").c_str()) ||
+        std::distance(tag.document_element().attributes_begin(), tag.document_element().attributes_end()) !=
+            std::distance(entry.attributes_begin(), entry.attributes_end())) {
+      return false;
+    }
     if (next.offset_debug() == 0 || end < content + entryEnd.size() ||
         text.compare(end - entryEnd.size(), entryEnd.size(), entryEnd) != 0) {
       return false;
