@@ -74,7 +74,8 @@ bool hasExactSizes(const std::string& text, const pugi::xml_node& root) {
   const size_t last = text.size() - replyEnd.size();
   for (pugi::xml_node entry = root.child(H::ENTRY); entry; entry = entry.next_sibling(H::ENTRY)) {
     const ptrdiff_t name = entry.offset_debug();  // where its name starts, after the '<'
-    if (name <= 0 || static_cast<size_t>(name) - 1 != expected) return false;
+    if (name <= 0 || static_cast<size_t>(name) - 1 != expected || text.compare(expected, 7, "<entry ") != 0)
+      return false;
     const pugi::xml_node next = entry.next_sibling(H::ENTRY);
     const size_t end = next ? static_cast<size_t>(next.offset_debug()) - 1 : last;
     // Its start tag ends at the first '>', as no attribute value holds one.
