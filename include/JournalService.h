@@ -504,6 +504,10 @@ class JournalService : public Service,
   void addServerEntry(const CallLogEntryEvent& event, const std::string& entryId);
   void removeServerEntry(const CallLogEntryEvent& event);
   std::string callBackTimeDate();
+  // The id of a new callback of `number`, held at once: the number, or the next free id when
+  // another entry holds that already.
+  std::string holdCallBackId(const std::string& number);
+  std::string callBackIdOf(const std::string& number);
   void refreshRemotePartyName(const std::string& callId, const std::string& number, const std::string& name);
 
   std::optional<MissedRemoval> removeMissedEntryOf(const std::string& subscriberNumber);

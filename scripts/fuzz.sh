@@ -11,6 +11,9 @@
 # build/fuzz/crashes/<target>-...; the script ends with status 1 and names the files. Rerun one
 # with `build/fuzz/bin/fuzz_<target> FILE`. Once it is fixed, copy it into fuzz/corpus/<target>/:
 # the default test command replays every file there (ctest -L fuzz).
+#
+# The targets that run a journal keep its database in a scratch directory under $TMPDIR; without
+# one set it is /dev/shm where there is one, as they write it on every input.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -40,6 +43,7 @@ if [ ${#targets[@]} -eq 0 ]; then
 fi
 
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1}
+if [ -z "${TMPDIR:-}" ] && [ -d /dev/shm ] && [ -w /dev/shm ]; then export TMPDIR=/dev/shm; fi
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
 mkdir -p build/fuzz/crashes
 failed=()

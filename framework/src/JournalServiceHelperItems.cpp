@@ -404,13 +404,14 @@ bool isFailureReply(const pugi::xml_node& root) {
 
 using Skipped = std::vector<std::string>;
 
-// One entry of a read reply whose content is `body` (the item's element), named `uniqueId`.
+// One entry of a read reply, `entry` its whole element from its start tag to its end tag, named
+// `uniqueId`: read as an entry of a well-formed reply is (the item as element or as escaped text,
+// the unique id attribute over the body's), or else named in `skipped`.
 template <class Item>
-void takeStoredEntry(std::string_view body, const char* uniqueId, std::deque<Item>& list, Skipped& skipped) {
+void takeStoredEntry(std::string_view entry, const char* uniqueId, std::deque<Item>& list, Skipped& skipped) {
   pugi::xml_document doc;
   Item item;
-  if (journalxml::parse(doc, body.data(), body.size()) && journalxml::readItem(doc.document_element(), item)) {
-    if (*uniqueId) item.setUniqueId(uniqueId);
+  if (journalxml::parse(doc, entry.data(), entry.size()) && journalxml::readEntry(doc.document_element(), item)) {
     list.push_back(std::move(item));
   } else {
     skipped.emplace_back(uniqueId);
@@ -449,9 +450,9 @@ bool readFramedEntries(const std::string& reply, std::deque<Item>& list, Skipped
         reply.compare(content + static_cast<size_t>(size), kEntryEnd.size(), kEntryEnd) != 0) {
       return false;
     }
-    takeStoredEntry(std::string_view(reply).substr(content, static_cast<size_t>(size)),
-                    entry.attribute(H::UNIQUEID).value(), list, skipped);
-    at = content + static_cast<size_t>(size) + kEntryEnd.size();
+    const size_t end = content + static_cast<size_t>(size) + kEntryEnd.size();
+    takeStoredEntry(std::string_view(reply).substr(at, end - at), entry.attribute(H::UNIQUEID).value(), list, skipped);
+    at = end;
   }
   return at + kReplyEnd.size() == reply.size();
 }

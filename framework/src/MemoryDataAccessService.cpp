@@ -20,6 +20,7 @@ namespace {
 
 using H = JournalServiceHelper;
 using storemessage::fieldText;
+using storemessage::isReadableItem;
 using storemessage::isSetting;
 using storemessage::named;
 using storemessage::parseRowId;
@@ -55,8 +56,9 @@ struct Change {
   std::string body;
 };
 
-// An ENTRY element holding one item body of the table's type as text.
-bool checkEntry(const pugi::xml_node& entry, int table, Change& change, std::string& why) {
+// An ENTRY element holding one item body of the table's type as text; one to be written must be
+// an item the journal reads back.
+bool checkEntry(const pugi::xml_node& entry, int table, bool forWriting, Change& change, std::string& why) {
   if (!named(entry, H::ENTRY)) {
     why = std::string("unexpected element <") + entry.name() + ">";
     return false;
@@ -76,6 +78,10 @@ bool checkEntry(const pugi::xml_node& entry, int table, Change& change, std::str
   const pugi::xml_node root = doc.document_element();
   if (!named(root, kCallTables[table].bodyRoot)) {
     why = std::string("an entry's item body is a <") + root.name() + ">, not a <" + kCallTables[table].bodyRoot + ">";
+    return false;
+  }
+  if (forWriting && !isReadableItem(root)) {
+    why = std::string("an entry's item body is not a readable <") + root.name() + "> (a field out of its range)";
     return false;
   }
   const char* uniqueId = fieldText(root, H::UNIQUEID);
@@ -202,7 +208,7 @@ bool MemoryDataAccessService::Tables::handle(const std::string& request, std::st
   } else {
     std::vector<Change> changes(items.size());
     for (size_t i = 0; i < items.size(); ++i) {
-      if (!checkEntry(items[i], table, changes[i], why)) return false;
+      if (!checkEntry(items[i], table, reason != kDelete, changes[i], why)) return false;
     }
     std::map<int64_t, Row>& tableRows = rows[table];
     if (reason == kDelete && changes.empty()) tableRows.clear();

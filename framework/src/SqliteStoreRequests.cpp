@@ -21,6 +21,7 @@ namespace {
 
 using H = JournalServiceHelper;
 using storemessage::fieldText;
+using storemessage::isReadableItem;
 using storemessage::isSetting;
 using storemessage::named;
 using storemessage::parseRowId;
@@ -156,6 +157,10 @@ bool writeEntries(Store& store, const Request& request, int64_t& lastId, std::st
     pugi::xml_document doc;
     if (!entryBody(entry, body, why) || !parseBody(body, table, doc, why)) return false;
     const pugi::xml_node root = doc.document_element();
+    if (!isReadableItem(root)) {
+      why = std::string("an entry's item body is not a readable <") + root.name() + "> (a field out of its range)";
+      return false;
+    }
     const Columns columns = readColumns(root, table);
     // Reads hand bodies out as they are stored; a raw carriage return, which a reader would fold
     // into a line feed, is stored as a reference instead.

@@ -47,6 +47,25 @@ std::string JournalService::callBackTimeDate() {
   return text;
 }
 
+// A callback is named by its number. The switch chooses numbers, so one may read like the id of an
+// entry of the call lists: it then gets the next id that is free, as ids are unique over all lists.
+std::string JournalService::holdCallBackId(const std::string& number) {
+  if (m_entryIds.hold(number)) return number;
+  m_entryIds.release(number);
+  const std::string id = m_entryIds.holdFree(number);
+  JLOG(kEventsLog, 4, "%s():the callback of %s is %s: its number is the id of another entry", __func__, number.c_str(),
+       id.c_str());
+  return id;
+}
+
+// The id of the callback of `number`; empty when there is none.
+std::string JournalService::callBackIdOf(const std::string& number) {
+  CriticalSection guard(m_callBackLock);
+  for (const CallBackItem& item : m_callBackList)
+    if (item.getNumber() == number) return item.getEntryId();
+  return std::string();
+}
+
 void JournalService::handleCSTACallBackEvent(CSTACallBackEvent* event) {
   if (!event) return;
   std::string number, name;
@@ -58,7 +77,7 @@ void JournalService::handleCSTACallBackEvent(CSTACallBackEvent* event) {
     if (number.empty())
       deleteCallBackList();
     else
-      deleteCallBack(number);
+      deleteCallBack(callBackIdOf(number));
     return;
   }
   if (number.empty()) return;
@@ -77,9 +96,8 @@ void JournalService::handleCSTACallBackEvent(CSTACallBackEvent* event) {
     auto found = std::find_if(list.begin(), list.end(),
                               [&](const CallBackItem& item) { return contactMatchesCallBack(item, contact); });
     if (found == list.end()) {
-      list.push_front(CallBackItem(number, contact.getSurname(), contact.getFirstname(), number,
+      list.push_front(CallBackItem(holdCallBackId(number), contact.getSurname(), contact.getFirstname(), number,
                                    contact.getNumberType(), timeDate, type, mapped, event->getDeviceID()));
-      arrivingInList(list.front());
     } else {
       // An update keeps the entry's names, and its type or state where the event brings none.
       CallBackItem updated = std::move(*found);

@@ -200,4 +200,29 @@ TEST(JournalHelperEnumerations, NumbersOutsideAnEnumerationAreRefused) {
       H::parseXMLItemBody("<callBack><entryId>E</entryId><callBackState>9</callBackState></callBack>", callBack));
 }
 
+// A store reply that a damaged row makes not well-formed is read entry by entry by the sizes; each
+// entry is then read as it is in a well-formed reply: an item given as escaped text is taken, and a
+// unique id attribute, also an empty one, replaces the body's.
+TEST(JournalHelperStoredLists, EntriesReadByTheirSizesAreReadAsInAWellFormedReply) {
+  const auto entry = [](const std::string& attributes, const std::string& content) {
+    return "<entry" + attributes + " size=\"" + std::to_string(content.size()) + "\">" + content + "</entry>";
+  };
+  const std::string asText = "&lt;missedCall&gt;&lt;entryId&gt;T&lt;/entryId&gt;&lt;/missedCall&gt;";
+  const std::string entries =
+      entry(" uniqueId=\"3\"", asText) +
+      entry(" uniqueId=\"\"", "<missedCall><uniqueId>7</uniqueId><entryId>E</entryId></missedCall>");
+  const std::string damaged = entry(" uniqueId=\"9\"", "<missedCall><surname>a</missedCall>");
+  for (const std::string& reply :
+       {"<storeReply table=\"callLogMissedCalls\"><result>ok</result>" + entries + "</storeReply>",
+        "<storeReply table=\"callLogMissedCalls\"><result>ok</result>" + entries + damaged + "</storeReply>"}) {
+    std::deque<MissedCallItem> list;
+    std::vector<std::string> skipped;
+    ASSERT_TRUE(H::parseStoredMissedCallList(reply, list, skipped)) << reply;
+    ASSERT_EQ(list.size(), 2u) << reply;
+    EXPECT_EQ(list[0].getEntryId(), "T");
+    EXPECT_EQ(list[0].getUniqueId(), "3");
+    EXPECT_EQ(list[1].getUniqueId(), "");
+  }
+}
+
 }  // namespace

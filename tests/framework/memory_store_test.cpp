@@ -4,6 +4,7 @@
 
 #include <deque>
 #include <string>
+#include <vector>
 
 #include "Items.h"
 #include "LogCapture.h"
@@ -29,9 +30,9 @@ struct MemoryStoreTest : ::testing::Test {
     EXPECT_TRUE(H::parseXMLMissedCallList(store.processRequest(H::readMissedCallList()), list));
     return list;
   }
-  std::string put(const std::string& items) {
+  std::string put(const std::string& items, const char* reason = H::WRITEREQUEST) {
     std::string id;
-    return H::parseLastUniqueId(store.processRequest(request(H::WRITEREQUEST, items)), id) ? id : "no id";
+    return H::parseLastUniqueId(store.processRequest(request(reason, items)), id) ? id : "no id";
   }
   MemoryDataAccessService store;
 };
@@ -73,6 +74,30 @@ TEST_F(MemoryStoreTest, KeepsTheSettingsAndARequestThatFailsChangesNothing) {
   EXPECT_TRUE(readMissed().empty());
   EXPECT_TRUE(log.contains("unknown setting <colour>", 2));
   EXPECT_TRUE(log.contains("Store request failed: an entry's item body is a <dialledCall>, not a <missedCall>", 2));
+}
+
+// A unique id that only starts like a row id ("1false") names no row: the entry is a new row, as
+// in the SQLite store, and row 1 stays as it was.
+TEST_F(MemoryStoreTest, AUniqueIdThatIsNoRowIdNamesNoRow) {
+  auto first = makeEntry<MissedCallItem>("E1", "4711", "2024-03-09T10:11:12");
+  auto second = makeEntry<MissedCallItem>("E2", "4712", "2024-03-09T10:11:13");
+  second.setUniqueId("1false");
+  EXPECT_EQ(put(entry(first)), "1");
+  EXPECT_EQ(put(entry(second), H::UPDATEREQUEST), "2");
+  const Missed rows = readMissed();
+  ASSERT_EQ(rows.size(), 2u);
+  EXPECT_EQ(rows[0].getEntryId(), "E1");
+}
+
+// A body the journal's reader would not take would come back as a damaged row: it is refused.
+TEST_F(MemoryStoreTest, ABodyTheJournalCannotReadIsRefused) {
+  const std::vector<std::string> unreadable = {
+      "&lt;missedCall&gt;&lt;entryId&gt;E1&lt;/entryId&gt;&lt;listOrder&gt;10(8576&lt;/listOrder&gt;&lt;/"
+      "missedCall&gt;",
+      "&lt;missedCall&gt;&lt;callInfos&gt;&lt;callInfo logTarget=\"99\"/&gt;&lt;/callInfos&gt;&lt;/missedCall&gt;"};
+  for (const std::string& body : unreadable)
+    EXPECT_EQ(store.processRequest(request(H::WRITEREQUEST, "<entry>" + body + "</entry>")), "failed") << body;
+  EXPECT_TRUE(readMissed().empty());
 }
 
 }  // namespace

@@ -166,6 +166,23 @@ TEST_F(SqliteStoreTest, SettingsAreReplacedAndFailuresAnswerFailedLogAndChangeNo
   EXPECT_FALSE(H::getXMLValue(reply, H::DELETE_MISSED_WHEN_CALLED, absent)) << reply;
 }
 
+// A body of the right root that the journal's reader would not take (a field that must be a
+// number is none, an enumeration out of range) would come back as a damaged row: it is refused.
+TEST_F(SqliteStoreTest, ABodyTheJournalCannotReadIsRefused) {
+  const std::string before = store.processRequest(H::readMissedCallList());
+  const std::vector<std::string> unreadable = {
+      "&lt;missedCall&gt;&lt;entryId&gt;E1&lt;/entryId&gt;&lt;listOrder&gt;10(8576&lt;/listOrder&gt;&lt;/"
+      "missedCall&gt;",
+      "&lt;missedCall&gt;&lt;entryId&gt;E2&lt;/entryId&gt;&lt;viewed&gt;maybe&lt;/viewed&gt;&lt;/missedCall&gt;",
+      "&lt;missedCall&gt;&lt;callInfos&gt;&lt;callInfo logTarget=\"99\"/&gt;&lt;/callInfos&gt;&lt;/missedCall&gt;"};
+  for (const std::string& body : unreadable) {
+    EXPECT_EQ(store.processRequest(request(kMissed, H::WRITEREQUEST, "<entry>" + body + "</entry>")), "failed") << body;
+    EXPECT_EQ(store.processRequest(request(kMissed, H::UPDATEREQUEST, "<entry>" + body + "</entry>")), "failed")
+        << body;
+  }
+  EXPECT_EQ(store.processRequest(H::readMissedCallList()), before);
+}
+
 TEST_F(SqliteStoreTest, MigratesAVersion1FileAndRefusesNewerVersionsAndFilesItCannotUse) {
   const std::string old = dir + "/old.db", newer = dir + "/newer.db", garbage = dir + "/garbage.db";
   std::string schema = "CREATE TABLE journalSettings (name TEXT PRIMARY KEY, value TEXT); PRAGMA user_version = 1;";

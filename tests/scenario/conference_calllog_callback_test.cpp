@@ -225,6 +225,30 @@ TEST_F(Journal, CallbacksAreAddedUpdatedDeletedAndCleared) {
   EXPECT_EQ(screen.take(), (Lines{"callbacks |200|2", "callbackCount 1", "callbacks ||3", "callbackCount 0"}));
 }
 
+// A callback is named by its number, which the switch chooses: one that reads like the id of an
+// entry of the call lists gets an id of its own, and the switch's cancel by number still finds it.
+TEST_F(Journal, ACallbackWhoseNumberIsAnEntryIdGetsAnIdOfItsOwn) {
+  start(kKpx);
+  play(ringing("21", kCaller) + clearing("21", 20));
+  const std::string missedId = entries().at(0).entryId;
+  const auto callbackIds = [&] {
+    std::deque<CallBackItem> list;
+    phone->service->getCallBackList(list);
+    Lines ids;
+    for (const auto& c : list) ids.push_back(c.getEntryId() + " <" + c.getNumber() + ">");
+    return ids;
+  };
+  send(csta::callBack(dev(missedId), CB::CB_TYPE_BUSY, CB::CB_STATE_SET));
+  ASSERT_EQ(callbackIds().size(), 1u);
+  EXPECT_NE(callbackIds().front(), missedId + " <" + missedId + ">");
+  EXPECT_EQ(callbackIds().front().substr(callbackIds().front().find(' ')), " <" + missedId + ">");
+  EXPECT_EQ(phone->service->deleteCallBack(missedId), false);  // a client names the callback by its id
+  EXPECT_EQ(entries().at(0).entryId, missedId);
+  send(csta::callBack(dev(missedId), CB::CB_TYPE_BUSY, CB::CB_STATE_CANCELLED));
+  EXPECT_EQ(callbackIds(), Lines{});
+  EXPECT_EQ(entries().size(), 1u);
+}
+
 // Whether the status means the switch lost track of the phone's calls: the journal then forgets them.
 class SystemStatus : public Journal, public ::testing::WithParamInterface<std::pair<std::string, bool>> {};
 
