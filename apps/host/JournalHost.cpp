@@ -50,6 +50,23 @@ bool makeParentDirectories(const std::string& path, std::string& error) {
 }
 
 // An answer kept in this process (trace replay asks the journal as a client would).
+// Stops the monitors the journal cannot stop itself when its call-log access is taken away: one
+// whose start the switch refused at first and the link started later holds no id in the journal.
+// Called on the configuration's notification thread.
+class CallLogAccessAgent : public MgmtAgentIfc {
+ public:
+  explicit CallLogAccessAgent(fw::CstaLinkService& link) : m_link(link) {}
+  void manageableDataChanged(ManageableData& data) override {
+    std::string value;
+    if (!data.interogate("disable-access-calllog", value) || (value != "1" && value != "2")) return;
+    if (const std::size_t stopped = m_link.stopUnclaimedMonitors())
+      HOSTLOG(4, "call-log access taken away: %zu monitor(s) the journal did not hold stopped", stopped);
+  }
+
+ private:
+  fw::CstaLinkService& m_link;
+};
+
 class LocalResponse : public InvokerResponse {
  public:
   void setResponse(const char* text, int length) override { m_text.assign(text, static_cast<size_t>(length)); }
@@ -80,6 +97,7 @@ struct JournalHost::Parts {
   std::unique_ptr<ConfiguredDigitAnalysis> digits;
   std::unique_ptr<UploadMobilityService> mobility;
   std::unique_ptr<fw::CstaLinkService> csta;
+  std::unique_ptr<CallLogAccessAgent> accessAgent;
   std::unique_ptr<fw::Plugin> plugin;
   Executable* service = nullptr;
   Invoker* invoker = nullptr;
@@ -231,6 +249,8 @@ bool JournalHost::startServices(std::string& error) {
   p.csta = std::make_unique<fw::CstaLinkService>(link);
   p.csta->holdEvents();  // until the journal's lists are read (start())
   p.csta->start();
+  p.accessAgent = std::make_unique<CallLogAccessAgent>(*p.csta);
+  p.mgmt.observe("disable-access-calllog", p.accessAgent.get());
 
   p.context.registerService("LocalMgmtIfc", &p.mgmt);
   p.context.registerService("ClockServiceIfc", p.clock.get());
@@ -297,6 +317,10 @@ void JournalHost::stop() {
   if (p.server) {
     p.server->stop();  // no request, proxy or subscription outlives this
     p.server.reset();
+  }
+  if (p.accessAgent) {
+    p.mgmt.forget(p.accessAgent.get());
+    p.accessAgent.reset();
   }
   if (p.csta) p.csta->stop();  // no more events
   if (p.service) {

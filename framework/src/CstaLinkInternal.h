@@ -81,6 +81,7 @@ struct CstaLinkService::Impl {
     std::string moduleId;
     std::string currentId;
     bool starting = false;  // a MonitorStart for it is on its way to the switch
+    bool claimed = false;   // its module was handed moduleId in an answer without error
   };
 
   // What a module's MonitorStart comes to (see claimMonitor).
@@ -176,6 +177,8 @@ struct CstaLinkService::Impl {
   void changeFilter(CSTAChangeMonitorFilterRequest& request);
   // I/O thread: the link dropped; no monitor runs on the switch any more.
   void forgetRunningMonitors();
+  void markClaimed(unsigned serial);
+  std::size_t stopUnclaimedMonitors();
   // Event thread: after every connection, reports a return, registers again and starts the
   // monitors that do not run.
   void resumeSession(bool isReturn);

@@ -5,10 +5,13 @@
 //   - a MonitorStart the switch refuses (or does not answer) is reported to the module as the
 //     failure it is, and the link tries again with growing delays while the link is up;
 //   - after every connection the monitors that do not run are started again; the module keeps
-//     the id it was handed first, and requests with it are sent with the switch's current id.
+//     the id it was handed first, and requests with it are sent with the switch's current id;
+//   - a monitor whose module was never handed an id (its start was refused, the link's retry
+//     started it) can only be stopped through stopUnclaimedMonitors().
 // A monitor is registered before its MonitorStart is sent, and the switch's id is put in place on
 // the I/O thread as the answer is read, so an event right behind the answer finds its monitor.
 #include <algorithm>
+#include <vector>
 
 #include "CstaLinkInternal.h"
 #include "framework/CstaEvents.h"
@@ -56,7 +59,37 @@ void CstaLinkService::Impl::monitorStart(CSTAMonitorStartRequest& request) {
       break;
   }
   Answer answer = startAtSwitch(claim, nullptr);
+  if (answer.code == kCstaLinkAnswered && !startedId(answer.response.get()).empty()) markClaimed(claim.serial);
   request.setResponse(answer.code, answer.response.release());
+}
+
+void CstaLinkService::Impl::markClaimed(unsigned serial) {
+  std::lock_guard<std::mutex> guard(m_monitorMutex);
+  for (Monitor& m : monitors)
+    if (m.serial == serial) m.claimed = true;
+}
+
+std::size_t CstaLinkService::Impl::stopUnclaimedMonitors() {
+  std::vector<Monitor> unclaimed;
+  {
+    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    const auto split = std::stable_partition(monitors.begin(), monitors.end(), [](const Monitor& m) { return m.claimed; });
+    unclaimed.assign(split, monitors.end());
+    monitors.erase(split, monitors.end());
+  }
+  // Erased first, so that neither a retry nor a return of the link starts them again.
+  for (const Monitor& m : unclaimed) {
+    const std::string onWire = deviceOnWire(m.device);
+    if (m.currentId.empty() || options.answerLocally) {
+      CSTA_LOG(kLogNotable, "CSTA monitor of %s no longer wanted: not started again", onWire.c_str());
+      continue;
+    }
+    const Answer answer = exchange("MonitorStop", link::monitorStopXml(m.currentId));
+    const bool stopped = answer.response && !answer.response->isError();
+    CSTA_LOG(stopped ? kLogNotable : kLogError, "CSTA monitor of %s (cross-reference id %s) no longer wanted: %s",
+             onWire.c_str(), m.currentId.c_str(), stopped ? "stopped" : "its stop failed");
+  }
+  return unclaimed.size();
 }
 
 // The monitor of the request's sink and device, made when it is the first such request; the
@@ -84,6 +117,7 @@ void CstaLinkService::Impl::monitorStartLocally(CSTAMonitorStartRequest& request
   std::lock_guard<std::mutex> guard(m_monitorMutex);
   Monitor* monitor = monitorOf(request);
   if (monitor->moduleId.empty()) monitor->moduleId = monitor->currentId = std::to_string(++localCrossRefId);
+  monitor->claimed = true;
   request.setResponse(kCstaLinkAnswered, new CSTAMonitorStartResponse(monitor->moduleId));
 }
 
@@ -104,6 +138,7 @@ CstaLinkService::Impl::Claim CstaLinkService::Impl::claimMonitor(const CSTAMonit
     claim.action = Claim::Send;
     monitor->starting = true;
   }
+  if (claim.action != Claim::Send) monitor->claimed = true;  // answered with moduleId below
   claim.moduleId = monitor->moduleId;
   return claim;
 }

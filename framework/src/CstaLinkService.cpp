@@ -93,6 +93,8 @@ CstaLinkService::MonitorCount CstaLinkService::monitors() const {
   return count;
 }
 
+std::size_t CstaLinkService::stopUnclaimedMonitors() { return m_impl->stopUnclaimedMonitors(); }
+
 void CstaLinkService::holdEvents() {
   std::lock_guard<std::mutex> guard(m_impl->m_linkMutex);
   m_impl->eventsHeld = true;

@@ -139,6 +139,43 @@ TEST_F(SwitchLinkDaemonTest, ACallSentTheMomentTheMonitorRunsIsFiledOnceOverMany
   EXPECT_EQ(0u, sim.requests("SystemRegister").size());  // a SIP phone does not register
 }
 
+// The switch refuses the first MonitorStart and the link starts the monitor later: the journal
+// holds no id of it, so when call-log access is taken away the host stops it; given back, the
+// journal starts its own, which it then stops itself.
+TEST_F(SwitchLinkDaemonTest, AMonitorRefusedAtFirstStopsWhenCallLogAccessIsTakenAway) {
+  const auto configure = [&](const std::string& access) {
+    writeConfig("software-type = Velmora SIP\nsystem-identifier = 0\ndisable-access-calllog = " + access + "\n",
+                sim.port());
+    daemon->signal(SIGHUP);
+  };
+  writeConfig("software-type = Velmora SIP\nsystem-identifier = 0\n", sim.port());
+  sim.setAnswer("MonitorStart", SwitchSimulator::Answer::Error);
+  launch();
+  ASSERT_TRUE(sim.waitForRequest("MonitorStart", 15000)) << daemon->err();
+  sim.setAnswer("MonitorStart", SwitchSimulator::Answer::Normal);
+  ASSERT_TRUE(eventually([&] { return !sim.currentMonitorId().empty(); })) << daemon->err();
+  sendAll(missedCall("801", "0301111111"));
+  ASSERT_TRUE(eventually([&] { return lists()["missed"].size() == 1; })) << daemon->err();
+
+  configure("1");
+  ASSERT_TRUE(sim.waitForRequest("MonitorStop", 15000)) << daemon->err();
+  EXPECT_EQ("", sim.currentMonitorId());
+  EXPECT_EQ(1u, linesWith(daemon->err(), "no longer wanted: stopped").size()) << daemon->err();
+
+  const std::size_t starts = sim.requests("MonitorStart").size();
+  configure("0");
+  ASSERT_TRUE(sim.waitForRequest("MonitorStart", 15000, starts + 1)) << daemon->err();
+  ASSERT_TRUE(eventually([&] { return !sim.currentMonitorId().empty(); })) << daemon->err();
+  sendAll(missedCall("802", "0302222222"));
+  EXPECT_TRUE(eventually([&] { return lists()["missed"].size() == 2; })) << daemon->err();
+
+  configure("2");
+  ASSERT_TRUE(sim.waitForRequest("MonitorStop", 15000, 2)) << daemon->err();
+  EXPECT_EQ("", sim.currentMonitorId());
+  EXPECT_EQ(starts + 1, sim.requests("MonitorStart").size());
+  EXPECT_EQ(1u, linesWith(daemon->err(), "no longer wanted").size()) << daemon->err();
+}
+
 // ---- start-up and configuration ----
 
 using DaemonStartupTest = StartupFixture;

@@ -18,7 +18,8 @@
 // module as that failure and tried again, with growing delays, while the link is up. After every
 // connection the SystemRegister (if one was made) is sent and the monitors that do not run are
 // started, on the event thread before any later event. A module keeps the cross-reference id it
-// was handed first: a MonitorStop with it is sent with the monitor's current id. A monitor is
+// was handed first: a MonitorStop with it is sent with the monitor's current id; a monitor whose
+// module was never handed an id is stopped by stopUnclaimedMonitors(). A monitor is
 // registered before its MonitorStart goes out and gets the switch's id as the answer is read, so
 // that events right behind the answer reach it.
 //
@@ -110,6 +111,12 @@ class CstaLinkService : public Service, public CSTAServiceIfc {
     std::size_t running = 0;
   };
   MonitorCount monitors() const;
+
+  // Stops the monitors whose start was reported to their module as failed and that the link
+  // started later on its own: the module holds no id of them and so cannot stop them itself. A
+  // host calls this when its module no longer wants its monitor (call-log access taken away).
+  // Returns how many were stopped. Any thread but the I/O thread.
+  std::size_t stopUnclaimedMonitors();
 
   struct Impl;
 
