@@ -73,7 +73,8 @@ std::size_t CstaLinkService::Impl::stopUnclaimedMonitors() {
   std::vector<Monitor> unclaimed;
   {
     std::lock_guard<std::mutex> guard(m_monitorMutex);
-    const auto split = std::stable_partition(monitors.begin(), monitors.end(), [](const Monitor& m) { return m.claimed; });
+    const auto split =
+        std::stable_partition(monitors.begin(), monitors.end(), [](const Monitor& m) { return m.claimed; });
     unclaimed.assign(split, monitors.end());
     monitors.erase(split, monitors.end());
   }
