@@ -249,6 +249,33 @@ TEST_F(CstaLinkTest, ARefusedMonitorIsReportedAndTriedAgainUntilItRuns) {
   EXPECT_TRUE(log.contains("monitor of 3012 runs", fw::kLogNotable));
 }
 
+// The module whose start was refused holds no id of the monitor the link started later: only
+// stopUnclaimedMonitors stops it, for good, and leaves the monitors modules hold alone.
+TEST_F(CstaLinkTest, AMonitorNoModuleHoldsAnIdOfIsStoppedForGoodByStopUnclaimedMonitors) {
+  start();
+  ASSERT_EQ(startMonitor(second), "100");
+  sim->setAnswer("MonitorStart", SwitchSimulator::Answer::Error);
+  EXPECT_EQ(startMonitor(sink), "error");
+  sim->setAnswer("MonitorStart", SwitchSimulator::Answer::Normal);
+  ASSERT_TRUE(eventually([&] { return link->monitors().running == 2; }));
+  const std::string retried = sim->currentMonitorId();
+
+  EXPECT_EQ(1u, link->stopUnclaimedMonitors());
+  ASSERT_TRUE(sim->waitForRequest("MonitorStop", kWaitMs));
+  EXPECT_NE(xml("MonitorStop").find("<monitorCrossRefID>" + retried + "</monitorCrossRefID>"), std::string::npos)
+      << xml("MonitorStop");
+  EXPECT_EQ(1u, link->monitors().asked);
+  EXPECT_EQ(0u, link->stopUnclaimedMonitors());
+
+  const std::size_t starts = sim->requests("MonitorStart").size();
+  sim->dropConnection();
+  sim->restore();
+  ASSERT_TRUE(sim->waitForRequest("MonitorStart", kWaitMs, starts + 1));
+  link->drainEvents();  // the restarts run on the event thread
+  EXPECT_EQ(starts + 1, sim->requests("MonitorStart").size());
+  EXPECT_EQ(1u, sim->requests("MonitorStop").size());
+}
+
 TEST_F(CstaLinkTest, AMonitorTheSwitchStartsAfterItsRequestTimedOutIsStoppedThere) {
   options.requestTimeoutMs = 300;
   start();
