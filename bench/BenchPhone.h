@@ -23,11 +23,22 @@ using Helper = JournalServiceHelper;
 constexpr int kEntries = 1000;
 constexpr int kOccurrences = 10;
 
+// Which list an item type fills; it goes into the entry ids, which the journal keeps unique over
+// all lists (ids held twice would be renamed and written again on the first load).
+template <class Item>
+constexpr unsigned listTag() {
+  if constexpr (std::is_same_v<Item, MissedCallItem>) return 1;
+  if constexpr (std::is_same_v<Item, DialledCallItem>) return 2;
+  if constexpr (std::is_same_v<Item, ReceivedCallItem>) return 3;
+  return 4;
+}
+
 template <class Item>
 Item makeEntry(int n, int occurrences) {
   Item item;
   char id[48];
-  std::snprintf(id, sizeof id, "2024-03-05T10:%02d:%02dZ%08X", n / 60 % 60, n % 60, n);
+  std::snprintf(id, sizeof id, "2024-03-05T10:%02d:%02dZ%08X", n / 60 % 60, n % 60,
+                listTag<Item>() << 24 | unsigned(n));
   item.setEntryId(id);
   item.setSurname("Surname of party " + std::to_string(n));
   item.setFirstname("Firstname");
