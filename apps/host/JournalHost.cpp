@@ -49,7 +49,6 @@ bool makeParentDirectories(const std::string& path, std::string& error) {
   return true;
 }
 
-// An answer kept in this process (trace replay asks the journal as a client would).
 // Stops the monitors the journal cannot stop itself when its call-log access is taken away: one
 // whose start the switch refused at first and the link started later holds no id in the journal.
 // Called on the configuration's notification thread.
@@ -58,15 +57,16 @@ class CallLogAccessAgent : public MgmtAgentIfc {
   explicit CallLogAccessAgent(fw::CstaLinkService& link) : m_link(link) {}
   void manageableDataChanged(ManageableData& data) override {
     std::string value;
-    if (!data.interogate("disable-access-calllog", value) || (value != "1" && value != "2")) return;
-    if (const std::size_t stopped = m_link.stopUnclaimedMonitors())
-      HOSTLOG(4, "call-log access taken away: %zu monitor(s) the journal did not hold stopped", stopped);
+    // The link logs each monitor it stops.
+    if (data.interogate("disable-access-calllog", value) && (value == "1" || value == "2"))
+      m_link.stopUnclaimedMonitors();
   }
 
  private:
   fw::CstaLinkService& m_link;
 };
 
+// An answer kept in this process (trace replay asks the journal as a client would).
 class LocalResponse : public InvokerResponse {
  public:
   void setResponse(const char* text, int length) override { m_text.assign(text, static_cast<size_t>(length)); }
