@@ -13,8 +13,8 @@
 #include "framework/FrameworkContext.h"
 #include "framework/JournalServiceHelper.h"
 #include "framework/LocalMgmt.h"
-#include "framework/SqliteDataAccessService.h"
 #include "framework/TimeSource.h"
+#include "sqlite_store/SqliteDataAccessService.h"
 
 namespace bench {
 

@@ -13,8 +13,8 @@
 #include "BenchSupport.h"
 #include "JournalServiceInvoker.h"
 #include "JournalServiceObserverProxy.h"
-#include "framework/ClientServer.h"
-#include "framework/JournalClient.h"
+#include "client_server/ClientServer.h"
+#include "client_server/JournalClient.h"
 #include "framework/Logging.h"
 
 using namespace bench;

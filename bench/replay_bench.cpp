@@ -52,18 +52,18 @@
 #include "CstaEventFactory.h"
 #include "JournalService.h"
 #include "JournalServiceObserverIfc.h"
+#include "digit_analysis/ConfiguredDigitAnalysis.h"
 #include "framework/CallItems.h"
 #include "framework/ClockService.h"
-#include "framework/ConfiguredDigitAnalysis.h"
 #include "framework/CstaRequests.h"
-#include "framework/FilePhonebook.h"
 #include "framework/FrameworkContext.h"
 #include "framework/JournalServiceHelper.h"
 #include "framework/LocalMgmt.h"
 #include "framework/Logging.h"
-#include "framework/MemoryDataAccessService.h"
-#include "framework/SqliteDataAccessService.h"
 #include "framework/TimeSource.h"
+#include "memory_store/MemoryDataAccessService.h"
+#include "phonebook/FilePhonebook.h"
+#include "sqlite_store/SqliteDataAccessService.h"
 
 using Helper = JournalServiceHelper;
 using SteadyClock = std::chrono::steady_clock;

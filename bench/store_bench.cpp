@@ -24,8 +24,8 @@
 #include "framework/JournalServiceHelper.h"
 #include "framework/LocalMgmt.h"
 #include "framework/Logging.h"
-#include "framework/SqliteDataAccessService.h"
 #include "framework/TimeSource.h"
+#include "sqlite_store/SqliteDataAccessService.h"
 
 using Helper = JournalServiceHelper;
 using bench::RawTable;

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "FuzzSupport.h"
+#include "csta_link/CstaXml.h"
 #include "framework/CstaEvents.h"
-#include "framework/CstaXml.h"
 
 namespace fuzz {
 

@@ -15,7 +15,7 @@
 #include "JournalChecks.h"
 #include "JournalHost.h"
 #include "Management.h"
-#include "framework/CstaTrace.h"
+#include "csta_link/CstaTrace.h"
 #include "framework/JournalServiceHelper.h"
 
 namespace fuzz {

@@ -20,7 +20,7 @@
 #include "FuzzSupport.h"
 #include "JournalHost.h"
 #include "framework/JournalServiceHelper.h"
-#include "framework/SqliteDataAccessService.h"
+#include "sqlite_store/SqliteDataAccessService.h"
 
 namespace fuzz {
 

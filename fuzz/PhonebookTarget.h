@@ -10,7 +10,7 @@
 #include <string>
 
 #include "FuzzSupport.h"
-#include "framework/FilePhonebook.h"
+#include "phonebook/FilePhonebook.h"
 
 namespace fuzz {
 

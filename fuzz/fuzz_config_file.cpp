@@ -8,7 +8,7 @@
 
 #include "FuzzSupport.h"
 #include "HostSettings.h"
-#include "framework/ConfiguredDigitAnalysis.h"
+#include "digit_analysis/ConfiguredDigitAnalysis.h"
 #include "framework/LocalMgmt.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

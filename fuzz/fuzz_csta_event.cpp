@@ -7,7 +7,7 @@
 
 #include "CstaEventChecks.h"
 #include "FuzzSupport.h"
-#include "framework/CstaXml.h"
+#include "csta_link/CstaXml.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   fuzz::silenceLogs();

@@ -9,7 +9,7 @@
 
 #include "CstaEventChecks.h"
 #include "FuzzSupport.h"
-#include "framework/CstaXml.h"
+#include "csta_link/CstaXml.h"
 
 namespace {
 constexpr size_t kLimit = 64 * 1024;  // small, so that the limit is reached

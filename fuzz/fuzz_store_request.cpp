@@ -18,8 +18,8 @@
 
 #include "FuzzSupport.h"
 #include "framework/JournalServiceHelper.h"
-#include "framework/MemoryDataAccessService.h"
-#include "framework/SqliteDataAccessService.h"
+#include "memory_store/MemoryDataAccessService.h"
+#include "sqlite_store/SqliteDataAccessService.h"
 
 namespace {
 

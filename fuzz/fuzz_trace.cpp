@@ -11,7 +11,7 @@
 
 #include "CstaEventChecks.h"
 #include "FuzzPhone.h"
-#include "framework/CstaTrace.h"
+#include "csta_link/CstaTrace.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include "JournalLists.h"
 #include "Management.h"
-#include "framework/JournalClient.h"
+#include "client_server/JournalClient.h"
 #include "framework/JournalServiceHelper.h"
 
 using Helper = JournalServiceHelper;

@@ -10,7 +10,7 @@
 #include "Commands.h"
 #include "JournalHost.h"
 #include "JournalLists.h"
-#include "framework/CstaTrace.h"
+#include "csta_link/CstaTrace.h"
 #include "framework/JournalServiceHelper.h"
 #include "framework/Logging.h"
 

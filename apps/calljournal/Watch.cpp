@@ -4,7 +4,7 @@
 
 #include "Commands.h"
 #include "JournalLists.h"
-#include "framework/JournalClient.h"
+#include "client_server/JournalClient.h"
 #include "framework/JournalServiceHelper.h"
 
 using Helper = JournalServiceHelper;

@@ -15,7 +15,7 @@
 
 #include <asio.hpp>
 
-#include "framework/CstaXml.h"
+#include "csta_link/CstaXml.h"
 
 namespace {
 

@@ -9,22 +9,22 @@
 #include <type_traits>
 
 #include "Management.h"
-#include "framework/ClientServer.h"
+#include "client_server/ClientServer.h"
+#include "client_server/JournalClient.h"
+#include "csta_link/CstaLinkService.h"
+#include "digit_analysis/ConfiguredDigitAnalysis.h"
 #include "framework/ClockService.h"
-#include "framework/ConfiguredDigitAnalysis.h"
-#include "framework/CstaLinkService.h"
-#include "framework/FilePhonebook.h"
 #include "framework/FrameworkContext.h"
 #include "framework/Invoker.h"
-#include "framework/JournalClient.h"
 #include "framework/JournalServiceHelper.h"
 #include "framework/LocalMgmt.h"
 #include "framework/Logging.h"
 #include "framework/PluginLoader.h"
 #include "framework/Services.h"
-#include "framework/SqliteDataAccessService.h"
 #include "framework/TimeSource.h"
-#include "framework/UploadMobilityService.h"
+#include "mobility_upload/UploadMobilityService.h"
+#include "phonebook/FilePhonebook.h"
+#include "sqlite_store/SqliteDataAccessService.h"
 
 namespace host {
 

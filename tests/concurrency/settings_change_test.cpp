@@ -14,7 +14,7 @@
 #include "JournalHarness.h"
 #include "RecordingObserver.h"
 #include "framework/LockOrder.h"
-#include "framework/MemoryDataAccessService.h"
+#include "memory_store/MemoryDataAccessService.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include "SqliteFaultVfs.h"
 #include "framework/JournalServiceHelper.h"
 #include "framework/LockOrder.h"
-#include "framework/SqliteDataAccessService.h"
+#include "sqlite_store/SqliteDataAccessService.h"
 
 namespace {
 

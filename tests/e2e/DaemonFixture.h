@@ -23,7 +23,7 @@
 #include "SqlRows.h"
 #include "Subprocess.h"
 #include "SwitchSimulator.h"
-#include "framework/JournalClient.h"
+#include "client_server/JournalClient.h"
 #include "framework/JournalServiceHelper.h"
 
 namespace e2e {

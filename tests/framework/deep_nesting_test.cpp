@@ -9,12 +9,12 @@
 #include <string>
 
 #include "SmallStack.h"
+#include "csta_link/CstaTrace.h"
+#include "csta_link/CstaXml.h"
 #include "framework/CstaEvents.h"
-#include "framework/CstaTrace.h"
-#include "framework/CstaXml.h"
 #include "framework/JournalServiceHelper.h"
-#include "framework/MemoryDataAccessService.h"
-#include "framework/SqliteDataAccessService.h"
+#include "memory_store/MemoryDataAccessService.h"
+#include "sqlite_store/SqliteDataAccessService.h"
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include "Items.h"
 #include "JournalHarness.h"
 #include "framework/JournalServiceHelper.h"
-#include "framework/MemoryDataAccessService.h"
+#include "memory_store/MemoryDataAccessService.h"
 
 using Helper = JournalServiceHelper;
 

@@ -16,10 +16,10 @@
 #include "JournalHarness.h"
 #include "RecordingObserver.h"
 #include "SqlRows.h"
-#include "framework/FilePhonebook.h"
 #include "framework/JournalServiceHelper.h"
 #include "framework/LockOrder.h"
-#include "framework/SqliteDataAccessService.h"
+#include "phonebook/FilePhonebook.h"
+#include "sqlite_store/SqliteDataAccessService.h"
 
 namespace scenario {
 

@@ -10,8 +10,8 @@
 
 #include "ScenarioFixture.h"
 #include "Subprocess.h"
-#include "framework/CstaTrace.h"
-#include "framework/CstaXml.h"
+#include "csta_link/CstaTrace.h"
+#include "csta_link/CstaXml.h"
 
 namespace scenario {
 

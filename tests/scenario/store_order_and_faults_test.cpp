@@ -6,7 +6,7 @@
 #include "LogCapture.h"
 #include "ScenarioFixture.h"
 #include "SqliteFaultVfs.h"
-#include "framework/MemoryDataAccessService.h"
+#include "memory_store/MemoryDataAccessService.h"
 
 namespace {
 

@@ -1,0 +1,183 @@
+// Inside of the client server (ClientServer.h): the server's state and one client connection.
+// Private to the framework library: the only place that includes asio.
+#pragma once
+
+#include <sys/types.h>
+
+#include <asio.hpp>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ClientMessages.h"
+#include "client_server/ClientServer.h"
+#include "framework/WorkQueue.h"
+
+namespace fw {
+namespace clientserver {
+
+constexpr const char* kLogHandle = "Client Server";
+
+class Connection;
+
+// The channel of one proxy to its client. Holds the connection weakly: once the connection is
+// gone, sends are dropped; the channel itself lives as long as its owners (shared ownership).
+class Channel : public ProxyRequest {
+ public:
+  explicit Channel(std::weak_ptr<Connection> connection) : m_connection(std::move(connection)) {}
+  void setPayloadType(const std::string& type) override;
+  void send(const std::string& payload) override;
+
+ private:
+  std::weak_ptr<Connection> m_connection;
+};
+
+struct ProxyEntry {
+  std::shared_ptr<Channel> channel;
+  Proxy* proxy = nullptr;  // owned; deleted when the connection's proxies are detached
+  std::string detachMessage;
+};
+
+// The answer to one request, collected on the request thread and sent when the invoker returns.
+class Response : public InvokerResponse {
+ public:
+  explicit Response(std::string clientId) : m_clientId(std::move(clientId)) {}
+  void setResponse(const char* text, int length) override;
+  void complete() override { m_completed = true; }
+  std::string getClientId() const override { return m_clientId; }
+  const std::string& text() const { return m_text; }
+  bool completed() const { return m_completed; }
+
+ private:
+  std::string m_clientId;
+  std::string m_text;
+  bool m_completed = false;
+};
+
+// One client. Reading and closing happen on the I/O thread; enqueue from any thread.
+class Connection : public std::enable_shared_from_this<Connection> {
+ public:
+  using Socket = asio::generic::stream_protocol::socket;
+
+  Connection(ClientServer::Impl& server, Socket socket, std::string clientId);
+  const std::string& clientId() const { return m_clientId; }
+
+  // I/O thread: starts the read loop.
+  void start();
+  // Any thread, never blocks: frames `payload` and queues it. Over the byte bound the connection
+  // is closed; on a closed connection the payload is dropped.
+  void enqueue(const std::string& payload);
+  // I/O thread: closes the socket (once) and hands the connection to the server for detaching.
+  void close(const std::string& why, int level);
+  // Request thread: one of this client's requests has been answered.
+  void requestDone();
+
+  // Requests of one client waiting for the request thread at most; beyond that the connection is
+  // not read until one is answered, so a client that floods requests waits instead of the server
+  // holding them all.
+  static constexpr std::size_t kMaxPendingRequests = 16;
+
+  // Proxies of this client, guarded by proxyMutex (lock 2 of the server's order). While
+  // `detaching`, existing proxies are still found but no new one is made.
+  std::mutex proxyMutex;
+  std::map<std::string, ProxyEntry> proxies;
+  bool detaching = false;
+
+ private:
+  void readHeader();
+  // Reads the `length` bytes of a frame's body in pieces, appending them to m_body.
+  void readBody(std::size_t length);
+  // I/O thread: a request has been handed on; reads the next unless too many are pending.
+  void requestHandedOn(std::string message);
+  void writeNext();
+
+  ClientServer::Impl& m_server;
+  Socket m_socket;
+  const std::string m_clientId;
+  unsigned char m_header[4] = {0, 0, 0, 0};
+  std::string m_body;  // I/O thread only: the frame being read; grows as its bytes arrive
+  static constexpr std::size_t kReadPiece = 16 * 1024;  // the most one read adds to m_body
+  bool m_shut = false;                                  // I/O thread only: close() ran
+  std::size_t m_pending = 0;                            // I/O thread only: requests handed on and not yet answered
+  bool m_readPaused = false;                            // I/O thread only: reading waits for an answer
+
+  std::mutex m_outMutex;          // leaf lock (3): guards the members below
+  std::deque<std::string> m_out;  // framed messages; the front one is being written while m_writing
+  std::size_t m_queuedBytes = 0;
+  bool m_writing = false;
+  bool m_closed = false;  // nothing more is queued
+};
+
+}  // namespace clientserver
+
+class ClientServer::Impl {
+ public:
+  using Handler = std::function<std::string(const std::string&, const std::string&)>;
+  struct Factory {
+    std::function<Proxy*()> make;
+    std::string detachMessage;
+  };
+
+  Impl(FrameworkContext& context, ClientServerOptions options);
+  ~Impl();
+
+  bool start(std::string& error);
+  void stop();
+
+  // Called by connections (I/O thread): a complete frame arrived / the connection is closed.
+  void requestArrived(std::shared_ptr<clientserver::Connection> connection, std::string message);
+  void connectionClosed(std::shared_ptr<clientserver::Connection> connection);
+  // The context's proxy provider.
+  Proxy* getProxy(const std::string& interfaceName, const std::string& clientId);
+
+  // Declared first: destroyed last, after every socket and handler.
+  asio::io_context io;
+  FrameworkContext& context;
+  const ClientServerOptions options;
+
+  mutable std::mutex mutex;  // lock 1: guards the members below
+  Executable* target = nullptr;
+  Invoker* invoker = nullptr;
+  std::map<std::string, Factory> factories;
+  std::map<std::string, Handler> handlers;
+  std::map<std::string, std::shared_ptr<clientserver::Connection>> connections;  // until detached
+  uint64_t nextConnection = 1;
+  int boundPort = -1;
+  bool refusing = false;  // the last connection was refused for the limit (logged once per run)
+
+ private:
+  bool listenUnix(std::string& error);
+  bool listenTcp(std::string& error);
+  void acceptUnix();
+  void acceptTcp();
+  // The client id is `prefix` followed by the connection's number.
+  void addConnection(clientserver::Connection::Socket socket, const std::string& prefix);
+  void refuseConnection(clientserver::Connection::Socket& socket, bool firstOfARun);
+  void handleRequest(const std::shared_ptr<clientserver::Connection>& connection, const std::string& message);
+  void detach(const std::shared_ptr<clientserver::Connection>& connection);
+  // Sends a proxy's detach message until the module no longer answers it with true.
+  void detachAll(const std::string& message, const std::string& clientId);
+  // A bound on the repetitions, for a module that would answer true for ever.
+  static constexpr std::size_t kMaxDetaches = 1u << 20;
+  // Runs `message` through the invoker on the client's behalf; the reply text.
+  std::string invoke(const std::string& message, const std::string& clientId);
+  void removeSocketFile();
+
+  asio::local::stream_protocol::acceptor m_unixAcceptor;
+  asio::ip::tcp::acceptor m_tcpAcceptor;
+  std::unique_ptr<asio::executor_work_guard<asio::io_context::executor_type>> m_work;
+  std::unique_ptr<WorkQueue> m_requests;
+  std::thread m_ioThread;
+  bool m_started = false;
+  bool m_closing = false;  // I/O thread only: stop() began, no more connections
+  bool m_socketFileOurs = false;
+  dev_t m_socketDev = 0;
+  ino_t m_socketIno = 0;
+};
+
+}  // namespace fw
