@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 #include <regex>
+#include <set>
 
 #include "DaemonFixture.h"
 
@@ -104,6 +105,36 @@ TEST_F(ConfigurationFileTest, AReplayRefusesATraceThatSetsAnUnknownKey) {
   EXPECT_EQ(
       "calljournal: " + trace + ":3: no setting named \"colour\" (calljournald --print-config lists every setting)",
       lastLine(r.err));
+}
+
+// Every key the README and the documents show in an example (a configuration line, a trace's
+// `set`, a management request, a config command) is one of the settings calljournal config --help
+// lists from the table.
+TEST_F(ConfigurationFileTest, EveryKeyTheDocumentsShowIsASetting) {
+  const Subprocess::Result help = Subprocess::run({CALLJOURNAL_PATH, "config", "--help"}, 5000);
+  ASSERT_EQ(0, help.code) << help.err;
+  std::set<std::string> settings;
+  const std::regex row("^  ([a-z][a-z-]*) +(at once|on reload|at the next start) .*");
+  for (const std::string& line : linesWith(help.out, "  ")) {
+    std::smatch m;
+    if (std::regex_match(line, m, row)) settings.insert(m[1]);
+  }
+  ASSERT_GT(settings.size(), 30u) << help.out;
+
+  const std::regex shown[] = {std::regex("^\\s*([a-z][a-z0-9-]*)\\s*="), std::regex("\\bkey=\"([^\"]*)\""),
+                              std::regex("<key>([^<]*)</key>"), std::regex("config (?:get|set) ([a-z][a-z-]*)")};
+  const std::string root = std::string(EXAMPLES_DIR) + "/..";
+  for (const char* document : {"/README.md", "/docs/protocol.md", "/docs/csta.md", "/docs/store-protocol.md"}) {
+    std::istringstream in(fileText(root + document));
+    bool example = false;
+    for (std::string line; std::getline(in, line);) {
+      if (line.rfind("```", 0) == 0) example = !example;
+      if (!example) continue;
+      for (const std::regex& pattern : shown)
+        for (std::sregex_iterator m(line.begin(), line.end(), pattern), end; m != end; ++m)
+          EXPECT_EQ(1u, settings.count((*m)[1])) << document << ": " << line;
+    }
+  }
 }
 
 using ConfigCommandTest = DaemonTest;
