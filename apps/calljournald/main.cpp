@@ -70,9 +70,9 @@ int main(int argc, char** argv) {
   app.add_option("-s,--set", sets, "KEY=VALUE over the configuration file (repeatable)");
   bool printConfig = false;
   app.add_flag("--print-config", printConfig,
-               "print the configuration with every setting described (what it takes, its default, when a change "
-               "applies): the values of --config and --set, the others commented out at their defaults; then exit. "
-               "Without a file it is a commented default configuration to start one from");
+               "print the configuration and exit: every setting described (what it takes, its default, when a "
+               "change applies), the values of --config and --set given, the others commented out at their "
+               "defaults. A file is checked as at start; without one the defaults are printed, a file to start from");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
