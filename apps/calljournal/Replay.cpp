@@ -10,6 +10,7 @@
 #include "Commands.h"
 #include "JournalHost.h"
 #include "JournalLists.h"
+#include "SettingTable.h"
 #include "csta_link/CstaTrace.h"
 #include "framework/JournalServiceHelper.h"
 #include "framework/Logging.h"
@@ -91,6 +92,10 @@ int replayCommand(const ReplayOptions& options) {
 
   std::map<std::string, std::string> overrides;
   size_t first = leadingSets(trace, options.trace, overrides);
+  // The settings the phone starts with are checked as a configuration file's, naming their line.
+  for (size_t i = 0; i < first; ++i)
+    if (!host::checkSetting(trace.steps[i].key, trace.steps[i].value, error))
+      return fail(options.trace + ":" + std::to_string(trace.steps[i].line) + ": " + error);
   TemporaryDirectory scratch;
   std::string database = options.database;
   if (database.empty()) {
@@ -104,7 +109,7 @@ int replayCommand(const ReplayOptions& options) {
   if (!trace.steps.empty()) journal.setReplayStart(trace.steps.front().at);
   if (!journal.configure(options.config, overrides, error)) return fail(error);
   // The lists are the output: only errors are logged unless the configuration asks for more.
-  if (journal.settings().logLevels == host::Settings().logLevels) fw::setLogThresholds("*=2", nullptr);
+  if (journal.settings().logLevels == host::defaultSettings().logLevels) fw::setLogThresholds("*=2", nullptr);
   if (!journal.start(error)) return fail(error);
   for (size_t i = 0; i < first; ++i)
     if (journal.isJournalSetting(trace.steps[i].key)) setOnJournal(journal, options.trace, trace.steps[i]);

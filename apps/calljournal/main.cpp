@@ -9,16 +9,14 @@
 #include "Commands.h"
 #include "HostSettings.h"
 #include "JournalLists.h"
+#include "SettingTable.h"
 
 namespace {
 
 // The daemon's socket when its configuration does not move it.
 std::string defaultAddress() {
   if (const char* env = std::getenv("CALLJOURNAL_SOCKET"); env && *env) return env;
-  host::Settings settings;
-  std::string error;
-  host::readSettings({}, settings, error);
-  return settings.clientSocket;
+  return host::defaultSettings().clientSocket;
 }
 
 const std::vector<std::string> kListNames = {"missed", "received", "dialled", "forwarded", "callbacks"};
@@ -73,6 +71,7 @@ int main(int argc, char** argv) {
 
   auto* configCmd = app.add_subcommand("config", "read or change the daemon's settings");
   configCmd->require_subcommand(1);
+  configCmd->footer(host::settingsSummary());
   std::vector<std::string> keys;
   auto* getCmd = configCmd->add_subcommand("get", "print settings (all without keys)");
   getCmd->add_option("keys", keys, "setting names");

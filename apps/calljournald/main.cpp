@@ -1,6 +1,6 @@
 // calljournald: the call journal daemon. Follows the phone's line at the switch, keeps the lists
 // in its database and serves clients on a Unix socket until SIGTERM or SIGINT; SIGHUP reads the
-// configuration file again.
+// configuration file again. --print-config prints the configuration, every setting described.
 #include <signal.h>
 #include <unistd.h>
 
@@ -8,7 +8,9 @@
 #include <cstdio>
 #include <iostream>
 
+#include "HostSettings.h"
 #include "JournalHost.h"
+#include "SettingTable.h"
 #include "framework/Logging.h"
 
 namespace {
@@ -26,6 +28,20 @@ sigset_t blockControlSignals() {
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
   signal(SIGPIPE, SIG_IGN);  // a client gone mid-write is an error on that socket, not a crash
   return set;
+}
+
+// The configuration as a commented file: checked as at start-up (a fault is one line and exit
+// code 1), the values given active, every other setting commented out at its default.
+int printConfiguration(const std::string& path, const std::map<std::string, std::string>& overrides) {
+  std::map<std::string, std::string> values;
+  host::Settings unused;
+  std::string error;
+  if (!host::readConfiguration(path, overrides, values, unused, error)) {
+    std::cerr << "calljournald: " << error << '\n';
+    return 1;
+  }
+  std::cout << host::configurationText(values);
+  return 0;
 }
 
 void runUntilStopped(host::JournalHost& journal, const sigset_t& signals) {
@@ -52,6 +68,11 @@ int main(int argc, char** argv) {
       "configuration file (default: " + std::string(kSystemConfig) + " when it exists, else built-in defaults)");
   std::vector<std::string> sets;
   app.add_option("-s,--set", sets, "KEY=VALUE over the configuration file (repeatable)");
+  bool printConfig = false;
+  app.add_flag("--print-config", printConfig,
+               "print the configuration and exit: every setting described (what it takes, its default, when a "
+               "change applies), the values of --config and --set given, the others commented out at their "
+               "defaults. A file is checked as at start; without one the defaults are printed, a file to start from");
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
@@ -68,6 +89,7 @@ int main(int argc, char** argv) {
     }
     overrides[s.substr(0, eq)] = s.substr(eq + 1);
   }
+  if (printConfig) return printConfiguration(config, overrides);
 
   sigset_t signals = blockControlSignals();
   // Every fault the daemon knows of is a plain message from configure or start; anything thrown

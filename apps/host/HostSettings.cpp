@@ -4,50 +4,23 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <initializer_list>
+
+#include "SettingTable.h"
+#include "framework/LocalMgmt.h"
 
 namespace host {
 
 namespace {
-
-const char* const kKeys[] = {"database",
-                             "phonebook",
-                             "feature-access-codes",
-                             "switch",
-                             "monitored-device",
-                             "csta-request-timeout-ms",
-                             "client-socket",
-                             "client-tcp",
-                             "client-tcp-allow-remote",
-                             "client-max-connections",
-                             "log-levels",
-                             "log-file",
-                             "mobility-url",
-                             "module",
-                             nullptr};
 
 bool isRoot() { return geteuid() == 0; }
 
 std::string homeDirectory() {
   const char* home = std::getenv("HOME");
   return home && *home ? home : "/tmp";
-}
-
-std::string defaultDatabase() {
-  if (isRoot()) return "/var/lib/calljournal/journal.db";
-  return homeDirectory() + "/.local/state/calljournal/journal.db";
-}
-
-std::string defaultSocket() {
-  if (isRoot()) return "/run/calljournal/calljournal.sock";
-  const char* runtime = std::getenv("XDG_RUNTIME_DIR");
-  if (runtime && *runtime) return std::string(runtime) + "/calljournal.sock";
-  return sharedSocketFolder() + "/calljournal.sock";
 }
 
 bool parseNumber(const std::string& text, int& value) {
@@ -59,20 +32,27 @@ bool parseNumber(const std::string& text, int& value) {
   return true;
 }
 
-bool isOneOf(const std::string& value, std::initializer_list<const char*> allowed) {
-  for (const char* a : allowed)
-    if (value == a) return true;
-  return false;
-}
-
-std::string valueOf(const std::map<std::string, std::string>& values, const char* key, std::string fallback) {
+// The configured value of `key`, else its default from the table.
+std::string inForce(const std::map<std::string, std::string>& values, const char* key) {
   auto it = values.find(key);
-  return it == values.end() || it->second.empty() ? fallback : it->second;
+  if (it != values.end() && !it->second.empty()) return it->second;
+  const SettingInfo* setting = findSetting(key);
+  return setting ? defaultValue(*setting) : std::string();
 }
 
 }  // namespace
 
-const char* const* settingKeys() { return kKeys; }
+std::string defaultDatabase() {
+  if (isRoot()) return "/var/lib/calljournal/journal.db";
+  return homeDirectory() + "/.local/state/calljournal/journal.db";
+}
+
+std::string defaultClientSocket() {
+  if (isRoot()) return "/run/calljournal/calljournal.sock";
+  const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+  if (runtime && *runtime) return std::string(runtime) + "/calljournal.sock";
+  return sharedSocketFolder() + "/calljournal.sock";
+}
 
 std::string sharedSocketFolder() { return "/tmp/calljournal-" + std::to_string(geteuid()); }
 
@@ -102,12 +82,6 @@ bool checkPrivateFolder(const std::string& folder, std::string& error) {
   return true;
 }
 
-bool isSettingKey(const std::string& key) {
-  for (const char* const* k = kKeys; *k; ++k)
-    if (key == *k) return true;
-  return false;
-}
-
 bool splitHostPort(const std::string& text, std::string& host, int& port) {
   auto colon = text.rfind(':');
   if (colon == std::string::npos || colon == 0) return false;
@@ -128,64 +102,56 @@ std::string programDirectory() {
 }
 
 const std::map<std::string, std::string>& phoneDefaults() {
-  // Without a software type the journal is a KPX phone in every respect.
-  static const std::map<std::string, std::string> defaults = {{"software-type", "Velmora KPX"}};
+  static const std::map<std::string, std::string> defaults = [] {
+    std::map<std::string, std::string> values;
+    std::size_t count = 0;
+    const SettingInfo* table = settingTable(count);
+    for (std::size_t i = 0; i < count; ++i)
+      if (table[i].phoneValue) values[table[i].key] = defaultValue(table[i]);
+    return values;
+  }();
   return defaults;
 }
 
-bool checkPhoneValue(const std::string& key, const std::string& value, std::string& error) {
-  if (value.empty()) return true;  // as good as not given
-  int number = 0;
-  if (isOneOf(key, {"system-identifier", "sntp-tz-offset", "daylight-save-minutes"}) && !parseNumber(value, number)) {
-    error = key + ": \"" + value + "\" is not a whole number";
-    return false;
-  }
-  if (isOneOf(key, {"daylight-save", "server-based-features"}) && !isOneOf(value, {"true", "false"})) {
-    error = key + ": \"" + value + "\" is neither true nor false";
-    return false;
-  }
-  if (key == "disable-access-calllog" && !isOneOf(value, {"0", "1", "2"})) {
-    error = key + ": \"" + value + "\" is not 0, 1 or 2";
-    return false;
-  }
+// Every value is checked before any is used, so the settings come from values known to be good.
+bool readSettings(const std::map<std::string, std::string>& values, Settings& s, std::string& error) {
+  for (const auto& [key, value] : values)
+    if (!checkSetting(key, value, error)) return false;
+  s.database = inForce(values, "database");
+  s.phonebook = inForce(values, "phonebook");
+  s.monitoredDevice = inForce(values, "monitored-device");
+  s.clientSocket = inForce(values, "client-socket");
+  s.logLevels = inForce(values, "log-levels");
+  s.logFile = inForce(values, "log-file");
+  s.mobilityUrl = inForce(values, "mobility-url");
+  s.module = inForce(values, "module");
+  s.clientTcpAllowRemote = inForce(values, "client-tcp-allow-remote") == "true";
+  s.requestTimeoutMs = std::atoi(inForce(values, "csta-request-timeout-ms").c_str());
+  s.clientMaxConnections = std::atoi(inForce(values, "client-max-connections").c_str());
+  s.switchHost.clear();
+  s.switchPort = 0;
+  if (const std::string sw = inForce(values, "switch"); !sw.empty()) splitHostPort(sw, s.switchHost, s.switchPort);
+  s.clientTcpHost.clear();
+  s.clientTcpPort = -1;
+  if (const std::string tcp = inForce(values, "client-tcp"); !tcp.empty())
+    splitHostPort(tcp, s.clientTcpHost, s.clientTcpPort);
   return true;
 }
 
-bool readSettings(const std::map<std::string, std::string>& values, Settings& s, std::string& error) {
-  for (const auto& [key, value] : values)
-    if (!checkPhoneValue(key, value, error)) return false;
-  s.database = valueOf(values, "database", defaultDatabase());
-  s.phonebook = valueOf(values, "phonebook", "");
-  s.monitoredDevice = valueOf(values, "monitored-device", "3100");
-  s.clientSocket = valueOf(values, "client-socket", defaultSocket());
-  s.logLevels = valueOf(values, "log-levels", "*=4");
-  s.logFile = valueOf(values, "log-file", "");
-  s.mobilityUrl = valueOf(values, "mobility-url", "");
-  s.module = valueOf(values, "module", programDirectory() + "/../lib/libjournalservice.so");
-  s.clientTcpAllowRemote = valueOf(values, "client-tcp-allow-remote", "false") == "true";
+Settings defaultSettings() {
+  Settings settings;
+  std::string unused;
+  readSettings({}, settings, unused);
+  return settings;
+}
 
-  std::string sw = valueOf(values, "switch", "");
-  s.switchHost.clear();
-  s.switchPort = 0;
-  if (!sw.empty() && (!splitHostPort(sw, s.switchHost, s.switchPort) || s.switchPort == 0)) {
-    error = "switch: \"" + sw + "\" is not host:port (for example 192.0.2.10:1040)";
-    return false;
-  }
-  std::string tcp = valueOf(values, "client-tcp", "");
-  s.clientTcpHost.clear();
-  s.clientTcpPort = -1;
-  if (!tcp.empty() && !splitHostPort(tcp, s.clientTcpHost, s.clientTcpPort)) {
-    error = "client-tcp: \"" + tcp + "\" is not host:port (for example 127.0.0.1:7070)";
-    return false;
-  }
-  std::string timeout = valueOf(values, "csta-request-timeout-ms", "5000");
-  if (!parseNumber(timeout, s.requestTimeoutMs) || s.requestTimeoutMs <= 0) {
-    error = "csta-request-timeout-ms: \"" + timeout + "\" is not a positive number of milliseconds";
-    return false;
-  }
-  std::string connections = valueOf(values, "client-max-connections", "64");
-  if (!parseNumber(connections, s.clientMaxConnections) || s.clientMaxConnections <= 0) {
-    error = "client-max-connections: \"" + connections + "\" is not a positive number of clients";
+bool readConfiguration(const std::string& path, const std::map<std::string, std::string>& overrides,
+                       std::map<std::string, std::string>& values, Settings& settings, std::string& error) {
+  values.clear();
+  if (!path.empty() && !FileLocalMgmt::readFile(path, values, error)) return false;
+  for (const auto& [key, value] : overrides) values[key] = value;  // --set stays over the file
+  if (!readSettings(values, settings, error)) {
+    if (!path.empty()) error = path + ": " + error;
     return false;
   }
   return true;

@@ -129,14 +129,7 @@ bool JournalHost::configure(const std::string& path, const std::map<std::string,
 
 bool JournalHost::readConfiguration(std::map<std::string, std::string>& values, Settings& settings,
                                     std::string& error) const {
-  values.clear();
-  if (!m_configPath.empty() && !FileLocalMgmt::readFile(m_configPath, values, error)) return false;
-  for (const auto& [key, value] : m_overrides) values[key] = value;  // --set stays over the file
-  if (!readSettings(values, settings, error)) {
-    if (!m_configPath.empty()) error = m_configPath + ": " + error;
-    return false;
-  }
-  return true;
+  return host::readConfiguration(m_configPath, m_overrides, values, settings, error);
 }
 
 bool JournalHost::openLogFile(const std::string& path, std::shared_ptr<fw::LogSink>& sink, std::string& error) {
@@ -379,7 +372,7 @@ std::string JournalHost::request(const std::string& message) {
 }
 
 std::string JournalHost::handleManagement(const std::string& message) {
-  ManagementContext context{m_parts->mgmt, m_settings,
+  ManagementContext context{m_parts->mgmt,
                             [this] {
                               Settings s;
                               std::string error;

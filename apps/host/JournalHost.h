@@ -91,7 +91,7 @@ class JournalHost {
   void settle();
 
   Mode m_mode;
-  Settings m_settings;
+  Settings m_settings = defaultSettings();
   std::string m_configPath;
   std::map<std::string, std::string> m_overrides;
   std::unique_ptr<Parts> m_parts;

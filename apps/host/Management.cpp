@@ -2,8 +2,10 @@
 
 #include <map>
 #include <pugixml.hpp>
+#include <set>
 #include <sstream>
 
+#include "SettingTable.h"
 #include "framework/LocalMgmt.h"
 #include "framework/Logging.h"
 #include "framework/Utf8.h"
@@ -19,24 +21,6 @@ bool journalValue(FileLocalMgmt& mgmt, const std::string& key, std::string& valu
   ManageableData data(key);
   agent->getData(data);
   return data.interogate(key, value);
-}
-
-// The value in force for a host setting: the configured one, else the default.
-std::string settingValue(const Settings& s, const std::string& key) {
-  if (key == "database") return s.database;
-  if (key == "phonebook") return s.phonebook;
-  if (key == "switch") return s.switchPort ? s.switchHost + ":" + std::to_string(s.switchPort) : "";
-  if (key == "monitored-device") return s.monitoredDevice;
-  if (key == "csta-request-timeout-ms") return std::to_string(s.requestTimeoutMs);
-  if (key == "client-socket") return s.clientSocket;
-  if (key == "client-tcp") return s.clientTcpPort >= 0 ? s.clientTcpHost + ":" + std::to_string(s.clientTcpPort) : "";
-  if (key == "client-tcp-allow-remote") return s.clientTcpAllowRemote ? "true" : "false";
-  if (key == "client-max-connections") return std::to_string(s.clientMaxConnections);
-  if (key == "log-levels") return s.logLevels;
-  if (key == "log-file") return s.logFile;
-  if (key == "mobility-url") return s.mobilityUrl;
-  if (key == "module") return s.module;
-  return "";
 }
 
 // The configuration file is the user's and may hold any bytes: the reply carries them well-formed.
@@ -56,8 +40,8 @@ bool describe(ManagementContext& c, const std::string& key, pugi::xml_node reply
     addSetting(reply, key, value, "configuration");
   } else if (c.mgmt.defaultValue(key, value)) {
     addSetting(reply, key, value, "default");
-  } else if (isSettingKey(key)) {
-    addSetting(reply, key, settingValue(c.settings, key), "default");
+  } else if (const SettingInfo* setting = findSetting(key)) {
+    addSetting(reply, key, defaultValue(*setting), "default");
   } else {
     return false;
   }
@@ -76,12 +60,18 @@ std::string get(ManagementContext& c, const std::vector<std::string>& keys) {
   pugi::xml_document doc;
   pugi::xml_node reply = doc.append_child("mgmtResponse");
   if (keys.empty()) {
-    std::map<std::string, bool> all;
-    for (const auto& kv : c.mgmt.values()) all[kv.first] = true;
-    for (const auto& kv : c.mgmt.defaults()) all[kv.first] = true;
-    for (const char* const* k = settingKeys(); *k; ++k) all[*k] = true;
-    for (const char* k : {"call-log-enabled", "missed-logging", "delete-missed-when-called"}) all[k] = true;
-    for (const auto& kv : all) describe(c, kv.first, reply);
+    // The table's settings in its order, then any other value the configuration holds.
+    std::set<std::string> shown;
+    std::size_t count = 0;
+    const SettingInfo* table = settingTable(count);
+    const std::map<std::string, std::string> configured = c.mgmt.values();
+    for (std::size_t i = 0; i < count; ++i)
+      if (table[i].listed || configured.count(table[i].key)) {
+        describe(c, table[i].key, reply);
+        shown.insert(table[i].key);
+      }
+    for (const auto& kv : configured)
+      if (!shown.count(kv.first)) describe(c, kv.first, reply);
     return finish(doc, reply, true, "");
   }
   for (const std::string& key : keys)
@@ -104,7 +94,7 @@ std::string set(ManagementContext& c, const std::string& key, const std::string&
     describe(c, key, reply);
     return finish(doc, reply, true, "");
   }
-  // A value the daemon could not start with, or reload, is refused here too.
+  // A key or value the daemon could not start with, or reload, is refused here too.
   std::map<std::string, std::string> values = c.mgmt.values();
   values[key] = value;
   Settings checked;
@@ -113,10 +103,12 @@ std::string set(ManagementContext& c, const std::string& key, const std::string&
   c.mgmt.setValue(key, value);
   c.mgmt.drainNotifications();
   std::string note;
-  if (key == "log-levels") {
-    if (c.logSettingsChanged) c.logSettingsChanged();
-  } else if (isSettingKey(key)) {
-    note = "stored; the daemon uses it from its next start";
+  const SettingInfo* setting = findSetting(key);
+  if (setting && setting->owner == SettingOwner::Daemon) {
+    if (setting->effect != SettingEffect::AtOnce)
+      note = "stored; the daemon uses it from its next start";
+    else if (c.runningSettingsChanged)
+      c.runningSettingsChanged();
   }
   describe(c, key, reply);
   return finish(doc, reply, true, note);

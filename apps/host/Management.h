@@ -1,10 +1,10 @@
 // The daemon's management messages: clients read and change configuration values through them
 // ("calljournal config get|set"). Values the journal serves (call-log-enabled, missed-logging,
 // delete-missed-when-called, clear-calllog) go through the journal's management agent, which may
-// refuse them; every other value is checked as the configuration file's values are, then set as a
-// reload of the configuration file would set it, and its observers are told. Changes are not
-// written back to the file. A value the configuration does not give shows its default, if it has
-// one, with the source "default".
+// refuse them; every other key and value is checked as the configuration file's are (SettingTable.h),
+// then set as a reload of the configuration file would set it, and its observers are told. Changes
+// are not written back to the file. A setting the configuration does not give shows its default
+// with the source "default". A get of everything gives the table's settings in its order.
 //
 //   <mgmtRequest><operation>get</operation><key>software-type</key>...</mgmtRequest>   (no key: all)
 //   <mgmtRequest><operation>set</operation><key>k</key><value>v</value></mgmtRequest>
@@ -37,8 +37,8 @@ struct ManagementSetting {
 
 struct ManagementContext {
   FileLocalMgmt& mgmt;
-  const Settings& settings;
-  std::function<void()> logSettingsChanged;
+  // Applies the daemon settings that take effect at once (the log thresholds) after a set.
+  std::function<void()> runningSettingsChanged;
   // The daemon's state for "status", one key and value per line (source "status").
   std::function<std::vector<ManagementSetting>()> status;
 };
