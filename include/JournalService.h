@@ -21,14 +21,15 @@
 // The notifier is never called while a list lock is held: its lock comes before the list locks,
 // since it reads lists while holding it. Work that notifies computes what observers are told
 // under the list lock, gives the lock, then notifies.
-// Event handling: a CSTA call event is handled on the link's event thread with m_callsLock held
-// from its first step to its last (trackEvent and the other handlers; a switch's call-log entry
-// is applied holding m_callsLock on a worker thread that the event thread waits for). Filing an
-// entry takes its list lock and gives it; then, still under m_callsLock, the notifier takes its
-// lock and runs every subscribed observer's update, one after the other on that thread. An
-// observer's update thus delays the next event and the timer thread (timerEvent takes
-// m_callsLock to tell the call sweep's timer from the others); it must not wait for anything that
-// waits for m_callsLock, nor subscribe or unsubscribe (the notifier's lock is not recursive).
+// Event handling: the call event handlers run on the link's event thread and hold m_callsLock
+// for the whole of their tracking step (in trackEvent or under a guard of their own), as
+// applyCallLogEntry does for a switch's call-log entry on a worker thread the event thread waits
+// for (callback events take no m_callsLock). When that step files or removes an entry, it takes
+// the list lock and gives it; then, still under m_callsLock, the notifier takes its lock and runs
+// every subscribed observer's update, one after the other on that thread. An observer's update
+// thus delays the next event and the timer thread (timerEvent takes m_callsLock to tell the call
+// sweep's timer from the others); it must not wait for anything that waits for m_callsLock, nor
+// subscribe or unsubscribe (the notifier's lock is not recursive).
 // The switch: no list lock is held across a request to the switch. What a change under a list
 // lock reports to the switch's call log is noted in a PendingSwitchReports and sent once the lock
 // is given (src/JournalService/PendingSwitchReports.h); the monitor's requests are made with no
