@@ -10,6 +10,7 @@
 //
 // Locks (framework Semaphores used as mutexes, taken without time limit, never recursively):
 //   m_dataLock   ->  notifier lock -> list locks   (a management write may delete the lists)
+//   m_callsLock  ->  notifier lock -> list locks   (an event's changes are told while it is handled)
 //   m_callsLock  ->  list locks                    (entries are created inside the event handlers)
 //   m_dialledLock -> m_missedLock                  (a dialled entry may remove the party's missed entry)
 // The store's own lock, m_uniqueIdLock and the entry ids' lock are leaves taken under a list lock
@@ -20,6 +21,21 @@
 // The notifier is never called while a list lock is held: its lock comes before the list locks,
 // since it reads lists while holding it. Work that notifies computes what observers are told
 // under the list lock, gives the lock, then notifies.
+// Event handling: the call event handlers run on the link's event thread and hold m_callsLock
+// for the whole of their tracking step (in trackEvent or under a guard of their own), as
+// applyCallLogEntry does for a switch's call-log entry on a worker thread the event thread waits
+// for (callback events take no m_callsLock). When that step files or removes an entry, it takes
+// the list lock and gives it; then, still under m_callsLock, the notifier takes its lock and runs
+// every subscribed observer's update, one after the other on that thread. An observer's update
+// thus delays the next event and the timer thread (timerEvent takes m_callsLock to tell the call
+// sweep's timer from the others); it must not wait for anything that waits for m_callsLock, nor
+// subscribe or unsubscribe (the notifier's lock is not recursive).
+// The switch: no list lock is held across a request to the switch. What a change under a list
+// lock reports to the switch's call log is noted in a PendingSwitchReports and sent once the lock
+// is given (src/JournalService/PendingSwitchReports.h); the monitor's requests are made with no
+// lock held. A report may still go out under m_callsLock (an event's entry pushed a call out of
+// the list or took a missed entry away) or under m_dataLock (a management write emptied the
+// lists); client reads take neither.
 #pragma once
 
 #include <atomic>
@@ -47,6 +63,9 @@
 
 class JournalServiceTestPeer;
 class CallLogEntryRequest;
+// Reports to the switch's call log noted under a list lock, sent once it is given
+// (src/JournalService/PendingSwitchReports.h).
+class PendingSwitchReports;
 // Per list type: the list, its lock, its stored table and its XML codec (src/JournalService).
 template <class Item>
 struct JournalListTraits;
@@ -311,6 +330,8 @@ class JournalService : public Service,
   void CSTASystemRegister();
 
   // ---- Reports to the switch's call log (escape requests) ----------------------------------------
+  // Each sends at once and waits for the switch's answer (up to the link's time limit): the caller
+  // holds no list lock. Work under a list lock notes its reports in a PendingSwitchReports.
   bool sendCSTAEscapeRequest(CallLogEntryRequest* entry);
   bool sendMissedCallLogEntryRequest(MissedCallItem::MissedCallInfo const* info);
   bool sendReceivedCallLogEntryRequest(ReceivedCallItem::ReceivedCallInfo const* info);
@@ -510,7 +531,9 @@ class JournalService : public Service,
   std::string callBackIdOf(const std::string& number);
   void refreshRemotePartyName(const std::string& callId, const std::string& number, const std::string& name);
 
-  std::optional<MissedRemoval> removeMissedEntryOf(const std::string& subscriberNumber);
+  // Removes the missed entry holding an occurrence of the number under m_missedLock; its
+  // occurrences are noted in `reports` (where the switch keeps the call log).
+  std::optional<MissedRemoval> removeMissedEntryOf(const std::string& subscriberNumber, PendingSwitchReports& reports);
   void notifyMissedRemoval(const MissedRemoval& removal);
   std::optional<unsigned> withdrawNewestMissedOccurrence(const Contact& contact);
   // The call-log data a KPX switch sends with a call (and the switch's call log with its entries).
@@ -570,8 +593,9 @@ class JournalService : public Service,
   void replaceWithStored(const std::string& reply);
   template <class Item>
   void replaceWithStoredLocked(const std::string& reply);  // the caller holds the list's lock
-  template <class Info>
-  void sendCallLogEntryRequests(const std::list<Info>& infos);
+  // Notes in `reports` the occurrences that merging `added` pushes out of a dialled entry.
+  void reportCallsPushedOut(DialledCallItem::InfoList const& previous, DialledCallItem::DialledCallInfo const& added,
+                            PendingSwitchReports& reports);
   // Writes the list's front entry after a new call was filed, under `trimmedId` when the limit
   // dropped an entry; the entry takes the unique id the store gave it. The caller holds the lock.
   template <class Item>

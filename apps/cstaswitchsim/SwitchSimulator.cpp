@@ -10,6 +10,7 @@
 #include <mutex>
 #include <optional>
 #include <pugixml.hpp>
+#include <set>
 #include <sstream>
 #include <thread>
 
@@ -130,11 +131,13 @@ struct SwitchSimulator::Impl {
     const std::string name = root ? localName(root) : std::string();
     std::string body;
     Answer answer = Answer::Normal;
+    Timing timing;
     {
       std::lock_guard<std::mutex> guard(mutex);
       received.push_back({frame.invokeId, name, frame.xml});
       const auto set = answers.find(name);
       if (set != answers.end()) answer = set->second;
+      timing = timingOf(name);
       if (answer == Answer::Normal && name == "MonitorStart") {
         monitorId = std::to_string(nextMonitorId++);
         body = "<monitorCrossRefID>" + monitorId + "</monitorCrossRefID>";
@@ -148,7 +151,8 @@ struct SwitchSimulator::Impl {
     cv.notify_all();
     if (name == "SystemStatusResponse" || answer == Answer::None) return;
     if (answer == Answer::Error) {
-      write(connection, frame.invokeId, document("CSTAErrorCode", "<operation>generic</operation>"));
+      answerWhenDue(connection, name, timing,
+                    csta_xml::encodeFrame(frame.invokeId, document("CSTAErrorCode", "<operation>generic</operation>")));
       return;
     }
     std::string reply = csta_xml::encodeFrame(frame.invokeId, document(name + "Response", body));
@@ -164,7 +168,47 @@ struct SwitchSimulator::Impl {
       for (const std::string& event : events)
         reply += csta_xml::encodeFrame(csta_xml::kEventInvokeId, fillMonitorId(event, id));
     }
-    writeRaw(connection, std::move(reply));
+    answerWhenDue(connection, name, timing, std::move(reply));
+  }
+
+  // When the answers to a kind of request go out (setAnswerDelay, holdAnswers).
+  struct Timing {
+    int delayMs = 0;
+    bool held = false;
+  };
+  Timing timingOf(const std::string& name) const {  // mutex held
+    Timing timing;
+    const auto delay = answerDelays.find(name);
+    if (delay != answerDelays.end()) timing.delayMs = delay->second;
+    timing.held = heldNames.count(name) != 0;
+    return timing;
+  }
+
+  // Writes `reply` now, after the request's delay, or when its hold ends.
+  void answerWhenDue(const std::shared_ptr<Connection>& connection, const std::string& name, const Timing& timing,
+                     std::string reply) {
+    if (timing.held) {
+      heldAnswers.push_back({connection, name, std::move(reply)});
+    } else if (timing.delayMs > 0) {
+      auto timer = std::make_shared<asio::steady_timer>(io, std::chrono::milliseconds(timing.delayMs));
+      timer->async_wait([this, connection, timer, reply = std::move(reply)](const asio::error_code& error) mutable {
+        if (!error && connection == current) writeRaw(connection, std::move(reply));
+      });
+    } else {
+      writeRaw(connection, std::move(reply));
+    }
+  }
+
+  // Sends the held answers to requests named `name` whose connection is still the current one.
+  void releaseHeld(const std::string& name) {
+    for (auto it = heldAnswers.begin(); it != heldAnswers.end();) {
+      if (it->name != name) {
+        ++it;
+        continue;
+      }
+      if (it->connection == current) writeRaw(it->connection, std::move(it->reply));
+      it = heldAnswers.erase(it);
+    }
   }
 
   // Runs `task` on the I/O thread and returns its result.
@@ -200,13 +244,21 @@ struct SwitchSimulator::Impl {
   std::optional<asio::executor_work_guard<asio::io_context::executor_type>> work;
   asio::ip::tcp::acceptor acceptor;
   std::shared_ptr<Connection> current;  // I/O thread only
-  int boundPort = 0;                    // set before the I/O thread starts
+  struct HeldAnswer {
+    std::shared_ptr<Connection> connection;
+    std::string name;
+    std::string reply;
+  };
+  std::deque<HeldAnswer> heldAnswers;  // I/O thread only; in the order the requests came
+  int boundPort = 0;                   // set before the I/O thread starts
   std::thread thread;
 
   mutable std::mutex mutex;  // guards the members below
   std::condition_variable cv;
   std::vector<Received> received;
   std::map<std::string, Answer> answers;
+  std::map<std::string, int> answerDelays;
+  std::set<std::string> heldNames;
   std::string monitorId;
   int nextMonitorId = 0;
   std::vector<std::string> eventsAfterMonitorStart;
@@ -231,6 +283,27 @@ int SwitchSimulator::port() const { return m_impl->boundPort; }
 void SwitchSimulator::setAnswer(const std::string& requestName, Answer answer) {
   std::lock_guard<std::mutex> guard(m_impl->mutex);
   m_impl->answers[requestName] = answer;
+}
+
+void SwitchSimulator::setAnswerDelay(const std::string& requestName, int delayMs) {
+  std::lock_guard<std::mutex> guard(m_impl->mutex);
+  m_impl->answerDelays[requestName] = delayMs;
+}
+
+void SwitchSimulator::holdAnswers(const std::string& requestName) {
+  std::lock_guard<std::mutex> guard(m_impl->mutex);
+  m_impl->heldNames.insert(requestName);
+}
+
+void SwitchSimulator::releaseAnswers(const std::string& requestName) {
+  m_impl->onIoThread([this, requestName] {  // no request is handled in between
+    {
+      std::lock_guard<std::mutex> guard(m_impl->mutex);
+      m_impl->heldNames.erase(requestName);
+    }
+    m_impl->releaseHeld(requestName);
+    return true;
+  });
 }
 
 bool SwitchSimulator::sendEvent(const std::string& xml) {

@@ -42,6 +42,14 @@ class SwitchSimulator {
 
   // Answers every later request named `requestName` ("MonitorStart", ...) the given way.
   void setAnswer(const std::string& requestName, Answer answer);
+  // A slow switch: answers every later request named `requestName` `delayMs` after it came (0:
+  // at once again). Other requests and events are not held up meanwhile.
+  void setAnswerDelay(const std::string& requestName, int delayMs);
+  // Holds the answers to later requests named `requestName` until releaseAnswers(): each request
+  // is received (waitForRequest and requests() see it) and its answer waits.
+  void holdAnswers(const std::string& requestName);
+  // Sends the held answers, in the order their requests came, and answers later requests again.
+  void releaseAnswers(const std::string& requestName);
 
   // Sends `xml` as an event (invoke id 9999). An empty <monitorCrossRefID/> or one holding "*"
   // gets the id of the monitor started last. False when no phone is connected.

@@ -10,6 +10,7 @@
 
 #include "JournalLog.h"
 #include "JournalService.h"
+#include "JournalService/PendingSwitchReports.h"
 #include "framework/JournalServiceHelper.h"
 
 using Helper = JournalServiceHelper;
@@ -32,8 +33,8 @@ struct JournalListTraits<MissedCallItem> {
   }
   static std::string readMessage() { return Helper::readMissedCallList(); }
   static bool ordered(const MissedCallItem& a, const MissedCallItem& b) { return isMissedCallOrdered(a, b); }
-  static void reportToServer(JournalService& s, const MissedCallItem& i) {
-    if (s.m_serverCallLog) s.sendMissedCallLogEntryRequests(i.infos());
+  static void reportToServer(JournalService& s, const MissedCallItem& i, PendingSwitchReports& reports) {
+    if (s.m_serverCallLog) reports.deleteCalls(i.infos());
   }
   // The entry made anew around `infos`, as when occurrences were taken away: no picture clip.
   static MissedCallItem rebuild(const MissedCallItem& i, const MissedCallItem::InfoList& infos) {
@@ -61,8 +62,8 @@ struct JournalListTraits<DialledCallItem> {
   }
   static std::string readMessage() { return Helper::readDialledCallList(); }
   static bool ordered(const DialledCallItem& a, const DialledCallItem& b) { return isDialledCallOrdered(a, b); }
-  static void reportToServer(JournalService& s, const DialledCallItem& i) {
-    if (s.m_serverCallLog) s.sendDialledCallLogEntryRequests(i.infos());
+  static void reportToServer(JournalService& s, const DialledCallItem& i, PendingSwitchReports& reports) {
+    if (s.m_serverCallLog) reports.deleteCalls(i.infos());
   }
   // The entry made anew around `infos`: no picture clip, but still grouped under its party's number.
   static DialledCallItem rebuild(const DialledCallItem& i, const DialledCallItem::InfoList& infos) {
@@ -91,8 +92,8 @@ struct JournalListTraits<ReceivedCallItem> {
   }
   static std::string readMessage() { return Helper::readReceivedCallList(); }
   static bool ordered(const ReceivedCallItem& a, const ReceivedCallItem& b) { return isReceivedCallOrdered(a, b); }
-  static void reportToServer(JournalService& s, const ReceivedCallItem& i) {
-    if (s.m_serverCallLog) s.sendReceivedCallLogEntryRequests(i.infos());
+  static void reportToServer(JournalService& s, const ReceivedCallItem& i, PendingSwitchReports& reports) {
+    if (s.m_serverCallLog) reports.deleteCalls(i.infos());
   }
   // The entry made anew around `infos`: no picture clip.
   static ReceivedCallItem rebuild(const ReceivedCallItem& i, const ReceivedCallItem::InfoList& infos) {
@@ -122,7 +123,8 @@ struct JournalListTraits<ForwardedCallItem> {
   }
   static std::string readMessage() { return Helper::readForwardedCallList(); }
   static bool ordered(const ForwardedCallItem& a, const ForwardedCallItem& b) { return isForwardedCallOrdered(a, b); }
-  static void reportToServer(JournalService&, const ForwardedCallItem&) {}  // the switch keeps no such list
+  // The switch keeps no such list.
+  static void reportToServer(JournalService&, const ForwardedCallItem&, PendingSwitchReports&) {}
 };
 
 // Callbacks live in memory only: no table, no store messages, no switch reports.
@@ -132,7 +134,7 @@ struct JournalListTraits<CallBackItem> {
   static std::deque<CallBackItem>& list(JournalService& s) { return s.m_callBackList; }
   static constexpr bool indexed = false;  // no number index
   static Semaphore& lock(JournalService& s) { return s.m_callBackLock; }
-  static void reportToServer(JournalService&, const CallBackItem&) {}
+  static void reportToServer(JournalService&, const CallBackItem&, PendingSwitchReports&) {}
 };
 
 template <class Item>
@@ -151,17 +153,19 @@ Item JournalService::frontEntry() {
   return list.empty() ? Item() : list.front();
 }
 
-// Removes the first entry named `entryId`: reports its occurrences to the switch where it keeps
-// the call log, deletes the stored row, erases it, then runs underLock(list) before the lock is
-// given (to read what the observers are told). False when no entry has that id.
+// Removes the first entry named `entryId`: notes its occurrences for the switch where it keeps the
+// call log, deletes the stored row, erases it, then runs underLock(list) before the lock is given
+// (to read what the observers are told). The switch is told once the lock is given. False when no
+// entry has that id.
 template <class Item, class UnderLock>
 bool JournalService::eraseEntry(const std::string& entryId, UnderLock underLock) {
   using T = JournalListTraits<Item>;
+  PendingSwitchReports reports(*this);  // sent after the guard below has given the lock
   CriticalSection guard(T::lock(*this));
   auto& list = T::list(*this);
   auto it = std::find_if(list.begin(), list.end(), [&](const Item& i) { return i.getEntryId() == entryId; });
   if (it == list.end()) return false;
-  T::reportToServer(*this, *it);
+  T::reportToServer(*this, *it, reports);
   if constexpr (T::stored) storeDelete(*it);
   leavingList(*it);
   list.erase(it);
@@ -170,18 +174,19 @@ bool JournalService::eraseEntry(const std::string& entryId, UnderLock underLock)
 }
 
 // Removes every entry whose id is in `entryIds`, with one store message for all of them; then runs
-// underLock(list) before the lock is given. A set that names no entry changes nothing and sends
-// nothing (an empty delete would empty the whole stored table): false.
+// underLock(list) before the lock is given, and tells the switch after. A set that names no entry
+// changes nothing and sends nothing (an empty delete would empty the whole stored table): false.
 template <class Item, class UnderLock>
 bool JournalService::eraseEntries(const std::set<std::string>& entryIds, UnderLock underLock) {
   using T = JournalListTraits<Item>;
+  PendingSwitchReports reports(*this);  // sent after the guard below has given the lock
   CriticalSection guard(T::lock(*this));
   auto& list = T::list(*this);
   auto named = [&](const Item& item) { return entryIds.count(item.getEntryId()) != 0; };
   std::vector<const Item*> leaving;
   for (const Item& item : list) {
     if (!named(item)) continue;
-    T::reportToServer(*this, item);
+    T::reportToServer(*this, item, reports);
     leaving.push_back(&item);
   }
   if (leaving.empty()) return false;
@@ -198,13 +203,15 @@ bool JournalService::eraseEntries(const std::set<std::string>& entryIds, UnderLo
   return true;
 }
 
-// Empties the list and its stored table (one delete without entries).
+// Empties the list and its stored table (one delete without entries). Where the switch keeps the
+// call log it is told of every occurrence, up to 10,000 requests, once the lock is given.
 template <class Item>
 void JournalService::eraseAllEntries() {
   using T = JournalListTraits<Item>;
+  PendingSwitchReports reports(*this);  // sent after the guard below has given the lock
   CriticalSection guard(T::lock(*this));
   auto& list = T::list(*this);
-  for (const Item& item : list) T::reportToServer(*this, item);
+  for (const Item& item : list) T::reportToServer(*this, item, reports);
   releaseIdsOf(list);
   list.clear();
   listChanged<Item>();

@@ -52,6 +52,8 @@ bool JournalService::newDialledCallEntry(const std::string& entryId, const std::
     populateDialledCallInfoNumber(info, connectedParty, connectedParty);
   }
 
+  // What the switch is to forget is noted under the lists' locks and sent once they are given.
+  PendingSwitchReports reports(*this);
   FilingRules<DialledCallItem> rules;
   rules.matches = [&](const DialledCallItem& item) { return contactMatchesDialledCall(item, contact); };
   rules.matchKeys = {contact.getNumber()};
@@ -66,7 +68,7 @@ bool JournalService::newDialledCallEntry(const std::string& entryId, const std::
   rules.beforeMerge = [&](DialledCallItem& merged) {
     if (!redirected) populateRemoteContactSurname(contact, remotePartyName, true);
     populateItemNames(merged, contact);
-    sendCSTACAllLogEntryDeleteRequest(merged.infos(), info);
+    reportCallsPushedOut(merged.infos(), info, reports);
     JLOG(kCoreLog, 5, "%s():Adding to exsiting Dialled Call identity", "newDialledCallEntry");
   };
   rules.isRepeat = [&](const DialledCallItem& entry) { return firstInfoListItemIsIdentical(info, entry); };
@@ -77,8 +79,9 @@ bool JournalService::newDialledCallEntry(const std::string& entryId, const std::
     JLOG(kCoreLog, 5, "New Dialled Call Remove Missed");
     if (startSec == -1 || endSec == -1) return;
     JLOG(kCoreLog, 5, "New Dialled Call Remove Missed:  Unknown Time");
-    missedRemoval = removeMissedEntryOf(remoteParty);
+    missedRemoval = removeMissedEntryOf(remoteParty, reports);
   });
+  reports.send();
   if (filed.repeated) {
     JLOG(kCoreLog, 5, "%s():Entry already exists, ignore", __func__);
     return false;

@@ -9,7 +9,8 @@
 
 #include "JournalService/ListAccess.h"
 
-// How one list files an occurrence; what is left empty does nothing.
+// How one list files an occurrence; what is left empty does nothing. Each runs under the list's
+// lock, so what the switch is to forget is noted in a PendingSwitchReports, never sent from here.
 template <class Item>
 struct FilingRules {
   std::function<bool(const Item&)> matches;   // the entry of the occurrence's party

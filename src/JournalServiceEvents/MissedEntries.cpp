@@ -62,6 +62,8 @@ bool JournalService::newMissedCallEntry(
   fillConnectedParty(info, remoteParty, deflectNumber, deflectName);
   if (timeSec != -1) info.timeDate = formatTimeDate(timeSec);
 
+  // What the switch is to forget is noted under the list's lock and sent once it is given.
+  PendingSwitchReports reports(*this);
   FilingRules<MissedCallItem> rules;
   rules.matches = [&](const MissedCallItem& item) { return contactMatchesMissedCall(item, contact); };
   rules.matchKeys = matchKeysOf(contact);
@@ -73,14 +75,14 @@ bool JournalService::newMissedCallEntry(
   };
   rules.beforeMerge = [&](MissedCallItem& merged) {
     if (!sip && m_serverCallLog) {
-      if (const auto* dropped = droppedOccurrence(merged.infos(), info.number)) sendMissedCallLogEntryRequest(dropped);
+      if (const auto* dropped = droppedOccurrence(merged.infos(), info.number)) reports.deleteCall(*dropped);
     }
     if (sip) m_savedMissedViewed = merged.getViewed();
     merged.setViewed(false);
   };
   if (!sip)
-    rules.onDrop = [this](const MissedCallItem& item) {
-      JournalListTraits<MissedCallItem>::reportToServer(*this, item);
+    rules.onDrop = [&](const MissedCallItem& item) {
+      JournalListTraits<MissedCallItem>::reportToServer(*this, item, reports);
     };
   if (!sip) {  // a KPX switch may send a call's log data again
     rules.isRepeat = [&](const MissedCallItem& entry) {
@@ -89,6 +91,7 @@ bool JournalService::newMissedCallEntry(
   }
   unsigned unviewed = 0;
   auto filed = fileOccurrence(info, rules, [&] { unviewed = getUnviewedMissedCallsCount(); });
+  reports.send();
   if (filed.repeated) {
     JLOG(kCoreLog, 5, "%s():newMissedCallEntry: Entry already exists, ignore", __func__);
     return false;
@@ -118,14 +121,18 @@ bool JournalService::sscfw_canAddMissedCall(const Contact& contact) {
 }
 
 bool JournalService::searchRemoveMissedCallEntry(const std::string& subscriberNumber) {
-  auto removal = removeMissedEntryOf(subscriberNumber);
+  PendingSwitchReports reports(*this);
+  auto removal = removeMissedEntryOf(subscriberNumber, reports);
+  reports.send();
   if (removal) notifyMissedRemoval(*removal);
   return removal.has_value();
 }
 
 // The entry holding an occurrence of the number goes, whichever of its occurrences it is; what the
-// observers are to be told is handed back, for the caller to send once it holds no list lock.
-std::optional<JournalService::MissedRemoval> JournalService::removeMissedEntryOf(const std::string& subscriberNumber) {
+// switch and the observers are to be told is handed back, for the caller to send once it holds no
+// list lock.
+std::optional<JournalService::MissedRemoval> JournalService::removeMissedEntryOf(const std::string& subscriberNumber,
+                                                                                 PendingSwitchReports& reports) {
   JLOG(kCoreLog, 5, "%s():Subscriber Number: %s", __func__, subscriberNumber.c_str());
   // A party without a number cannot be told from another caller without one.
   if (subscriberNumber.empty()) {
@@ -150,7 +157,7 @@ std::optional<JournalService::MissedRemoval> JournalService::removeMissedEntryOf
   JLOG(kCoreLog, 5, "%s():entry found", __func__);
   if (m_serverCallLog) {
     JLOG(kCoreLog, 5, "%s():send CSTAEscapeRequest", __func__);
-    sendMissedCallLogEntryRequests(found->infos());
+    reports.deleteCalls(found->infos());
   }
   storeDelete(*found);
   MissedRemoval removal{found->getUniqueId(), 0};

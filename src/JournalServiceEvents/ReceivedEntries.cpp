@@ -29,6 +29,8 @@ bool JournalService::newReceivedCallEntry(
   const bool talked = startSec != -1 && endSec != -1;
   if (talked) info.duration = formatDuration(startSec, endSec);
 
+  // What the switch is to forget is noted under the list's lock and sent once it is given.
+  PendingSwitchReports reports(*this);
   FilingRules<ReceivedCallItem> rules;
   rules.matches = [&](const ReceivedCallItem& item) { return contactMatchesReceivedCall(item, contact); };
   rules.matchKeys = matchKeysOf(contact);
@@ -40,10 +42,10 @@ bool JournalService::newReceivedCallEntry(
   };
   rules.beforeMerge = [&](ReceivedCallItem& merged) {
     if (!m_serverCallLog) return;
-    if (const auto* dropped = droppedOccurrence(merged.infos(), info.number)) sendReceivedCallLogEntryRequest(dropped);
+    if (const auto* dropped = droppedOccurrence(merged.infos(), info.number)) reports.deleteCall(*dropped);
   };
-  rules.onDrop = [this](const ReceivedCallItem& item) {
-    JournalListTraits<ReceivedCallItem>::reportToServer(*this, item);
+  rules.onDrop = [&](const ReceivedCallItem& item) {
+    JournalListTraits<ReceivedCallItem>::reportToServer(*this, item, reports);
   };
   if (!sip) {  // a KPX switch may send a call's log data again
     rules.isRepeat = [&](const ReceivedCallItem& entry) {
@@ -51,6 +53,7 @@ bool JournalService::newReceivedCallEntry(
     };
   }
   auto filed = fileOccurrence(info, rules, [] {});
+  reports.send();
   if (filed.repeated) {
     JLOG(kCoreLog, 5, "%s():Entry already exists, ignore", __func__);
     return false;

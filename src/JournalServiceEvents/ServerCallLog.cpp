@@ -1,28 +1,28 @@
 // Reports to the switch's call log: where the switch keeps the call log, every occurrence the
-// phone drops is deleted there too, one escape request per occurrence.
+// phone drops is deleted there too, one escape request per occurrence. Each request waits for the
+// switch's answer; work under a list lock notes its reports in a PendingSwitchReports instead,
+// which sends them once the lock is given.
 #include "JournalLog.h"
 #include "JournalService.h"
+#include "JournalService/PendingSwitchReports.h"
 #include "framework/CstaRequests.h"
 
 using journal::kEventsLog;
 
 namespace {
 
-CallLogEntryEvent::_LogTarget targetOf(const MissedCallItem::MissedCallInfo&) { return CallLogEntryEvent::LT_MISSED; }
-CallLogEntryEvent::_LogTarget targetOf(const ReceivedCallItem::ReceivedCallInfo&) {
-  return CallLogEntryEvent::LT_RECEIVED;
-}
-CallLogEntryEvent::_LogTarget targetOf(const DialledCallItem::DialledCallInfo&) {
-  return CallLogEntryEvent::LT_DIALLED;
-}
-
-// The delete request of one occurrence: the switch finds it by number and time.
+// The delete requests of one call, or of each call of a list, sent at once.
 template <class Info>
-CallLogEntryRequest deleteRequestFor(const Info& info) {
-  return CallLogEntryRequest(CallLogEntryEvent::ACTION_DELETE, targetOf(info), CallLogEntryEvent::TF_LOCAL, info.number,
-                             CallLogEntryEvent::PV_SHOWN, info.timeDate, CallLogEntryEvent::PV_NONE, nullptr,
-                             CallLogEntryEvent::PV_NONE, nullptr, CallLogEntryEvent::PV_NONE, nullptr,
-                             CallLogEntryEvent::PV_NONE, nullptr);
+void reportNow(JournalService& journal, const Info& info) {
+  PendingSwitchReports reports(journal);
+  reports.deleteCall(info);
+  reports.send();
+}
+template <class Info>
+void reportNow(JournalService& journal, const std::list<Info>& infos) {
+  PendingSwitchReports reports(journal);
+  reports.deleteCalls(infos);
+  reports.send();
 }
 
 }  // namespace
@@ -41,46 +41,42 @@ bool JournalService::sendCSTAEscapeRequest(CallLogEntryRequest* entry) {
   return true;
 }
 
+// Each sends at once: the caller holds no list lock.
 bool JournalService::sendMissedCallLogEntryRequest(MissedCallItem::MissedCallInfo const* info) {
-  CallLogEntryRequest entry = deleteRequestFor(*info);
-  sendCSTAEscapeRequest(&entry);
+  reportNow(*this, *info);
   return true;
 }
 
 bool JournalService::sendReceivedCallLogEntryRequest(ReceivedCallItem::ReceivedCallInfo const* info) {
-  CallLogEntryRequest entry = deleteRequestFor(*info);
-  sendCSTAEscapeRequest(&entry);
+  reportNow(*this, *info);
   return true;
 }
 
 bool JournalService::sendDialledCallLogEntryRequest(DialledCallItem::DialledCallInfo const* info) {
-  CallLogEntryRequest entry = deleteRequestFor(*info);
-  sendCSTAEscapeRequest(&entry);
+  reportNow(*this, *info);
   return true;
 }
 
-template <class Info>
-void JournalService::sendCallLogEntryRequests(const std::list<Info>& infos) {
-  for (const Info& info : infos) {
-    CallLogEntryRequest entry = deleteRequestFor(info);
-    sendCSTAEscapeRequest(&entry);
-  }
-}
-
-void JournalService::sendMissedCallLogEntryRequests(MissedCallItem::InfoList const& infos) {
-  sendCallLogEntryRequests(infos);
-}
+void JournalService::sendMissedCallLogEntryRequests(MissedCallItem::InfoList const& infos) { reportNow(*this, infos); }
 void JournalService::sendReceivedCallLogEntryRequests(ReceivedCallItem::InfoList const& infos) {
-  sendCallLogEntryRequests(infos);
+  reportNow(*this, infos);
 }
 void JournalService::sendDialledCallLogEntryRequests(DialledCallItem::InfoList const& infos) {
-  sendCallLogEntryRequests(infos);
+  reportNow(*this, infos);
+}
+
+void JournalService::sendCSTACAllLogEntryDeleteRequest(DialledCallItem::InfoList const& previous,
+                                                       DialledCallItem::DialledCallInfo const& added) {
+  PendingSwitchReports reports(*this);
+  reportCallsPushedOut(previous, added, reports);
+  reports.send();
 }
 
 // An entry keeps its ten newest occurrences: adding one to a full entry drops the oldest, which
 // the switch must forget too, unless a newer occurrence of the same number stays behind.
-void JournalService::sendCSTACAllLogEntryDeleteRequest(DialledCallItem::InfoList const& previous,
-                                                       DialledCallItem::DialledCallInfo const& added) {
+void JournalService::reportCallsPushedOut(DialledCallItem::InfoList const& previous,
+                                          DialledCallItem::DialledCallInfo const& added,
+                                          PendingSwitchReports& reports) {
   if (!m_serverCallLog || previous.size() < kMaxCallInfos) return;
   auto kept = previous.begin();
   std::advance(kept, kMaxCallInfos - 1);
@@ -89,6 +85,6 @@ void JournalService::sendCSTACAllLogEntryDeleteRequest(DialledCallItem::InfoList
                       std::any_of(previous.begin(), kept, [&](const DialledCallItem::DialledCallInfo& info) {
                         return info.number == dropped->number;
                       });
-    if (!stillShown) sendDialledCallLogEntryRequest(&*dropped);
+    if (!stillShown) reports.deleteCall(*dropped);
   }
 }

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <algorithm>
+#include <chrono>
+#include <condition_variable>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -54,12 +56,18 @@ class FakeMobilityService : public Service, public MobilityServiceIfc, Guarded {
 
 // CSTA service that records the names of the requests sent and the call-log entries of escape
 // requests, and answers each without error (a monitor start with cross-reference "monitor-1").
+// holdEscapes() makes it a slow switch: each escape request is recorded at once but waits for its
+// answer until releaseEscapes().
 class RecordingCstaService : public Service, public CSTAServiceIfc, Guarded {
  public:
   void sendRequest(CSTARequest& request) override {
-    std::lock_guard<std::mutex> guard(m_mutex);
+    std::unique_lock<std::mutex> lock(m_mutex);
     m_sent.emplace_back(request.requestName());
-    if (auto* escape = dynamic_cast<CSTAEscapeRequest*>(&request)) m_escapes.push_back(escape->getCallLogEntry());
+    if (auto* escape = dynamic_cast<CSTAEscapeRequest*>(&request)) {
+      m_escapes.push_back(escape->getCallLogEntry());
+      m_changed.notify_all();
+      m_changed.wait(lock, [&] { return !m_holdEscapes; });
+    }
     if (auto* start = dynamic_cast<CSTAMonitorStartRequest*>(&request)) {
       m_lastStart = start->hasMonitorFilter();
       request.setResponse(0, new CSTAMonitorStartResponse("monitor-1"));
@@ -71,10 +79,23 @@ class RecordingCstaService : public Service, public CSTAServiceIfc, Guarded {
   std::vector<CallLogEntryRequest> escapes() const { return read(m_escapes); }
   bool lastStartHadFilter() const { return m_lastStart; }
 
+  void holdEscapes() { assign(m_holdEscapes, true); }
+  void releaseEscapes() {
+    assign(m_holdEscapes, false);
+    m_changed.notify_all();
+  }
+  // Waits up to `timeoutMs` until `count` escape requests have arrived in all; true when they have.
+  bool waitForEscapes(size_t count, int timeoutMs) {
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return m_changed.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] { return m_escapes.size() >= count; });
+  }
+
  private:
   std::vector<std::string> m_sent;
   std::vector<CallLogEntryRequest> m_escapes;
   bool m_lastStart = false;
+  bool m_holdEscapes = false;
+  std::condition_variable m_changed;  // an escape arrived, or the hold ended
 };
 
 // Store that records every request and answers with `reply` ("failed" unless told otherwise).
