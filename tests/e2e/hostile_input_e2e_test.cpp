@@ -145,7 +145,7 @@ TEST_F(HostileInputDaemonTest, DeepNestingFromTheSwitchAndFromAClientLeavesTheDa
   ASSERT_TRUE(client.call(request, reply, error, 30000)) << error << daemon->err();
   EXPECT_EQ(reply, Helper::respBool(false));  // read and answered: no entry has those ids
   EXPECT_TRUE(daemon->running());
-  EXPECT_TRUE(missedNumbers() == std::vector<std::string>{"0301111111"});
+  EXPECT_EQ(std::vector<std::string>{"0301111111"}, missedNumbers());
 }
 
 // A caller's name with bytes that are not UTF-8 and a name far too long: the entry holds
