@@ -12,6 +12,7 @@
 
 #include "CstaEventFactory.h"
 #include "JournalHarness.h"
+#include "Printers.h"
 #include "RecordingObserver.h"
 #include "framework/LockOrder.h"
 #include "framework/MemoryDataAccessService.h"

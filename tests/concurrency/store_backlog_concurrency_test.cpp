@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "JournalHarness.h"
+#include "Printers.h"
 #include "SqlRows.h"
 #include "SqliteFaultVfs.h"
 #include "framework/JournalServiceHelper.h"

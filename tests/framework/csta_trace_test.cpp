@@ -77,7 +77,7 @@ TEST(CstaTrace, RefusesEachFaultNamingItsPlace) {
     std::string error;
     EXPECT_FALSE(fw::readCstaTrace(text, "f", read, error)) << expected;
     EXPECT_EQ(error.substr(0, expected.size()), expected) << text;
-    EXPECT_TRUE(read.steps.empty());
+    EXPECT_EQ(0u, read.steps.size());
   }
 }
 

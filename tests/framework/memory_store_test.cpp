@@ -8,6 +8,7 @@
 
 #include "Items.h"
 #include "LogCapture.h"
+#include "Printers.h"
 #include "framework/JournalServiceHelper.h"
 #include "framework/MemoryDataAccessService.h"
 
@@ -71,7 +72,7 @@ TEST_F(MemoryStoreTest, KeepsTheSettingsAndARequestThatFailsChangesNothing) {
                                  request(H::UPDATEREQUEST, H::createXMLField("colour", "red"), H::SETTINGS_SCHEMA),
                                  std::string("<storeRequest")})
     EXPECT_EQ(store.processRequest(bad), "failed") << bad;
-  EXPECT_TRUE(readMissed().empty());
+  EXPECT_EQ(Missed{}, readMissed());
   EXPECT_TRUE(log.contains("unknown setting <colour>", 2));
   EXPECT_TRUE(log.contains("Store request failed: an entry's item body is a <dialledCall>, not a <missedCall>", 2));
 }
@@ -97,7 +98,7 @@ TEST_F(MemoryStoreTest, ABodyTheJournalCannotReadIsRefused) {
       "&lt;missedCall&gt;&lt;callInfos&gt;&lt;callInfo logTarget=\"99\"/&gt;&lt;/callInfos&gt;&lt;/missedCall&gt;"};
   for (const std::string& body : unreadable)
     EXPECT_EQ(store.processRequest(request(H::WRITEREQUEST, "<entry>" + body + "</entry>")), "failed") << body;
-  EXPECT_TRUE(readMissed().empty());
+  EXPECT_EQ(Missed{}, readMissed());
 }
 
 }  // namespace

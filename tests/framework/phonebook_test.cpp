@@ -141,14 +141,14 @@ TEST_F(Phonebook, ReloadSwapsTheWholeIndexUnderConcurrentLookups) {
   }
   done = true;
   reader.join();
-  EXPECT_TRUE(seen.empty()) << seen.front();
+  EXPECT_EQ(std::vector<std::string>{}, seen);
   EXPECT_EQ(find("100"), "New||2|");
   EXPECT_EQ(find("200"), "unknown");
 }
 
 TEST(ConfiguredDigitAnalysis, FeatureAccessCodesArePrefixesFromTheConfiguration) {
   FileLocalMgmt mgmt;
-  EXPECT_TRUE(ConfiguredDigitAnalysis(mgmt).codes().empty());
+  EXPECT_EQ(std::vector<std::string>{}, ConfiguredDigitAnalysis(mgmt).codes());
   mgmt.setValue(ConfiguredDigitAnalysis::kConfigKey, " *21, *61,, # ,** ,");
   ConfiguredDigitAnalysis analysis(mgmt);
   EXPECT_EQ(analysis.codes(), (std::vector<std::string>{"*21", "*61", "#", "**"}));

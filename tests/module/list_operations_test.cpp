@@ -3,6 +3,7 @@
 
 #include "Items.h"
 #include "JournalHarness.h"
+#include "Printers.h"
 #include "RecordingObserver.h"
 #include "framework/JournalServiceHelper.h"
 
@@ -71,7 +72,7 @@ TEST_F(ListOperations, AgeingViewedMarkingAndSetDeletionsSendOneMessageAndSkipUn
   EXPECT_FALSE(s.ageMissedCall("nobody"));
   EXPECT_EQ(sent(), (Calls{"write callLogMissedCalls 1", "missedCount 1", "missed M3||1"}));
   s.setMissedCallListAsViewed({});
-  EXPECT_TRUE(sent().empty());
+  EXPECT_EQ(Calls{}, sent());
   s.setMissedCallListAsViewed({"M1", "M3"});
   EXPECT_EQ(sent(), (Calls{"write callLogMissedCalls 2", "missedCount 0", "missed ||3"}));
   EXPECT_EQ(s.countUnviewedMissedCalls(), 0u);
@@ -99,7 +100,7 @@ TEST_F(ListOperations, AgeingViewedMarkingAndSetDeletionsSendOneMessageAndSkipUn
 
 TEST_F(ListOperations, DroppedOccurrencesAreReportedWhereTheSwitchKeepsTheCallLog) {
   phone.service->deleteMissedCall("M2");
-  EXPECT_TRUE(phone.csta.escapes().empty());
+  EXPECT_EQ(std::vector<CallLogEntryRequest>{}, phone.csta.escapes());
   peer.setServerCallLog(true);
   phone.service->deleteMissedCall("M1");
   phone.service->deleteForwardedCall("F1");  // the switch keeps no forwarded list

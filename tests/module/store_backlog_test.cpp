@@ -78,12 +78,12 @@ TEST_F(StoreBacklog, ChangesWaitWithoutAskingTheStoreAndAreWrittenInOrderOnceARe
   EXPECT_EQ(phone.service->storeHealth().waitingChanges, 2u);  // A's row to delete, C to write
 
   phone.advance(999);
-  EXPECT_TRUE(sent().empty());
+  EXPECT_EQ(Lines{}, sent());
   phone.advance(1);  // the first retry finds the store failing still: the next waits twice as long
   EXPECT_EQ(sent(), (Lines{"write -"}));
   phone.store.setReply(kStored);
   phone.advance(1999);
-  EXPECT_TRUE(sent().empty());
+  EXPECT_EQ(Lines{}, sent());
   phone.advance(1);
   // Deletions first, then the entries as they are now, oldest first; C gets a row of its own.
   EXPECT_EQ(sent(), (Lines{"write -", "delete A#9", "write C"}));
