@@ -137,6 +137,7 @@ CSTADeviceID party(const E& event, void (P::*getter)(std::string&, std::string&)
   (event.*getter)(device.number, device.name);
   return device;
 }
+// An event document of the third edition, an element naming a device by `id`, one naming a connection.
 const std::string kEcma = " xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed";
 std::string doc(const std::string& name, const std::string& body) {
   return "<?xml version=\"1.0\" encoding=\"UTF-8\"?><" + name + kEcma +
@@ -153,6 +154,7 @@ std::string conn(const char* role, const std::string& callId, const std::string&
 // What an event carries, by name: devices as `"name" <number>`, enumerations as their numbers,
 // a call-log entry's texts as "<presentation> <text>". Each part an event class has gives its names.
 using Fields = std::map<std::string, std::string>;
+using LogEntry = CallLogEntryEvent;
 
 std::string shown(const CSTADeviceID& device) { return "\"" + device.name + "\" <" + device.number + ">"; }
 std::string shown(const CallLogEntryEvent::Field& field) {
@@ -163,17 +165,16 @@ std::string shown(const CallLogEntryEvent::Field& field) {
 std::string number(int value) { return std::to_string(value); }
 
 void addCallLogEntry(const CallLogEntryEvent& entry, Fields& fields) {
-  using L = CallLogEntryEvent;
   fields["action"] = number(entry.action);
   fields["log target"] = number(entry.logTarget);
   fields["time format"] = number(entry.timeFormat);
   fields["subscriber number"] = entry.subscriberNumber;
-  const std::pair<const char*, L::_FieldIndex> texts[] = {{"date time", L::FIELD_DATE_TIME},
-                                                          {"name", L::FIELD_NAME},
-                                                          {"deflect number", L::FIELD_DEFLECT_NUMBER},
-                                                          {"deflect name", L::FIELD_DEFLECT_NAME},
-                                                          {"connected number", L::FIELD_CONNECTED_NUMBER},
-                                                          {"connected name", L::FIELD_CONNECTED_NAME}};
+  const std::pair<const char*, LogEntry::_FieldIndex> texts[] = {{"date time", LogEntry::FIELD_DATE_TIME},
+                                                                 {"name", LogEntry::FIELD_NAME},
+                                                                 {"deflect number", LogEntry::FIELD_DEFLECT_NUMBER},
+                                                                 {"deflect name", LogEntry::FIELD_DEFLECT_NAME},
+                                                                 {"connected number", LogEntry::FIELD_CONNECTED_NUMBER},
+                                                                 {"connected name", LogEntry::FIELD_CONNECTED_NAME}};
   for (const auto& [name, index] : texts) fields[name] = shown(entry.field(index));
 }
 
@@ -240,79 +241,78 @@ struct EventCase {
   Fields expected;
 };
 
+const EventCase kEventCases[] = {
+    {"a delivered event with four parties, its state, cause and the call status in private data",
+     doc("DeliveredEvent",
+         conn("connection", "FF00", "N&lt;2001&gt;") + dev("alertingDevice", "N&lt;2001&gt;;displayName=Desk") +
+             dev("callingDevice", "N&lt;0301234&gt;;displayName=Ola%20Nord") + dev("calledDevice", "2001") +
+             "<lastRedirectionDevice><numberDialed>2050</numberDialed></lastRedirectionDevice><futureElement><x>1"
+             "</x></futureElement><localConnectionInfo>alerting</localConnectionInfo><cause>redirected</cause>"
+             "<extensions><privateData><private xmlns:v=\"urn:vendor:csta\"><v:lineKey>3</v:lineKey><callStatus>"
+             "MissedCall</callStatus></private></privateData></extensions>"),
+     {{"event", "DeliveredEvent"},
+      {"call", "FF00"},
+      {"connection device", R"("" <2001>)"},
+      {"alerting", R"("Desk" <2001>)"},
+      {"calling", R"("Ola Nord" <0301234>)"},
+      {"called", R"("" <2001>)"},
+      {"last redirection", R"("" <2050>)"},
+      {"local state", number(CSTA_LCS_Alerting)},
+      {"cause", number(EC_REDIRECTED)},
+      {"private data", "MissedCall"}}},
+    {"an established event whose parties are not known, restricted or not required",
+     doc("EstablishedEvent", conn("establishedConnection", "42") +
+                                 "<callingDevice><notKnown/></callingDevice><calledDevice><restricted/></calledDevice>"
+                                 "<lastRedirectionDevice><notRequired/></lastRedirectionDevice><cause>48</cause>"),
+     {{"event", "EstablishedEvent"},
+      {"calling", std::string("\"\" <") + communicationsServiceTexts::noNumberProvided + ">"},
+      {"called", R"("" <>)"},
+      {"last redirection", R"("" <>)"},
+      {"cause", number(EC_NORMAL_CLEARING)}}},
+    {"a queued event's queue",
+     doc("QueuedEvent", conn("queuedConnection", "43") + dev("queue", "600")),
+     {{"event", "QueuedEvent"}, {"call", "43"}, {"queue", R"("" <600>)"}}},
+    {"a transferred event, in the schema's spelling TransferedEvent",
+     doc("TransferedEvent", conn("primaryOldCall", "47") + conn("secondaryOldCall", "48") +
+                                dev("transferredToDevice", "N&lt;2003&gt;;displayName=Kim")),
+     {{"event", "TransferredEvent"},
+      {"call", "47"},
+      {"secondary old call", "48"},
+      {"transferred to", R"("Kim" <2003>)"},
+      {"remote party name", "Kim"}}},
+    {"a call information event's device and its name",
+     doc("CallInformationEvent", conn("connection", "52", "N&lt;2001&gt;;displayName=Desk")),
+     {{"event", "CallInformationEvent"}, {"call", "52"}, {"connection device", R"("Desk" <2001>)"}}},
+    {"a hookswitch event",
+     doc("HookswitchEvent", dev("device", "2001") + "<hookswitchOnHook>true</hookswitchOnHook>"),
+     {{"event", "HookswitchEvent"}, {"device", R"("" <2001>)"}, {"on", "true"}}},
+    {"the switch's system status",
+     doc("SystemStatus", "<systemStatus>overloadImminent</systemStatus>"),
+     {{"event", "SystemStatusEvent"}, {"system status", "overloadImminent"}}},
+    {"a private event of another kind keeps its private data",
+     doc("PrivateEvent", "<privateData><private><keyPressed>5</keyPressed></private></privateData>"),
+     {{"event", "PrivateEvent"},
+      {"private event type", number(CSTAPrivateEvent::kPrivateEventUnknown)},
+      {"private data", "<private><keyPressed>5</keyPressed></private>"}}},
+    {"a private event with an entry of the switch's call log",
+     doc("PrivateEvent",
+         "<privateData><private><callLogEntry><action>delete</action><logTarget>dialledDiverted</logTarget>"
+         "<timeFormat>utc</timeFormat><subscriberNumber>0301234</subscriberNumber><dateTime>2026-03-01T10:00:00"
+         "</dateTime><name presentation=\"restricted\">Ola</name><deflectNumber presentation=\"none\"/>"
+         "</callLogEntry></private></privateData>"),
+     {{"event", "PrivateEvent"},
+      {"private event type", number(CSTAPrivateEvent::kPrivateEventCallLogEntry)},
+      {"action", number(LogEntry::ACTION_DELETE)},
+      {"log target", number(LogEntry::LT_DIALLED_DIVERTED)},
+      {"time format", number(LogEntry::TF_UTC)},
+      {"subscriber number", "0301234"},
+      {"date time", "shown 2026-03-01T10:00:00"},
+      {"name", "restricted Ola"},
+      {"deflect number", "none "},
+      {"connected name", "none "}}}};
+
 TEST(CstaEventParseTest, ReadsEventsIntoTheirObjects) {
-  using L = CallLogEntryEvent;
-  const EventCase cases[] = {
-      {"a delivered event with four parties, its state, cause and the call status in private data",
-       doc("DeliveredEvent",
-           conn("connection", "FF00", "N&lt;2001&gt;") + dev("alertingDevice", "N&lt;2001&gt;;displayName=Desk") +
-               dev("callingDevice", "N&lt;0301234&gt;;displayName=Ola%20Nord") + dev("calledDevice", "2001") +
-               "<lastRedirectionDevice><numberDialed>2050</numberDialed></lastRedirectionDevice><futureElement><x>1"
-               "</x></futureElement><localConnectionInfo>alerting</localConnectionInfo><cause>redirected</cause>"
-               "<extensions><privateData><private xmlns:v=\"urn:vendor:csta\"><v:lineKey>3</v:lineKey><callStatus>"
-               "MissedCall</callStatus></private></privateData></extensions>"),
-       {{"event", "DeliveredEvent"},
-        {"call", "FF00"},
-        {"connection device", R"("" <2001>)"},
-        {"alerting", R"("Desk" <2001>)"},
-        {"calling", R"("Ola Nord" <0301234>)"},
-        {"called", R"("" <2001>)"},
-        {"last redirection", R"("" <2050>)"},
-        {"local state", number(CSTA_LCS_Alerting)},
-        {"cause", number(EC_REDIRECTED)},
-        {"private data", "MissedCall"}}},
-      {"an established event whose parties are not known, restricted or not required",
-       doc("EstablishedEvent",
-           conn("establishedConnection", "42") +
-               "<callingDevice><notKnown/></callingDevice><calledDevice><restricted/></calledDevice>"
-               "<lastRedirectionDevice><notRequired/></lastRedirectionDevice><cause>48</cause>"),
-       {{"event", "EstablishedEvent"},
-        {"calling", std::string("\"\" <") + communicationsServiceTexts::noNumberProvided + ">"},
-        {"called", R"("" <>)"},
-        {"last redirection", R"("" <>)"},
-        {"cause", number(EC_NORMAL_CLEARING)}}},
-      {"a queued event's queue",
-       doc("QueuedEvent", conn("queuedConnection", "43") + dev("queue", "600")),
-       {{"event", "QueuedEvent"}, {"call", "43"}, {"queue", R"("" <600>)"}}},
-      {"a transferred event, in the schema's spelling TransferedEvent",
-       doc("TransferedEvent", conn("primaryOldCall", "47") + conn("secondaryOldCall", "48") +
-                                  dev("transferredToDevice", "N&lt;2003&gt;;displayName=Kim")),
-       {{"event", "TransferredEvent"},
-        {"call", "47"},
-        {"secondary old call", "48"},
-        {"transferred to", R"("Kim" <2003>)"},
-        {"remote party name", "Kim"}}},
-      {"a call information event's device and its name",
-       doc("CallInformationEvent", conn("connection", "52", "N&lt;2001&gt;;displayName=Desk")),
-       {{"event", "CallInformationEvent"}, {"call", "52"}, {"connection device", R"("Desk" <2001>)"}}},
-      {"a hookswitch event",
-       doc("HookswitchEvent", dev("device", "2001") + "<hookswitchOnHook>true</hookswitchOnHook>"),
-       {{"event", "HookswitchEvent"}, {"device", R"("" <2001>)"}, {"on", "true"}}},
-      {"the switch's system status",
-       doc("SystemStatus", "<systemStatus>overloadImminent</systemStatus>"),
-       {{"event", "SystemStatusEvent"}, {"system status", "overloadImminent"}}},
-      {"a private event of another kind keeps its private data",
-       doc("PrivateEvent", "<privateData><private><keyPressed>5</keyPressed></private></privateData>"),
-       {{"event", "PrivateEvent"},
-        {"private event type", number(CSTAPrivateEvent::kPrivateEventUnknown)},
-        {"private data", "<private><keyPressed>5</keyPressed></private>"}}},
-      {"a private event with an entry of the switch's call log",
-       doc("PrivateEvent",
-           "<privateData><private><callLogEntry><action>delete</action><logTarget>dialledDiverted</logTarget>"
-           "<timeFormat>utc</timeFormat><subscriberNumber>0301234</subscriberNumber><dateTime>2026-03-01T10:00:00"
-           "</dateTime><name presentation=\"restricted\">Ola</name><deflectNumber presentation=\"none\"/>"
-           "</callLogEntry></private></privateData>"),
-       {{"event", "PrivateEvent"},
-        {"private event type", number(CSTAPrivateEvent::kPrivateEventCallLogEntry)},
-        {"action", number(L::ACTION_DELETE)},
-        {"log target", number(L::LT_DIALLED_DIVERTED)},
-        {"time format", number(L::TF_UTC)},
-        {"subscriber number", "0301234"},
-        {"date time", "shown 2026-03-01T10:00:00"},
-        {"name", "restricted Ola"},
-        {"deflect number", "none "},
-        {"connected name", "none "}}}};
-  for (const EventCase& c : cases) {
+  for (const EventCase& c : kEventCases) {
     SCOPED_TRACE(c.name);
     expectFields(c.expected, parsedFields(c.xml));
   }
