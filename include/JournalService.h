@@ -45,7 +45,6 @@
 #include "framework/Semaphore.h"
 #include "framework/Services.h"
 
-class JournalServiceTestPeer;
 class CallLogEntryRequest;
 // Per list type: the list, its lock, its stored table and its XML codec (src/JournalService).
 template <class Item>
@@ -448,8 +447,6 @@ class JournalService : public Service,
   static constexpr size_t kMaxListEntries = 1000;
 
  private:
-  friend class JournalServiceTestPeer;
-
   // The parties an event reports: the remote party, and where the call was diverted.
   struct CallParties {
     const std::string& remote;

@@ -1,6 +1,7 @@
 // Client operations on the lists: what they change, send to the store and the switch, and tell each observer.
 #include <gtest/gtest.h>
 
+#include "CstaEventFactory.h"
 #include "Items.h"
 #include "JournalHarness.h"
 #include "Printers.h"
@@ -22,13 +23,37 @@ class ListOperations : public ::testing::Test {
     phone.service->refreshCallLog();  // loads the (empty) stored lists once
     ASSERT_TRUE(phone.service->subscribe(&observer));
     const std::string t10 = "2024-03-05T10:00:00", t9 = "2024-03-05T09:00:00";
-    peer.missedList() = {makeEntry<MissedCallItem>("M1", "100", t10, 2), makeEntry<MissedCallItem>("M2", "200", t9),
-                         makeEntry<MissedCallItem>("M3", "300", "2024-03-05T08:00:00")};
-    peer.missedList()[1].setViewed(true);
-    peer.dialledList() = {makeEntry<DialledCallItem>("D1", "100", t10), makeEntry<DialledCallItem>("D2", "200", t9)};
-    peer.receivedList() = {makeEntry<ReceivedCallItem>("R1", "100", t10), makeEntry<ReceivedCallItem>("D2", "200", t9)};
-    peer.forwardedList() = {makeEntry<ForwardedCallItem>("F1", "100", t10)};
+    auto viewed = makeEntry<MissedCallItem>("M2", "200", t9);
+    viewed.setViewed(true);
+    load(&JournalService::processMissedCallDbXml, &H::createXMLMissedCallItemBody,
+         {makeEntry<MissedCallItem>("M1", "100", t10, 2), viewed,
+          makeEntry<MissedCallItem>("M3", "300", "2024-03-05T08:00:00")});
+    load(&JournalService::processDialledCallDbXml, &H::createXMLDialledCallItemBody,
+         {makeEntry<DialledCallItem>("D1", "100", t10), makeEntry<DialledCallItem>("D2", "200", t9)});
+    load(&JournalService::processReceivedCallDbXml, &H::createXMLReceivedCallItemBody,
+         {makeEntry<ReceivedCallItem>("R1", "100", t10), makeEntry<ReceivedCallItem>("R2", "200", t9)});
+    load(&JournalService::processForwardedCallDbXml, &H::createXMLForwardedCallItemBody,
+         {makeEntry<ForwardedCallItem>("F1", "100", t10)});
     sent();
+  }
+  // Replaces a list with `entries`, as the store's reply to a read would.
+  template <class Item>
+  void load(void (JournalService::*process)(const std::string&), void (*body)(const Item&, std::string&, bool),
+            const std::vector<Item>& entries) {
+    std::string reply = "<storeReply><result>ok</result>";
+    for (const Item& entry : entries) body(entry, reply, false);
+    (phone.service.get()->*process)(reply + "</storeReply>");
+  }
+  void deliver(std::unique_ptr<CSTAEvent> event) { phone.service->deliverEvent(event.get()); }
+  // The switch reports a callback set on `number`'s line: the journal names it by the number.
+  void callBackSetOn(const std::string& number) {
+    deliver(csta::callBack(csta::dev(number), CSTACallBackEvent::CB_TYPE_BUSY, CSTACallBackEvent::CB_STATE_SET));
+  }
+  template <class Item>
+  std::deque<Item> read(bool (JournalService::*get)(std::deque<Item>&)) {
+    std::deque<Item> list;
+    (phone.service.get()->*get)(list);
+    return list;
   }
   // Since the last call: "<reason> <table> <number of entries>" of each store request, then the observer's calls.
   Calls sent() {
@@ -47,7 +72,6 @@ class ListOperations : public ::testing::Test {
 
   JournalHarness phone{{{"software-type", "Velmora KPX"}}};
   RecordingObserver observer;
-  JournalServiceTestPeer peer = phone.peer();
 };
 
 TEST_F(ListOperations, SingleDeletionsStoreTheDeleteAndTellObservers) {
@@ -60,10 +84,11 @@ TEST_F(ListOperations, SingleDeletionsStoreTheDeleteAndTellObservers) {
   EXPECT_EQ(sent(), (Calls{"delete callLogMissedCalls 1", "delete callLogDialledCalls 1",
                            "delete callLogReceivedCalls 1", "delete callLogForwardedCalls 1", "missedCount 1",
                            "missed |M1|2", "dialled D2|D1|2", "received |R1|2", "forwarded |F1|2"}));
-  peer.callBackList() = {makeCallBack("C1", "100")};
+  callBackSetOn("100");
+  sent();
   EXPECT_FALSE(s.deleteMissedCall("M1"));  // M1 is unknown now: nothing stored, nobody told
-  EXPECT_TRUE(s.deleteCallBack("C1"));
-  EXPECT_EQ(sent(), (Calls{"callbacks |C1|2", "callbackCount 0"}));  // callbacks are never stored
+  EXPECT_TRUE(s.deleteCallBack("100"));
+  EXPECT_EQ(sent(), (Calls{"callbacks |100|2", "callbackCount 0"}));  // callbacks are never stored
 }
 
 TEST_F(ListOperations, AgeingViewedMarkingAndSetDeletionsSendOneMessageAndSkipUnknownIds) {
@@ -81,8 +106,9 @@ TEST_F(ListOperations, AgeingViewedMarkingAndSetDeletionsSendOneMessageAndSkipUn
 
   EXPECT_TRUE(s.deleteMissedCallList(std::set<std::string>{"M1", "M3", "nobody"}));
   EXPECT_EQ(sent(), (Calls{"delete callLogMissedCalls 2", "missedCount 0", "missed ||3"}));
-  ASSERT_EQ(peer.missedList().size(), 1u);
-  EXPECT_EQ(peer.missedList().front().getEntryId(), "M2");
+  const auto missed = read(&JournalService::getMissedCallList);
+  ASSERT_EQ(1u, missed.size());
+  EXPECT_EQ("M2", missed.front().getEntryId());
   // A set naming no entry changes nothing: the store is sent nothing (an empty delete would empty the
   // stored table) and nobody is told.
   EXPECT_TRUE(s.deleteDialledCallList(std::set<std::string>{"nobody"}));
@@ -90,18 +116,20 @@ TEST_F(ListOperations, AgeingViewedMarkingAndSetDeletionsSendOneMessageAndSkipUn
   s.deleteDialledCallList(std::set<std::string>{"D1"});
   EXPECT_EQ(sent(), (Calls{"delete callLogDialledCalls 1", "dialled D2||3"}));
 
-  // deleteCalls tries the received, dialled, missed and forwarded lists in turn: D2 goes from the received only.
+  // deleteCalls finds each id in whichever list holds it.
   EXPECT_FALSE(s.deleteCalls({}));
   EXPECT_FALSE(s.deleteCalls({"unknown"}));
-  EXPECT_TRUE(s.deleteCalls({"D2", "F1", "unknown"}));
-  EXPECT_EQ((std::vector<size_t>{peer.receivedList().size(), peer.dialledList().size(), peer.forwardedList().size()}),
-            (std::vector<size_t>{1, 1, 0}));
+  EXPECT_TRUE(s.deleteCalls({"R2", "F1", "unknown"}));
+  EXPECT_EQ(1u, read(&JournalService::getReceivedCallList).size());
+  EXPECT_EQ(1u, read(&JournalService::getDialledCallList).size());
+  EXPECT_EQ(0u, read(&JournalService::getForwardedCallList).size());
 }
 
 TEST_F(ListOperations, DroppedOccurrencesAreReportedWhereTheSwitchKeepsTheCallLog) {
   phone.service->deleteMissedCall("M2");
   EXPECT_EQ(std::vector<CallLogEntryRequest>{}, phone.csta.escapes());
-  peer.setServerCallLog(true);
+  phone.mgmt.setValue("system-identifier", "2");  // from now on the switch keeps the call log
+  phone.mgmt.drainNotifications();
   phone.service->deleteMissedCall("M1");
   phone.service->deleteForwardedCall("F1");  // the switch keeps no forwarded list
   phone.service->deleteReceivedCallList();
@@ -127,7 +155,8 @@ TEST_F(ListOperations, NewSubscribersGetTheirStartUpMessagesAndDoubleSubscriptio
   RecordingObserver late, later;
   ASSERT_TRUE(s.subscribe(&late));
   EXPECT_EQ(late.take(), (Calls{"missedCount 2", "dialled D1||3"}));  // no callbacks, no count
-  peer.callBackList() = {makeCallBack("C1", "100")};
+  callBackSetOn("100");
+  observer.take();
   EXPECT_TRUE(s.subscribe(&later));
   EXPECT_TRUE(s.subscribe(&observer));
   EXPECT_FALSE(s.subscribe(nullptr));
@@ -136,8 +165,8 @@ TEST_F(ListOperations, NewSubscribersGetTheirStartUpMessagesAndDoubleSubscriptio
   EXPECT_EQ(observer.take(),
             (Calls{"missedCount 2", "dialled D1||3", "callbackCount 1", "received |R1|2", "received |R1|2"}));
   EXPECT_TRUE(s.unsubscribe(&observer));
-  s.deleteReceivedCall("D2");
-  EXPECT_EQ(observer.take(), Calls{"received |D2|2"});
+  s.deleteReceivedCall("R2");
+  EXPECT_EQ(observer.take(), Calls{"received |R2|2"});
   EXPECT_TRUE(s.unsubscribe(&observer));
   EXPECT_FALSE(s.unsubscribe(&observer));
 }
