@@ -75,51 +75,51 @@ class ListOperations : public ::testing::Test {
 };
 
 TEST_F(ListOperations, SingleDeletionsStoreTheDeleteAndTellObservers) {
-  auto& s = *phone.service;
-  EXPECT_TRUE(s.deleteMissedCall("M1"));
-  EXPECT_TRUE(s.deleteDialledCall("D1"));
-  EXPECT_TRUE(s.deleteReceivedCall("R1"));
-  EXPECT_TRUE(s.deleteForwardedCall("F1"));
+  auto& journal = *phone.service;
+  EXPECT_TRUE(journal.deleteMissedCall("M1"));
+  EXPECT_TRUE(journal.deleteDialledCall("D1"));
+  EXPECT_TRUE(journal.deleteReceivedCall("R1"));
+  EXPECT_TRUE(journal.deleteForwardedCall("F1"));
   // M2 was viewed already; the new first dialled entry comes along.
   EXPECT_EQ(sent(), (Calls{"delete callLogMissedCalls 1", "delete callLogDialledCalls 1",
                            "delete callLogReceivedCalls 1", "delete callLogForwardedCalls 1", "missedCount 1",
                            "missed |M1|2", "dialled D2|D1|2", "received |R1|2", "forwarded |F1|2"}));
   callBackSetOn("100");
   sent();
-  EXPECT_FALSE(s.deleteMissedCall("M1"));  // M1 is unknown now: nothing stored, nobody told
-  EXPECT_TRUE(s.deleteCallBack("100"));
+  EXPECT_FALSE(journal.deleteMissedCall("M1"));  // M1 is unknown now: nothing stored, nobody told
+  EXPECT_TRUE(journal.deleteCallBack("100"));
   EXPECT_EQ(sent(), (Calls{"callbacks |100|2", "callbackCount 0"}));  // callbacks are never stored
 }
 
 TEST_F(ListOperations, AgeingViewedMarkingAndSetDeletionsSendOneMessageAndSkipUnknownIds) {
-  auto& s = *phone.service;
-  EXPECT_TRUE(s.ageMissedCall("M3"));
-  EXPECT_FALSE(s.ageMissedCall("nobody"));
+  auto& journal = *phone.service;
+  EXPECT_TRUE(journal.ageMissedCall("M3"));
+  EXPECT_FALSE(journal.ageMissedCall("nobody"));
   EXPECT_EQ(sent(), (Calls{"write callLogMissedCalls 1", "missedCount 1", "missed M3||1"}));
-  s.setMissedCallListAsViewed({});
+  journal.setMissedCallListAsViewed({});
   EXPECT_EQ(Calls{}, sent());
-  s.setMissedCallListAsViewed({"M1", "M3"});
+  journal.setMissedCallListAsViewed({"M1", "M3"});
   EXPECT_EQ(sent(), (Calls{"write callLogMissedCalls 2", "missedCount 0", "missed ||3"}));
-  EXPECT_EQ(s.countUnviewedMissedCalls(), 0u);
-  s.setMissedCallListAsViewed({"nobody"});  // names no entry: nothing written, nobody told
+  EXPECT_EQ(journal.countUnviewedMissedCalls(), 0u);
+  journal.setMissedCallListAsViewed({"nobody"});  // names no entry: nothing written, nobody told
   EXPECT_EQ(sent(), Calls{});
 
-  EXPECT_TRUE(s.deleteMissedCallList(std::set<std::string>{"M1", "M3", "nobody"}));
+  EXPECT_TRUE(journal.deleteMissedCallList(std::set<std::string>{"M1", "M3", "nobody"}));
   EXPECT_EQ(sent(), (Calls{"delete callLogMissedCalls 2", "missedCount 0", "missed ||3"}));
   const auto missed = read(&JournalService::getMissedCallList);
   ASSERT_EQ(1u, missed.size());
   EXPECT_EQ("M2", missed.front().getEntryId());
   // A set naming no entry changes nothing: the store is sent nothing (an empty delete would empty the
   // stored table) and nobody is told.
-  EXPECT_TRUE(s.deleteDialledCallList(std::set<std::string>{"nobody"}));
+  EXPECT_TRUE(journal.deleteDialledCallList(std::set<std::string>{"nobody"}));
   EXPECT_EQ(sent(), Calls{});
-  s.deleteDialledCallList(std::set<std::string>{"D1"});
+  journal.deleteDialledCallList(std::set<std::string>{"D1"});
   EXPECT_EQ(sent(), (Calls{"delete callLogDialledCalls 1", "dialled D2||3"}));
 
   // deleteCalls finds each id in whichever list holds it.
-  EXPECT_FALSE(s.deleteCalls({}));
-  EXPECT_FALSE(s.deleteCalls({"unknown"}));
-  EXPECT_TRUE(s.deleteCalls({"R2", "F1", "unknown"}));
+  EXPECT_FALSE(journal.deleteCalls({}));
+  EXPECT_FALSE(journal.deleteCalls({"unknown"}));
+  EXPECT_TRUE(journal.deleteCalls({"R2", "F1", "unknown"}));
   EXPECT_EQ(1u, read(&JournalService::getReceivedCallList).size());
   EXPECT_EQ(1u, read(&JournalService::getDialledCallList).size());
   EXPECT_EQ(0u, read(&JournalService::getForwardedCallList).size());
@@ -151,24 +151,24 @@ TEST_F(ListOperations, DroppedOccurrencesAreReportedWhereTheSwitchKeepsTheCallLo
 }
 
 TEST_F(ListOperations, NewSubscribersGetTheirStartUpMessagesAndDoubleSubscriptionsDoubleUpdates) {
-  auto& s = *phone.service;
+  auto& journal = *phone.service;
   RecordingObserver late, later;
-  ASSERT_TRUE(s.subscribe(&late));
+  ASSERT_TRUE(journal.subscribe(&late));
   EXPECT_EQ(late.take(), (Calls{"missedCount 2", "dialled D1||3"}));  // no callbacks, no count
   callBackSetOn("100");
   observer.take();
-  EXPECT_TRUE(s.subscribe(&later));
-  EXPECT_TRUE(s.subscribe(&observer));
-  EXPECT_FALSE(s.subscribe(nullptr));
+  EXPECT_TRUE(journal.subscribe(&later));
+  EXPECT_TRUE(journal.subscribe(&observer));
+  EXPECT_FALSE(journal.subscribe(nullptr));
   EXPECT_EQ(later.take(), (Calls{"missedCount 2", "dialled D1||3", "callbackCount 1"}));
-  s.deleteReceivedCall("R1");
+  journal.deleteReceivedCall("R1");
   EXPECT_EQ(observer.take(),
             (Calls{"missedCount 2", "dialled D1||3", "callbackCount 1", "received |R1|2", "received |R1|2"}));
-  EXPECT_TRUE(s.unsubscribe(&observer));
-  s.deleteReceivedCall("R2");
+  EXPECT_TRUE(journal.unsubscribe(&observer));
+  journal.deleteReceivedCall("R2");
   EXPECT_EQ(observer.take(), Calls{"received |R2|2"});
-  EXPECT_TRUE(s.unsubscribe(&observer));
-  EXPECT_FALSE(s.unsubscribe(&observer));
+  EXPECT_TRUE(journal.unsubscribe(&observer));
+  EXPECT_FALSE(journal.unsubscribe(&observer));
 }
 
 }  // namespace
