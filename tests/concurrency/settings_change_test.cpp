@@ -10,6 +10,7 @@
 #include <thread>
 #include <tuple>
 
+#include "ClientLists.h"
 #include "CstaEventFactory.h"
 #include "JournalHarness.h"
 #include "Printers.h"
@@ -82,15 +83,7 @@ void screenComesAndGoes(JournalService& journal) {
 
 // The four call lists as a client reads them.
 auto callLists(JournalService& journal) {
-  std::deque<MissedCallItem> missed;
-  std::deque<DialledCallItem> dialled;
-  std::deque<ReceivedCallItem> received;
-  std::deque<ForwardedCallItem> forwarded;
-  journal.getMissedCallList(missed);
-  journal.getDialledCallList(dialled);
-  journal.getReceivedCallList(received);
-  journal.getForwardedCallList(forwarded);
-  return std::make_tuple(missed, dialled, received, forwarded);
+  return std::make_tuple(missedCalls(journal), dialledCalls(journal), receivedCalls(journal), forwardedCalls(journal));
 }
 
 TEST(SettingsChange, WhileCallsReadsAndSubscriptionsRunKeepsLockOrderAndEndsOnTheLastFlavour) {
@@ -131,8 +124,7 @@ TEST(SettingsChange, WhileCallsReadsAndSubscriptionsRunKeepsLockOrderAndEndsOnTh
       csta::delivered("last", CSTA_LCS_Alerting, csta::dev("600"), csta::dev(csta::kOwnLine), {}, csta::dev("601"))
           .get());
   journal.deliverEvent(csta::cleared("last").get());
-  std::deque<MissedCallItem> missed;
-  journal.getMissedCallList(missed);
+  const auto missed = missedCalls(journal);
   ASSERT_FALSE(missed.empty());
   ASSERT_EQ(1u, missed.front().infos().size());
   EXPECT_EQ("601", missed.front().infos().front().connectedNumber);

@@ -3,6 +3,7 @@
 
 #include <tuple>
 
+#include "ClientLists.h"
 #include "CstaEventFactory.h"
 #include "JournalHarness.h"
 
@@ -22,8 +23,7 @@ std::string missedEntryIdOf(JournalHarness& phone, const std::string& callId, co
                                                                        csta::dev(csta::kOwnLine))),
                             std::shared_ptr<CSTAEvent>(csta::cleared(callId, EC_CALL_CANCELLED))})
     phone.service->deliverEvent(event.get());
-  std::deque<MissedCallItem> missed;
-  phone.service->getMissedCallList(missed);
+  const auto missed = missedCalls(*phone.service);
   return missed.empty() ? "<no entry>" : missed.front().getEntryId();
 }
 

@@ -1,6 +1,7 @@
 // Client operations on the lists: what they change, send to the store and the switch, and tell each observer.
 #include <gtest/gtest.h>
 
+#include "ClientLists.h"
 #include "CstaEventFactory.h"
 #include "Items.h"
 #include "JournalHarness.h"
@@ -48,12 +49,6 @@ class ListOperations : public ::testing::Test {
   // The switch reports a callback set on `number`'s line: the journal names it by the number.
   void callBackSetOn(const std::string& number) {
     deliver(csta::callBack(csta::dev(number), CSTACallBackEvent::CB_TYPE_BUSY, CSTACallBackEvent::CB_STATE_SET));
-  }
-  template <class Item>
-  std::deque<Item> read(bool (JournalService::*get)(std::deque<Item>&)) {
-    std::deque<Item> list;
-    (phone.service.get()->*get)(list);
-    return list;
   }
   // Since the last call: "<reason> <table> <number of entries>" of each store request, then the observer's calls.
   Calls sent() {
@@ -106,7 +101,7 @@ TEST_F(ListOperations, AgeingViewedMarkingAndSetDeletionsSendOneMessageAndSkipUn
 
   EXPECT_TRUE(journal.deleteMissedCallList(std::set<std::string>{"M1", "M3", "nobody"}));
   EXPECT_EQ(sent(), (Calls{"delete callLogMissedCalls 2", "missedCount 0", "missed ||3"}));
-  const auto missed = read(&JournalService::getMissedCallList);
+  const auto missed = missedCalls(journal);
   ASSERT_EQ(1u, missed.size());
   EXPECT_EQ("M2", missed.front().getEntryId());
   // A set naming no entry changes nothing: the store is sent nothing (an empty delete would empty the
@@ -120,9 +115,9 @@ TEST_F(ListOperations, AgeingViewedMarkingAndSetDeletionsSendOneMessageAndSkipUn
   EXPECT_FALSE(journal.deleteCalls({}));
   EXPECT_FALSE(journal.deleteCalls({"unknown"}));
   EXPECT_TRUE(journal.deleteCalls({"R2", "F1", "unknown"}));
-  EXPECT_EQ(1u, read(&JournalService::getReceivedCallList).size());
-  EXPECT_EQ(1u, read(&JournalService::getDialledCallList).size());
-  EXPECT_EQ(0u, read(&JournalService::getForwardedCallList).size());
+  EXPECT_EQ(1u, receivedCalls(journal).size());
+  EXPECT_EQ(1u, dialledCalls(journal).size());
+  EXPECT_EQ(0u, forwardedCalls(journal).size());
 }
 
 TEST_F(ListOperations, DroppedOccurrencesAreReportedWhereTheSwitchKeepsTheCallLog) {

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "ClientLists.h"
 #include "CstaEventFactory.h"
 #include "JournalHarness.h"
 #include "LogCapture.h"
@@ -54,17 +55,6 @@ class ManagementData : public ::testing::Test {
     deliver(csta::established(callId, csta::dev(party), csta::dev(csta::kOwnLine), csta::dev(csta::kOwnLine)));
     deliver(csta::cleared(callId));
   }
-  // The lists as a client reads them.
-  std::deque<MissedCallItem> missed() { return read(&JournalService::getMissedCallList); }
-  std::deque<ReceivedCallItem> received() { return read(&JournalService::getReceivedCallList); }
-  std::deque<ForwardedCallItem> forwarded() { return read(&JournalService::getForwardedCallList); }
-  std::deque<CallBackItem> callBacks() { return read(&JournalService::getCallBackList); }
-  template <class Item>
-  std::deque<Item> read(bool (JournalService::*get)(std::deque<Item>&)) {
-    std::deque<Item> list;
-    (phone.service.get()->*get)(list);
-    return list;
-  }
 
   JournalHarness phone;
 };
@@ -88,14 +78,14 @@ TEST_F(ManagementData, ClearingOrDisablingTheCallLogEmptiesTheListsAndRefusedWri
   phone.service->refreshCallLog();
   deliver(csta::failed("0", csta::dev("100"), csta::dev(csta::kOwnLine), EC_BUSY));  // a missed call
   deliver(csta::callBack(csta::dev("100"), CSTACallBackEvent::CB_TYPE_BUSY, CSTACallBackEvent::CB_STATE_SET));
-  ASSERT_EQ(1u, missed().size());
+  ASSERT_EQ(1u, missedCalls(*phone.service).size());
   EXPECT_EQ(Result(true, ""), set("clear-calllog", "true"));
-  EXPECT_EQ(0u, missed().size());
-  EXPECT_EQ(1u, callBacks().size());  // callbacks are no call log
+  EXPECT_EQ(0u, missedCalls(*phone.service).size());
+  EXPECT_EQ(1u, callBacks(*phone.service).size());  // callbacks are no call log
   answeredCall("17", "100");
-  ASSERT_EQ(1u, received().size());
+  ASSERT_EQ(1u, receivedCalls(*phone.service).size());
   EXPECT_EQ(Result(true, ""), set("call-log-enabled", "false"));
-  EXPECT_EQ(0u, received().size());
+  EXPECT_EQ(0u, receivedCalls(*phone.service).size());
 
   EXPECT_EQ(Result(false, "4: Data invalid (clear-calllog) for JournalService"), set("clear-calllog", "false"));
   EXPECT_EQ("4: Data invalid (volume) for JournalService", set("volume", "3").second);
@@ -133,9 +123,9 @@ TEST_F(ManagementData, AChangedSystemIdentifierTakesEffect) {
   start();
   phone.service->refreshCallLog();
   deliver(csta::failed("0", csta::dev("100"), csta::dev(csta::kOwnLine), EC_BUSY));
-  ASSERT_EQ(1u, missed().size());
+  ASSERT_EQ(1u, missedCalls(*phone.service).size());
   notify("system-identifier", "2");
-  EXPECT_TRUE(phone.service->deleteMissedCall(missed().front().getEntryId()));
+  EXPECT_TRUE(phone.service->deleteMissedCall(missedCalls(*phone.service).front().getEntryId()));
   ASSERT_EQ(1u, phone.csta.escapes().size());
   EXPECT_EQ("100", phone.csta.escapes().front().subscriberNumber);
 }
@@ -149,10 +139,10 @@ TEST_F(ManagementData, ServerBasedFeaturesSwitchedOnTakeEffect) {
                            csta::dev("7000")));
   };
   forwardOfAnUnseenCall("21");
-  EXPECT_EQ(0u, forwarded().size());
+  EXPECT_EQ(0u, forwardedCalls(*phone.service).size());
   notify("server-based-features", "true");
   forwardOfAnUnseenCall("22");
-  EXPECT_EQ(1u, forwarded().size());
+  EXPECT_EQ(1u, forwardedCalls(*phone.service).size());
 }
 
 TEST_F(ManagementData, SipPhonesMonitorWithoutFilterAndPublishTheStoredSettingsOnAUserChange) {

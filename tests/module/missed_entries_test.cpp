@@ -1,6 +1,7 @@
 // Missed entries found by any occurrence's number, however the lists changed.
 #include <gtest/gtest.h>
 
+#include "ClientLists.h"
 #include "Items.h"
 #include "JournalHarness.h"
 #include "RecordingObserver.h"
@@ -26,16 +27,6 @@ class MissedEntries : public ::testing::Test {
                                       CallLogEntryEvent::PV_NONE, "", CallLogEntryEvent::PV_NONE, "", time,
                                       CallLogEntryEvent::TF_LOCAL, false);
   }
-  std::deque<MissedCallItem> missedList() {
-    std::deque<MissedCallItem> list;
-    phone.service->getMissedCallList(list);
-    return list;
-  }
-  std::deque<ReceivedCallItem> receivedList() {
-    std::deque<ReceivedCallItem> list;
-    phone.service->getReceivedCallList(list);
-    return list;
-  }
 
   JournalHarness phone{{{"software-type", "Velmora KPX"}}};
   RecordingObserver observer;
@@ -57,11 +48,11 @@ TEST_F(MissedEntries, ReachingThePartyRemovesItsEntryByAnyOccurrence) {
   missed("E1", "555", "2024-03-05T10:00:00");
   missed("E2", "557", "2024-03-05T10:01:00");
   missed("E3", "556", "2024-03-05T10:02:00");
-  ASSERT_EQ(2u, missedList().size());
+  ASSERT_EQ(2u, missedCalls(*phone.service).size());
   observer.take();
   EXPECT_TRUE(phone.service->searchRemoveMissedCallEntry("557"));  // the older occurrence of Anna's entry
-  ASSERT_EQ(1u, missedList().size());
-  EXPECT_EQ("E1", missedList()[0].getEntryId());
+  ASSERT_EQ(1u, missedCalls(*phone.service).size());
+  EXPECT_EQ("E1", missedCalls(*phone.service)[0].getEntryId());
   EXPECT_EQ((Calls{"missedCount 1", "missed |41|2"}), observer.take());
   EXPECT_FALSE(phone.service->searchRemoveMissedCallEntry("557"));
 }
@@ -87,8 +78,8 @@ TEST_F(MissedEntries, SearchesSeeEntriesHoweverTheListsChanged) {
   const auto none = CallLogEntryEvent::PV_NONE;
   phone.service->newReceivedCallEntry("R2", "778", "", "", "", 1000, -1, -1, CallLogEntryEvent::LT_RECEIVED, none, none,
                                       none, "", none, "", "", CallLogEntryEvent::TF_LOCAL);
-  ASSERT_EQ(1u, receivedList().size());  // merged into the loaded entry
-  EXPECT_EQ(2u, receivedList()[0].infos().size());
+  ASSERT_EQ(1u, receivedCalls(*phone.service).size());  // merged into the loaded entry
+  EXPECT_EQ(2u, receivedCalls(*phone.service)[0].infos().size());
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 
 #include <set>
 
+#include "ClientLists.h"
 #include "CstaEventFactory.h"
 #include "Items.h"
 #include "JournalHarness.h"
@@ -22,12 +23,6 @@ void writeToStore(MemoryDataAccessService& store, const char* table, Append appe
   ASSERT_NE("failed", store.processRequest(message));
 }
 
-std::deque<MissedCallItem> missedList(JournalHarness& phone) {
-  std::deque<MissedCallItem> list;
-  phone.service->getMissedCallList(list);
-  return list;
-}
-
 // Loading sorts newest first and purges entries without occurrences, one delete each; entries
 // without a place in their list (written before places were kept) are given one and written.
 TEST(Persistence, LoadingSortsPurgesEmptyEntriesAndPlacesTheOthers) {
@@ -42,7 +37,7 @@ TEST(Persistence, LoadingSortsPurgesEmptyEntriesAndPlacesTheOthers) {
     Helper::createXMLMissedCallItemBody(entry, reply, false);
   phone.store.clear();
   phone.service->processMissedCallDbXml("<storeReply><result>ok</result>" + reply + "</storeReply>");
-  const auto list = missedList(phone);
+  const auto list = missedCalls(*phone.service);
   ASSERT_EQ(2u, list.size());
   EXPECT_EQ("M-new", list[0].getEntryId());
   EXPECT_EQ("M-old", list[1].getEntryId());
@@ -71,7 +66,7 @@ TEST(Persistence, AFailingStoreLeavesTheListsAndOnlySipPhonesReadForwardedCalls)
     phone.store.setReply("failed");
     phone.store.clear();
     phone.service->loadCallListsFromDb();
-    EXPECT_EQ(1u, missedList(phone).size());
+    EXPECT_EQ(1u, missedCalls(*phone.service).size());
     EXPECT_EQ(c.reads, phone.store.requests().size());
   }
 }
@@ -100,12 +95,9 @@ TEST(Persistence, AnIdHeldTwiceInTheStoreIsMadeUniqueWhenLoadedAndKept) {
     phone.useStore(&store);
     phone.start();
     phone.service->refreshCallLog();
-    std::deque<ReceivedCallItem> received;
-    std::deque<DialledCallItem> dialled;
-    phone.service->getReceivedCallList(received);
-    phone.service->getDialledCallList(dialled);
-    const std::set<std::string> ids{missedList(phone).front().getEntryId(), received.front().getEntryId(),
-                                    dialled.front().getEntryId()};
+    const std::set<std::string> ids{missedCalls(*phone.service).front().getEntryId(),
+                                    receivedCalls(*phone.service).front().getEntryId(),
+                                    dialledCalls(*phone.service).front().getEntryId()};
     EXPECT_EQ(ids.size(), 3u);
     EXPECT_EQ(ids.count(shared), 1u);
     if (start == 1) {
@@ -114,7 +106,7 @@ TEST(Persistence, AnIdHeldTwiceInTheStoreIsMadeUniqueWhenLoadedAndKept) {
     loaded = ids;
     // A failed call of this very second: its id "0" is taken, and so are the two given at the load.
     phone.service->deliverEvent(csta::failed("0", csta::dev("400"), csta::dev(csta::kOwnLine), EC_BUSY).get());
-    const std::string fresh = missedList(phone).front().getEntryId();
+    const std::string fresh = missedCalls(*phone.service).front().getEntryId();
     EXPECT_EQ(fresh.substr(0, 20), "2024-03-05T07:08:09Z");
     EXPECT_EQ(loaded.count(fresh), 0u) << fresh;
     phone.service->deleteMissedCall(fresh);

@@ -3,6 +3,7 @@
 // working, an entry whose write failed gets a row of its own, and its health is shown.
 #include <gtest/gtest.h>
 
+#include "ClientLists.h"
 #include "Items.h"
 #include "JournalHarness.h"
 #include "LogCapture.h"
@@ -47,11 +48,6 @@ class StoreBacklog : public ::testing::Test {
     phone.store.clear();
     return out;
   }
-  std::deque<MissedCallItem> missedList() {
-    std::deque<MissedCallItem> list;
-    phone.service->getMissedCallList(list);
-    return list;
-  }
   std::string storeState() {
     ManageableData data("store-state");
     phone.service->getData(data);
@@ -92,7 +88,7 @@ TEST_F(StoreBacklog, ChangesWaitWithoutAskingTheStoreAndAreWrittenInOrderOnceARe
   phone.advance(1);
   // Deletions first, then the entries as they are now, oldest first; C gets a row of its own.
   EXPECT_EQ(sent(), (Lines{"write -", "delete A#9", "write C"}));
-  EXPECT_EQ("9", missedList().front().getUniqueId());
+  EXPECT_EQ("9", missedCalls(*phone.service).front().getUniqueId());
   EXPECT_EQ(storeState(), "ok");
   EXPECT_EQ(log.count("the store fails"), 1);
   EXPECT_TRUE(log.contains("the store works again: 2 changes written", fw::kLogError));
@@ -107,7 +103,7 @@ TEST_F(StoreBacklog, AListWithChangesNotStoredIsNotReplacedByTheStoredOneAndASto
   missed("B", "200", "2024-03-05T10:01:00");
   sent();
   phone.service->refreshCallLog();  // the missed list keeps B; the other lists are read
-  EXPECT_EQ(2u, missedList().size());
+  EXPECT_EQ(2u, missedCalls(*phone.service).size());
   EXPECT_EQ(sent(), (Lines{"read -", "read -", "read -"}));  // dialled, received, settings
 
   phone.store.setReply(kStored);
