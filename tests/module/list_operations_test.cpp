@@ -15,7 +15,8 @@ using H = JournalServiceHelper;
 
 namespace {
 
-// A started KPX phone whose store accepts everything, with one subscribed observer.
+// A started KPX phone whose store accepts everything, with one subscribed observer, and lists as
+// the store's replies give them (a forwarded list too, which only SIP phones read, for its operations).
 class ListOperations : public ::testing::Test {
  protected:
   void SetUp() override {
