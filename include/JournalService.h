@@ -61,7 +61,6 @@
 #include "framework/Semaphore.h"
 #include "framework/Services.h"
 
-class JournalServiceTestPeer;
 class CallLogEntryRequest;
 // Reports to the switch's call log noted under a list lock, sent once it is given
 // (src/JournalService/PendingSwitchReports.h).
@@ -469,8 +468,6 @@ class JournalService : public Service,
   static constexpr size_t kMaxListEntries = 1000;
 
  private:
-  friend class JournalServiceTestPeer;
-
   // The parties an event reports: the remote party, and where the call was diverted.
   struct CallParties {
     const std::string& remote;

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "JournalHarness.h"
+#include "Printers.h"
 #include "SqlRows.h"
 #include "SqliteFaultVfs.h"
 #include "framework/JournalServiceHelper.h"
@@ -20,6 +21,14 @@ using Lines = std::vector<std::string>;
 
 constexpr int kCalls = 200;
 constexpr int kParties = 25;
+
+// Call `n`: a missed call of one of kParties parties, filed as entry "E<n>".
+void fileMissedCall(JournalService& journal, int n) {
+  journal.newMissedCallEntry("E" + std::to_string(n), std::to_string(5000 + n % kParties), "", -1,
+                             CallLogEntryEvent::LT_MISSED, CallLogEntryEvent::PV_SHOWN, CallLogEntryEvent::PV_SHOWN,
+                             CallLogEntryEvent::PV_NONE, "", CallLogEntryEvent::PV_NONE, "",
+                             "2024-03-05T10:00:" + std::to_string(10 + n % 50), CallLogEntryEvent::TF_LOCAL, false);
+}
 
 TEST(StoreBacklogConcurrency, CallsAndDeletionsWhileTheStoreFailsOnAndOffEndWithTheFileHoldingTheLists) {
   fw::LockOrderChecker::clearReports();
@@ -40,11 +49,7 @@ TEST(StoreBacklogConcurrency, CallsAndDeletionsWhileTheStoreFailsOnAndOffEndWith
     for (int n = 0; n < kCalls; ++n) {
       // The disk is full for twenty calls, then has room for twenty, and so on.
       if (n % 20 == 0) vfs.setFault(n % 40 ? SqliteFaultVfs::kNone : SqliteFaultVfs::kDiskFull);
-      const std::string party = std::to_string(5000 + n % kParties);
-      journal.newMissedCallEntry("E" + std::to_string(n), party, "", -1, CallLogEntryEvent::LT_MISSED,
-                                 CallLogEntryEvent::PV_SHOWN, CallLogEntryEvent::PV_SHOWN, CallLogEntryEvent::PV_NONE,
-                                 "", CallLogEntryEvent::PV_NONE, "", "2024-03-05T10:00:" + std::to_string(10 + n % 50),
-                                 CallLogEntryEvent::TF_LOCAL, false);
+      fileMissedCall(journal, n);
     }
     calling = false;
   });

@@ -79,10 +79,10 @@ TEST_F(TraceReplayTest, StandardEventsTheJournalDoesNotActOnAreReplayedAndNonEve
 TEST_F(TraceReplayTest, AMalformedTraceIsRefusedWithItsPlaceAndWritesNothing) {
   std::ofstream(dir + "/bad.xml") << "<cstaTrace>\n  <event at=\"2024-03-05T07:00:00\">\n    <DeliveredEvent>\n"
                                   << "</cstaTrace>\n";
-  const Subprocess::Result r = replay(dir + "/bad.xml", false);
-  EXPECT_EQ(r.code, 1);
-  EXPECT_EQ(lastLine(r.err),
-            "calljournal: trace refused: " + dir + "/bad.xml:4:3: not well-formed XML: Start-end tags mismatch");
+  const Subprocess::Result run = replay(dir + "/bad.xml", false);
+  EXPECT_EQ(1, run.code);
+  EXPECT_EQ("calljournal: trace refused: " + dir + "/bad.xml:4:3: not well-formed XML: Start-end tags mismatch",
+            lastLine(run.err));
   EXPECT_NE(access((dir + "/j.db").c_str(), F_OK), 0);
 }
 
@@ -92,10 +92,10 @@ TEST_F(TraceReplayTest, ADeeplyNestedEventIsReplayedLikeAnyOther) {
   const std::string callStatus =
       "<extensions><privateData><private>" + nested("v", 500000) + "</private></privateData></extensions>";
   call[0].insert(call[0].find("</DeliveredEvent>"), callStatus);
-  const Subprocess::Result r = replay(writeTrace(call), true);
-  ASSERT_EQ(r.code, 0) << r.err;
-  const json lists = json::parse(r.out);
-  ASSERT_EQ(lists["missed"].size(), 1u) << r.out;
+  const Subprocess::Result run = replay(writeTrace(call), true);
+  ASSERT_EQ(0, run.code) << run.err;
+  const json lists = json::parse(run.out);
+  ASSERT_EQ(1u, lists["missed"].size()) << run.out;
   EXPECT_EQ(lists["missed"][0]["infos"][0]["number"], "0301234567");
 }
 
@@ -145,7 +145,7 @@ TEST_F(HostileInputDaemonTest, DeepNestingFromTheSwitchAndFromAClientLeavesTheDa
   ASSERT_TRUE(client.call(request, reply, error, 30000)) << error << daemon->err();
   EXPECT_EQ(reply, Helper::respBool(false));  // read and answered: no entry has those ids
   EXPECT_TRUE(daemon->running());
-  EXPECT_TRUE(missedNumbers() == std::vector<std::string>{"0301111111"});
+  EXPECT_EQ(std::vector<std::string>{"0301111111"}, missedNumbers());
 }
 
 // A caller's name with bytes that are not UTF-8 and a name far too long: the entry holds
@@ -163,10 +163,10 @@ TEST_F(HostileInputDaemonTest, NamesFromTheSwitchAreWellFormedAndBounded) {
   ASSERT_TRUE(eventually([&] {
     return missedNumbers() == std::vector<std::string>{"0303333333", "0302222222"};
   })) << daemon->err();
-  const json j = lists();
-  const std::string R = fw::utf8::kReplacement;
-  EXPECT_EQ(j["missed"][1]["surname"], "M" + R + "ller" + R);
-  EXPECT_EQ(j["missed"][0]["surname"].get<std::string>().size(), 256u);
+  const json shown = lists();
+  const std::string kReplaced = fw::utf8::kReplacement;
+  EXPECT_EQ("M" + kReplaced + "ller" + kReplaced, shown["missed"][1]["surname"]);
+  EXPECT_EQ(256u, shown["missed"][0]["surname"].get<std::string>().size());
 }
 
 }  // namespace

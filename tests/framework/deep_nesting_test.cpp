@@ -13,7 +13,6 @@
 #include "csta_link/CstaXml.h"
 #include "framework/CstaEvents.h"
 #include "framework/JournalServiceHelper.h"
-#include "memory_store/MemoryDataAccessService.h"
 #include "sqlite_store/SqliteDataAccessService.h"
 
 namespace {
@@ -100,19 +99,14 @@ TEST(DeepNesting, StoreRequestsWithADeepBodyAreAnswered) {
   SqliteDataAccessService sqlite(SqliteDataAccessService::Normal);
   std::string error;
   ASSERT_TRUE(sqlite.open(path, error)) << error;
-  MemoryDataAccessService memory;
   using H = JournalServiceHelper;
   std::string request =
       H::createXMLField(H::REASONFORMESSAGE, H::WRITEREQUEST) +
       H::createXMLField(H::ENTRY, "<missedCall><entryId>E1</entryId>" + nested("x", kLevels) + "</missedCall>");
   H::addXMLHeaderFooter(request, H::DAS_CALLLOGMISSEDCALLS);
-  std::string fromSqlite, fromMemory;
-  ASSERT_TRUE(runOnSmallStack([&] {
-    fromSqlite = sqlite.processRequest(request);
-    fromMemory = memory.processRequest(request);
-  }));
+  std::string fromSqlite;
+  ASSERT_TRUE(runOnSmallStack([&] { fromSqlite = sqlite.processRequest(request); }));
   EXPECT_NE(fromSqlite.find("<lastUniqueId>1</lastUniqueId>"), std::string::npos) << fromSqlite.substr(0, 200);
-  EXPECT_NE(fromMemory.find("<lastUniqueId>1</lastUniqueId>"), std::string::npos) << fromMemory.substr(0, 200);
   sqlite.close();
   std::remove(path);
   std::remove((std::string(path) + "-wal").c_str());

@@ -3,6 +3,8 @@
 
 #include <tuple>
 
+#include "ClientLists.h"
+#include "CstaEventFactory.h"
 #include "JournalHarness.h"
 
 namespace {
@@ -15,17 +17,39 @@ struct WithClock {
   SettableClockService clock;
 };
 
+// The id of the missed entry a call from `party` leaves, the call going by `callId`.
+std::string missedEntryIdOf(JournalHarness& phone, const std::string& callId, const std::string& party) {
+  for (const auto& event : {std::shared_ptr<CSTAEvent>(csta::delivered(callId, CSTA_LCS_Alerting, csta::dev(party),
+                                                                       csta::dev(csta::kOwnLine))),
+                            std::shared_ptr<CSTAEvent>(csta::cleared(callId, EC_CALL_CANCELLED))})
+    phone.service->deliverEvent(event.get());
+  const auto missed = missedCalls(*phone.service);
+  return missed.empty() ? "<no entry>" : missed.front().getEntryId();
+}
+
+// An entry is named by the time stamp of the second it is filed in and eight hexadecimal digits
+// that come from its call id.
 TEST(EntryId, TimeStampThenTheCallIdsDigitsFollowingTheClock) {
-  WithClock clock("2024-03-05T07:08:09");
-  const std::pair<const char*, const char*> cases[] = {
-      {"1234", "000004D2"},                              // decimal: its value
-      {"FF00010000000000EC6114647E570001", "7E570001"},  // hexadecimal, as real switches send: the low 32 bits
-      {"12ab34cd", "12AB34CD"},
-      {"call-17", "0D7BCD50"}};  // anything else: hashed (FNV-1a)
-  for (const auto& [callId, suffix] : cases)
-    EXPECT_EQ(JournalService::createEntryId(callId), std::string("2024-03-05T07:08:09Z") + suffix) << callId;
-  clock.time.advance(45000);
-  EXPECT_EQ(JournalService::createEntryId("1"), "2024-03-05T07:08:54Z00000001");
+  JournalHarness phone(std::map<std::string, std::string>{{"software-type", "Velmora KPX"}});
+  phone.store.setReply("<storeReply><result>ok</result><lastUniqueId>1</lastUniqueId></storeReply>");
+  phone.start();
+  const struct {
+    const char* name;
+    const char* callId;
+    const char* digits;
+  } cases[] = {
+      {"a decimal call id: its value", "1234", "000004D2"},
+      {"a hexadecimal call id, as real switches send: its low 32 bits", "FF00010000000000EC6114647E570001", "7E570001"},
+      {"hexadecimal in lower case", "12ab34cd", "12AB34CD"},
+      {"any other call id: hashed (FNV-1a)", "call-17", "0D7BCD50"}};
+  int party = 500;
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    EXPECT_EQ(std::string("2024-03-05T07:08:09Z") + c.digits,
+              missedEntryIdOf(phone, c.callId, std::to_string(party++)));
+  }
+  phone.advance(45000);
+  EXPECT_EQ("2024-03-05T07:08:54Z00000001", missedEntryIdOf(phone, "1", std::to_string(party)));
 }
 
 // Ids handed out for new entries: a call's own digits when they are free, else the next free value;
@@ -72,23 +96,3 @@ TEST(TimeTexts, DurationsInMinutesAndSecondsAndComparisonsFieldByField) {
 }
 
 }  // namespace
-
-TEST(DialledCap, TheOldestBeyondOneThousandIsDroppedAndNamed) {
-  JournalService service(nullptr);
-  auto& list = JournalServiceTestPeer(service).dialledList();
-  for (int i = 0; i < 1000; ++i) {
-    list.emplace_back();
-    list.back().setUniqueId("u" + std::to_string(i));
-  }
-  std::string first = "untouched", second = "untouched";
-  service.getUniqueIds(first, second);  // at the cap nothing is dropped
-  EXPECT_EQ("untouched", first);
-  EXPECT_EQ(1000u, list.size());
-  list.emplace_front();
-  list.front().setUniqueId("new");
-  service.getUniqueIds(first, second);
-  EXPECT_EQ("u999", first);
-  EXPECT_EQ("u999", second);
-  EXPECT_EQ(1000u, list.size());
-  EXPECT_EQ("u998", list.back().getUniqueId());
-}

@@ -1,8 +1,11 @@
 // Client operations on the lists: what they change, send to the store and the switch, and tell each observer.
 #include <gtest/gtest.h>
 
+#include "ClientLists.h"
+#include "CstaEventFactory.h"
 #include "Items.h"
 #include "JournalHarness.h"
+#include "Printers.h"
 #include "RecordingObserver.h"
 #include "framework/JournalServiceHelper.h"
 
@@ -12,7 +15,8 @@ using H = JournalServiceHelper;
 
 namespace {
 
-// A started KPX phone whose store accepts everything, with one subscribed observer.
+// A started KPX phone whose store accepts everything, with one subscribed observer, and lists as
+// the store's replies give them (a forwarded list too, which only SIP phones read, for its operations).
 class ListOperations : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -21,13 +25,31 @@ class ListOperations : public ::testing::Test {
     phone.service->refreshCallLog();  // loads the (empty) stored lists once
     ASSERT_TRUE(phone.service->subscribe(&observer));
     const std::string t10 = "2024-03-05T10:00:00", t9 = "2024-03-05T09:00:00";
-    peer.missedList() = {makeEntry<MissedCallItem>("M1", "100", t10, 2), makeEntry<MissedCallItem>("M2", "200", t9),
-                         makeEntry<MissedCallItem>("M3", "300", "2024-03-05T08:00:00")};
-    peer.missedList()[1].setViewed(true);
-    peer.dialledList() = {makeEntry<DialledCallItem>("D1", "100", t10), makeEntry<DialledCallItem>("D2", "200", t9)};
-    peer.receivedList() = {makeEntry<ReceivedCallItem>("R1", "100", t10), makeEntry<ReceivedCallItem>("D2", "200", t9)};
-    peer.forwardedList() = {makeEntry<ForwardedCallItem>("F1", "100", t10)};
+    auto viewed = makeEntry<MissedCallItem>("M2", "200", t9);
+    viewed.setViewed(true);
+    load(&JournalService::processMissedCallDbXml, &H::createXMLMissedCallItemBody,
+         {makeEntry<MissedCallItem>("M1", "100", t10, 2), viewed,
+          makeEntry<MissedCallItem>("M3", "300", "2024-03-05T08:00:00")});
+    load(&JournalService::processDialledCallDbXml, &H::createXMLDialledCallItemBody,
+         {makeEntry<DialledCallItem>("D1", "100", t10), makeEntry<DialledCallItem>("D2", "200", t9)});
+    load(&JournalService::processReceivedCallDbXml, &H::createXMLReceivedCallItemBody,
+         {makeEntry<ReceivedCallItem>("R1", "100", t10), makeEntry<ReceivedCallItem>("R2", "200", t9)});
+    load(&JournalService::processForwardedCallDbXml, &H::createXMLForwardedCallItemBody,
+         {makeEntry<ForwardedCallItem>("F1", "100", t10)});
     sent();
+  }
+  // Replaces a list with `entries`, as the store's reply to a read would.
+  template <class Item>
+  void load(void (JournalService::*process)(const std::string&), void (*body)(const Item&, std::string&, bool),
+            const std::vector<Item>& entries) {
+    std::string reply = "<storeReply><result>ok</result>";
+    for (const Item& entry : entries) body(entry, reply, false);
+    (phone.service.get()->*process)(reply + "</storeReply>");
+  }
+  void deliver(std::unique_ptr<CSTAEvent> event) { phone.service->deliverEvent(event.get()); }
+  // The switch reports a callback set on `number`'s line: the journal names it by the number.
+  void callBackSetOn(const std::string& number) {
+    deliver(csta::callBack(csta::dev(number), CSTACallBackEvent::CB_TYPE_BUSY, CSTACallBackEvent::CB_STATE_SET));
   }
   // Since the last call: "<reason> <table> <number of entries>" of each store request, then the observer's calls.
   Calls sent() {
@@ -46,61 +68,64 @@ class ListOperations : public ::testing::Test {
 
   JournalHarness phone{{{"software-type", "Velmora KPX"}}};
   RecordingObserver observer;
-  JournalServiceTestPeer peer = phone.peer();
 };
 
 TEST_F(ListOperations, SingleDeletionsStoreTheDeleteAndTellObservers) {
-  auto& s = *phone.service;
-  EXPECT_TRUE(s.deleteMissedCall("M1"));
-  EXPECT_TRUE(s.deleteDialledCall("D1"));
-  EXPECT_TRUE(s.deleteReceivedCall("R1"));
-  EXPECT_TRUE(s.deleteForwardedCall("F1"));
+  auto& journal = *phone.service;
+  EXPECT_TRUE(journal.deleteMissedCall("M1"));
+  EXPECT_TRUE(journal.deleteDialledCall("D1"));
+  EXPECT_TRUE(journal.deleteReceivedCall("R1"));
+  EXPECT_TRUE(journal.deleteForwardedCall("F1"));
   // M2 was viewed already; the new first dialled entry comes along.
   EXPECT_EQ(sent(), (Calls{"delete callLogMissedCalls 1", "delete callLogDialledCalls 1",
                            "delete callLogReceivedCalls 1", "delete callLogForwardedCalls 1", "missedCount 1",
                            "missed |M1|2", "dialled D2|D1|2", "received |R1|2", "forwarded |F1|2"}));
-  peer.callBackList() = {makeCallBack("C1", "100")};
-  EXPECT_FALSE(s.deleteMissedCall("M1"));  // M1 is unknown now: nothing stored, nobody told
-  EXPECT_TRUE(s.deleteCallBack("C1"));
-  EXPECT_EQ(sent(), (Calls{"callbacks |C1|2", "callbackCount 0"}));  // callbacks are never stored
+  callBackSetOn("100");
+  sent();
+  EXPECT_FALSE(journal.deleteMissedCall("M1"));  // M1 is unknown now: nothing stored, nobody told
+  EXPECT_TRUE(journal.deleteCallBack("100"));
+  EXPECT_EQ(sent(), (Calls{"callbacks |100|2", "callbackCount 0"}));  // callbacks are never stored
 }
 
 TEST_F(ListOperations, AgeingViewedMarkingAndSetDeletionsSendOneMessageAndSkipUnknownIds) {
-  auto& s = *phone.service;
-  EXPECT_TRUE(s.ageMissedCall("M3"));
-  EXPECT_FALSE(s.ageMissedCall("nobody"));
+  auto& journal = *phone.service;
+  EXPECT_TRUE(journal.ageMissedCall("M3"));
+  EXPECT_FALSE(journal.ageMissedCall("nobody"));
   EXPECT_EQ(sent(), (Calls{"write callLogMissedCalls 1", "missedCount 1", "missed M3||1"}));
-  s.setMissedCallListAsViewed({});
-  EXPECT_TRUE(sent().empty());
-  s.setMissedCallListAsViewed({"M1", "M3"});
+  journal.setMissedCallListAsViewed({});
+  EXPECT_EQ(Calls{}, sent());
+  journal.setMissedCallListAsViewed({"M1", "M3"});
   EXPECT_EQ(sent(), (Calls{"write callLogMissedCalls 2", "missedCount 0", "missed ||3"}));
-  EXPECT_EQ(s.countUnviewedMissedCalls(), 0u);
-  s.setMissedCallListAsViewed({"nobody"});  // names no entry: nothing written, nobody told
+  EXPECT_EQ(journal.countUnviewedMissedCalls(), 0u);
+  journal.setMissedCallListAsViewed({"nobody"});  // names no entry: nothing written, nobody told
   EXPECT_EQ(sent(), Calls{});
 
-  EXPECT_TRUE(s.deleteMissedCallList(std::set<std::string>{"M1", "M3", "nobody"}));
+  EXPECT_TRUE(journal.deleteMissedCallList(std::set<std::string>{"M1", "M3", "nobody"}));
   EXPECT_EQ(sent(), (Calls{"delete callLogMissedCalls 2", "missedCount 0", "missed ||3"}));
-  ASSERT_EQ(peer.missedList().size(), 1u);
-  EXPECT_EQ(peer.missedList().front().getEntryId(), "M2");
+  const auto missed = missedCalls(journal);
+  ASSERT_EQ(1u, missed.size());
+  EXPECT_EQ("M2", missed.front().getEntryId());
   // A set naming no entry changes nothing: the store is sent nothing (an empty delete would empty the
   // stored table) and nobody is told.
-  EXPECT_TRUE(s.deleteDialledCallList(std::set<std::string>{"nobody"}));
+  EXPECT_TRUE(journal.deleteDialledCallList(std::set<std::string>{"nobody"}));
   EXPECT_EQ(sent(), Calls{});
-  s.deleteDialledCallList(std::set<std::string>{"D1"});
+  journal.deleteDialledCallList(std::set<std::string>{"D1"});
   EXPECT_EQ(sent(), (Calls{"delete callLogDialledCalls 1", "dialled D2||3"}));
 
-  // deleteCalls tries the received, dialled, missed and forwarded lists in turn: D2 goes from the received only.
-  EXPECT_FALSE(s.deleteCalls({}));
-  EXPECT_FALSE(s.deleteCalls({"unknown"}));
-  EXPECT_TRUE(s.deleteCalls({"D2", "F1", "unknown"}));
-  EXPECT_EQ((std::vector<size_t>{peer.receivedList().size(), peer.dialledList().size(), peer.forwardedList().size()}),
-            (std::vector<size_t>{1, 1, 0}));
+  // deleteCalls finds each id in whichever list holds it.
+  EXPECT_FALSE(journal.deleteCalls({}));
+  EXPECT_FALSE(journal.deleteCalls({"unknown"}));
+  EXPECT_TRUE(journal.deleteCalls({"R2", "F1", "unknown"}));
+  EXPECT_EQ(1u, receivedCalls(journal).size());
+  EXPECT_EQ(1u, dialledCalls(journal).size());
+  EXPECT_EQ(0u, forwardedCalls(journal).size());
 }
 
 TEST_F(ListOperations, DroppedOccurrencesAreReportedWhereTheSwitchKeepsTheCallLog) {
   phone.service->deleteMissedCall("M2");
-  EXPECT_TRUE(phone.csta.escapes().empty());
-  peer.setServerCallLog(true);
+  EXPECT_EQ(std::vector<CallLogEntryRequest>{}, phone.csta.escapes());
+  phone.mgmt.setValue("system-identifier", "2");  // from now on the switch keeps the call log
+  phone.mgmt.drainNotifications();
   phone.service->deleteMissedCall("M1");
   phone.service->deleteForwardedCall("F1");  // the switch keeps no forwarded list
   phone.service->deleteReceivedCallList();
@@ -122,23 +147,24 @@ TEST_F(ListOperations, DroppedOccurrencesAreReportedWhereTheSwitchKeepsTheCallLo
 }
 
 TEST_F(ListOperations, NewSubscribersGetTheirStartUpMessagesAndDoubleSubscriptionsDoubleUpdates) {
-  auto& s = *phone.service;
+  auto& journal = *phone.service;
   RecordingObserver late, later;
-  ASSERT_TRUE(s.subscribe(&late));
+  ASSERT_TRUE(journal.subscribe(&late));
   EXPECT_EQ(late.take(), (Calls{"missedCount 2", "dialled D1||3"}));  // no callbacks, no count
-  peer.callBackList() = {makeCallBack("C1", "100")};
-  EXPECT_TRUE(s.subscribe(&later));
-  EXPECT_TRUE(s.subscribe(&observer));
-  EXPECT_FALSE(s.subscribe(nullptr));
+  callBackSetOn("100");
+  observer.take();
+  EXPECT_TRUE(journal.subscribe(&later));
+  EXPECT_TRUE(journal.subscribe(&observer));
+  EXPECT_FALSE(journal.subscribe(nullptr));
   EXPECT_EQ(later.take(), (Calls{"missedCount 2", "dialled D1||3", "callbackCount 1"}));
-  s.deleteReceivedCall("R1");
+  journal.deleteReceivedCall("R1");
   EXPECT_EQ(observer.take(),
             (Calls{"missedCount 2", "dialled D1||3", "callbackCount 1", "received |R1|2", "received |R1|2"}));
-  EXPECT_TRUE(s.unsubscribe(&observer));
-  s.deleteReceivedCall("D2");
-  EXPECT_EQ(observer.take(), Calls{"received |D2|2"});
-  EXPECT_TRUE(s.unsubscribe(&observer));
-  EXPECT_FALSE(s.unsubscribe(&observer));
+  EXPECT_TRUE(journal.unsubscribe(&observer));
+  journal.deleteReceivedCall("R2");
+  EXPECT_EQ(observer.take(), Calls{"received |R2|2"});
+  EXPECT_TRUE(journal.unsubscribe(&observer));
+  EXPECT_FALSE(journal.unsubscribe(&observer));
 }
 
 }  // namespace

@@ -1,7 +1,9 @@
 // The journal's management agent and settings: key coding, reject reasons, stored and observed values.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Items.h"
+#include "ClientLists.h"
+#include "CstaEventFactory.h"
 #include "JournalHarness.h"
 #include "LogCapture.h"
 #include "RecordingObserver.h"
@@ -40,71 +42,107 @@ class ManagementData : public ::testing::Test {
     auto sent = phone.csta.sent();
     return std::count(sent.begin(), sent.end(), request);
   }
+  long storeReads() {
+    const auto requests = phone.store.requests();
+    return std::count_if(requests.begin(), requests.end(), [](const std::string& request) {
+      return request.find("<reason>read</reason>") != std::string::npos;
+    });
+  }
+  void deliver(std::unique_ptr<CSTAEvent> event) { phone.service->deliverEvent(event.get()); }
+  // A call from `party` that the user answers and ends.
+  void answeredCall(const std::string& callId, const std::string& party) {
+    deliver(csta::delivered(callId, CSTA_LCS_Alerting, csta::dev(party), csta::dev(csta::kOwnLine)));
+    deliver(csta::established(callId, csta::dev(party), csta::dev(csta::kOwnLine), csta::dev(csta::kOwnLine)));
+    deliver(csta::cleared(callId));
+  }
 
   JournalHarness phone;
 };
 
 TEST_F(ManagementData, MissedLoggingIsCodedTheOtherWayRoundAndAnUnknownKeyStopsARead) {
   start();
-  EXPECT_EQ(get({"missed-logging"}), "0");  // logging on
-  EXPECT_EQ(set("missed-logging", "1"), Result(true, ""));
-  EXPECT_FALSE(phone.peer().missedLogging());
-  EXPECT_EQ(get({"missed-logging"}), "1");
-  EXPECT_EQ(set("delete-missed-when-called", "1"), Result(true, ""));
-  EXPECT_EQ(get({"delete-missed-when-called"}), "1");
-  EXPECT_EQ(set("delete-missed-when-called", "yes"), Result(true, ""));  // anything but "1" is off
-  EXPECT_FALSE(phone.peer().deleteMissedWhenCalled());
-  EXPECT_EQ(get({"clear-calllog"}), "false");
-  EXPECT_EQ(get({"call-log-enabled", "unknown", "missed-logging"}), "true");
-  EXPECT_EQ(get({"call-log-enabled", "unknown", "missed-logging"}, 2), "<none>");
+  EXPECT_EQ("0", get({"missed-logging"}));  // logging on
+  EXPECT_EQ(Result(true, ""), set("missed-logging", "1"));
+  EXPECT_EQ("1", get({"missed-logging"}));
+  EXPECT_EQ(Result(true, ""), set("delete-missed-when-called", "1"));
+  EXPECT_EQ("1", get({"delete-missed-when-called"}));
+  EXPECT_EQ(Result(true, ""), set("delete-missed-when-called", "yes"));  // anything but "1" is off
+  EXPECT_EQ("0", get({"delete-missed-when-called"}));
+  EXPECT_EQ("false", get({"clear-calllog"}));
+  EXPECT_EQ("true", get({"call-log-enabled", "unknown", "missed-logging"}));
+  EXPECT_EQ("<none>", get({"call-log-enabled", "unknown", "missed-logging"}, 2));
 }
 
 TEST_F(ManagementData, ClearingOrDisablingTheCallLogEmptiesTheListsAndRefusedWritesCarryTheirReason) {
   start();
   phone.service->refreshCallLog();
-  phone.peer().missedList() = {makeEntry<MissedCallItem>("M1", "100", "2024-03-05T10:00:00")};
-  phone.peer().callBackList() = {makeCallBack("C1", "100")};
-  EXPECT_EQ(set("clear-calllog", "true"), Result(true, ""));
-  EXPECT_TRUE(phone.peer().missedList().empty());
-  EXPECT_EQ(phone.peer().callBackList().size(), 1u);
-  phone.peer().receivedList() = {makeEntry<ReceivedCallItem>("R1", "100", "2024-03-05T10:00:00")};
-  EXPECT_EQ(set("call-log-enabled", "false"), Result(true, ""));
-  EXPECT_TRUE(phone.peer().receivedList().empty());
+  deliver(csta::failed("0", csta::dev("100"), csta::dev(csta::kOwnLine), EC_BUSY));  // a missed call
+  deliver(csta::callBack(csta::dev("100"), CSTACallBackEvent::CB_TYPE_BUSY, CSTACallBackEvent::CB_STATE_SET));
+  ASSERT_EQ(1u, missedCalls(*phone.service).size());
+  EXPECT_EQ(Result(true, ""), set("clear-calllog", "true"));
+  EXPECT_EQ(0u, missedCalls(*phone.service).size());
+  EXPECT_EQ(1u, callBacks(*phone.service).size());  // callbacks are no call log
+  answeredCall("17", "100");
+  ASSERT_EQ(1u, receivedCalls(*phone.service).size());
+  EXPECT_EQ(Result(true, ""), set("call-log-enabled", "false"));
+  EXPECT_EQ(0u, receivedCalls(*phone.service).size());
 
-  EXPECT_EQ(set("clear-calllog", "false"), Result(false, "4: Data invalid (clear-calllog) for JournalService"));
-  EXPECT_EQ(set("volume", "3").second, "4: Data invalid (volume) for JournalService");
+  EXPECT_EQ(Result(false, "4: Data invalid (clear-calllog) for JournalService"), set("clear-calllog", "false"));
+  EXPECT_EQ("4: Data invalid (volume) for JournalService", set("volume", "3").second);
   phone.store.clear();
-  EXPECT_EQ(set("call-log-enabled", "false"), Result(false, "10: callLogEnabled value is not changed"));
-  EXPECT_EQ(phone.store.requests().size(), 1u);  // the unchanged value is written all the same
+  EXPECT_EQ(Result(false, "10: callLogEnabled value is not changed"), set("call-log-enabled", "false"));
+  EXPECT_EQ(1u, phone.store.requests().size());  // the unchanged value is written all the same
   phone.store.setReply("failed");
-  EXPECT_EQ(set("call-log-enabled", "true"), Result(false, ""));
-  EXPECT_FALSE(phone.peer().callLogEnabled());  // the store refused it
+  EXPECT_EQ(Result(false, ""), set("call-log-enabled", "true"));
+  EXPECT_EQ("false", get({"call-log-enabled"}));  // the store refused it
 }
 
-TEST_F(ManagementData, CallLogAccessStartsAndStopsTheMonitorAndObservedValuesAreReadAgain) {
+// "0" starts the monitor and reads the lists again, "1" and "2" stop it, other values do nothing.
+TEST_F(ManagementData, CallLogAccessStartsAndStopsTheMonitor) {
   LogCapture log;
   start();
-  EXPECT_TRUE(phone.service->eventsStarted());
+  EXPECT_EQ(1, sent("MonitorStart"));
   EXPECT_TRUE(phone.csta.lastStartHadFilter());
   notify("disable-access-calllog", "1");
-  EXPECT_FALSE(phone.service->eventsStarted());
+  EXPECT_EQ(1, sent("MonitorStop"));
   notify("disable-access-calllog", "2");
   EXPECT_TRUE(log.contains("Events already stopped"));
+  phone.store.clear();
   notify("disable-access-calllog", "0");
-  EXPECT_TRUE(phone.service->eventsStarted());
-  EXPECT_TRUE(phone.peer().listsLoaded());  // the refresh that follows
+  EXPECT_EQ(2, sent("MonitorStart"));
+  EXPECT_EQ(4, storeReads());  // the refresh that follows: the three lists and the settings
   notify("disable-access-calllog", "7");
-  EXPECT_EQ(sent("MonitorStart"), 2);
-  EXPECT_EQ(sent("MonitorStop"), 1);
-  EXPECT_EQ(sent("ChangeMonitorFilter"), 1);
+  EXPECT_EQ(2, sent("MonitorStart"));
+  EXPECT_EQ(1, sent("MonitorStop"));
+  EXPECT_EQ(1, sent("ChangeMonitorFilter"));
+}
 
-  phone.peer().setVisitorCallLogChanged(true);
-  phone.mgmt.setValue("server-based-features", "true");
-  phone.mgmt.setValue("mobility-current-user", "alice");
+// The system identifier is read again when it changes: 2, the switch keeps the call log, which is
+// then told of each call the phone's user deletes.
+TEST_F(ManagementData, AChangedSystemIdentifierTakesEffect) {
+  start();
+  phone.service->refreshCallLog();
+  deliver(csta::failed("0", csta::dev("100"), csta::dev(csta::kOwnLine), EC_BUSY));
+  ASSERT_EQ(1u, missedCalls(*phone.service).size());
   notify("system-identifier", "2");
-  EXPECT_TRUE(phone.peer().serverBasedFeatures());
-  EXPECT_TRUE(phone.peer().serverCallLog());
-  EXPECT_FALSE(phone.peer().visitorCallLogChanged());
+  EXPECT_TRUE(phone.service->deleteMissedCall(missedCalls(*phone.service).front().getEntryId()));
+  ASSERT_EQ(1u, phone.csta.escapes().size());
+  EXPECT_EQ("100", phone.csta.escapes().front().subscriberNumber);
+}
+
+// With server based features a SIP phone files the forward of a call it had not seen ring.
+TEST_F(ManagementData, ServerBasedFeaturesSwitchedOnTakeEffect) {
+  start("Velmora SIP");
+  phone.service->refreshCallLog();
+  const auto forwardOfAnUnseenCall = [&](const std::string& callId) {
+    deliver(csta::diverted(callId, EC_CALL_FORWARD_IMMEDIATE, csta::dev("555"), csta::dev(csta::kOwnLine),
+                           csta::dev("7000")));
+  };
+  forwardOfAnUnseenCall("21");
+  EXPECT_EQ(0u, forwardedCalls(*phone.service).size());
+  notify("server-based-features", "true");
+  forwardOfAnUnseenCall("22");
+  EXPECT_EQ(1u, forwardedCalls(*phone.service).size());
 }
 
 TEST_F(ManagementData, SipPhonesMonitorWithoutFilterAndPublishTheStoredSettingsOnAUserChange) {
@@ -116,11 +154,10 @@ TEST_F(ManagementData, SipPhonesMonitorWithoutFilterAndPublishTheStoredSettingsO
   phone.service->subscribe(&observer);
   observer.take();
   notify("mobility-user-data-update", "1");
-  auto calls = observer.take();
-  EXPECT_NE(std::find(calls.begin(), calls.end(), "forwarded ||3"), calls.end());  // a full refresh
+  EXPECT_THAT(observer.take(), ::testing::Contains("forwarded ||3"));  // a full refresh
   std::string published;
   EXPECT_TRUE(phone.mgmt.value("missed-logging", published));
-  EXPECT_EQ(published, "1");  // logging off
+  EXPECT_EQ("1", published);  // logging off
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 // Missed entries found by any occurrence's number, however the lists changed.
 #include <gtest/gtest.h>
 
+#include "ClientLists.h"
 #include "Items.h"
 #include "JournalHarness.h"
 #include "RecordingObserver.h"
@@ -26,22 +27,33 @@ class MissedEntries : public ::testing::Test {
                                       CallLogEntryEvent::PV_NONE, "", CallLogEntryEvent::PV_NONE, "", time,
                                       CallLogEntryEvent::TF_LOCAL, false);
   }
-  std::deque<MissedCallItem>& list() { return phone.peer().missedList(); }
 
   JournalHarness phone{{{"software-type", "Velmora KPX"}}};
   RecordingObserver observer;
 };
 
+Contact phonebookContact(const std::string& number, const std::string& surname, const std::string& firstname) {
+  Contact contact;
+  contact.setNumber(number);
+  contact.setSurname(surname);
+  contact.setFirstname(firstname);
+  contact.setNumberType(NumberType::NT_MOBILE);
+  return contact;
+}
+
 TEST_F(MissedEntries, ReachingThePartyRemovesItsEntryByAnyOccurrence) {
+  // Anna is in the phonebook under two numbers: her calls from both make one entry.
+  phone.directory.add(phonebookContact("556", "Berg", "Anna"));
+  phone.directory.add(phonebookContact("557", "Berg", "Anna"));
   missed("E1", "555", "2024-03-05T10:00:00");
-  missed("E2", "556", "2024-03-05T10:01:00");
-  list()[1].infos().push_back(list()[1].infos().front());
-  list()[1].infos().back().number = "557";  // an older occurrence from another number
+  missed("E2", "557", "2024-03-05T10:01:00");
+  missed("E3", "556", "2024-03-05T10:02:00");
+  ASSERT_EQ(2u, missedCalls(*phone.service).size());
   observer.take();
-  EXPECT_TRUE(phone.service->searchRemoveMissedCallEntry("557"));
-  ASSERT_EQ(list().size(), 1u);
-  EXPECT_EQ(list()[0].getEntryId(), "E2");
-  EXPECT_EQ(observer.take(), (Calls{"missedCount 1", "missed |41|2"}));
+  EXPECT_TRUE(phone.service->searchRemoveMissedCallEntry("557"));  // the older occurrence of Anna's entry
+  ASSERT_EQ(1u, missedCalls(*phone.service).size());
+  EXPECT_EQ("E1", missedCalls(*phone.service)[0].getEntryId());
+  EXPECT_EQ((Calls{"missedCount 1", "missed |41|2"}), observer.take());
   EXPECT_FALSE(phone.service->searchRemoveMissedCallEntry("557"));
 }
 
@@ -66,8 +78,8 @@ TEST_F(MissedEntries, SearchesSeeEntriesHoweverTheListsChanged) {
   const auto none = CallLogEntryEvent::PV_NONE;
   phone.service->newReceivedCallEntry("R2", "778", "", "", "", 1000, -1, -1, CallLogEntryEvent::LT_RECEIVED, none, none,
                                       none, "", none, "", "", CallLogEntryEvent::TF_LOCAL);
-  ASSERT_EQ(phone.peer().receivedList().size(), 1u);  // merged into the loaded entry
-  EXPECT_EQ(phone.peer().receivedList()[0].infos().size(), 2u);
+  ASSERT_EQ(1u, receivedCalls(*phone.service).size());  // merged into the loaded entry
+  EXPECT_EQ(2u, receivedCalls(*phone.service)[0].infos().size());
 }
 
 }  // namespace

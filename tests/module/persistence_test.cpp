@@ -1,8 +1,9 @@
-// The journal's store exchange: unique ids, loading and purging stored lists, ids made unique on loading.
+// The journal's store exchange: loading and purging stored lists, a failing store, ids made unique on loading.
 #include <gtest/gtest.h>
 
 #include <set>
 
+#include "ClientLists.h"
 #include "CstaEventFactory.h"
 #include "Items.h"
 #include "JournalHarness.h"
@@ -13,23 +14,21 @@ using Helper = JournalServiceHelper;
 
 namespace {
 
-TEST(Persistence, WriteRepliesRenewTheUniqueIdAndLoadingSortsPurgesAndSurvivesFailures) {
-  JournalHarness phone(std::map<std::string, std::string>{{"software-type", "Velmora KPX"}});
-  phone.start();
-  auto item = makeEntry<MissedCallItem>("M1", "100", "2024-03-05T10:00:00");
-  phone.store.setReply("<storeReply><result>ok</result><lastUniqueId>17</lastUniqueId></storeReply>");
-  phone.service->updateMissedEntry(item, Helper::WRITEREQUEST);
-  EXPECT_EQ(phone.service->lastUniqueId(), "17");
-  EXPECT_TRUE(phone.peer().visitorCallLogChanged());
-  phone.peer().setVisitorCallLogChanged(false);
-  phone.store.setReply("failed");
-  phone.service->updateMissedEntry(item, Helper::UPDATEREQUEST);
-  EXPECT_EQ(phone.service->lastUniqueId(), "17");
-  EXPECT_FALSE(phone.peer().visitorCallLogChanged());
+// Writes the entries `append` gives to `table` of the store, as an earlier program left them.
+template <class Append>
+void writeToStore(MemoryDataAccessService& store, const char* table, Append append) {
+  std::string message = Helper::createXMLField(Helper::REASONFORMESSAGE, Helper::WRITEREQUEST);
+  append(message);
+  Helper::addXMLHeaderFooter(message, table);
+  ASSERT_NE("failed", store.processRequest(message));
+}
 
-  // Loading sorts newest first and purges entries without occurrences, one delete each; entries
-  // without a place in their list (written before places were kept) are given one and written.
+// Loading sorts newest first and purges entries without occurrences, one delete each; entries
+// without a place in their list (written before places were kept) are given one and written.
+TEST(Persistence, LoadingSortsPurgesEmptyEntriesAndPlacesTheOthers) {
+  JournalHarness phone(std::map<std::string, std::string>{{"software-type", "Velmora KPX"}});
   phone.store.setReply("<storeReply><result>ok</result></storeReply>");
+  phone.start();
   std::string reply;
   for (const auto& entry : {makeEntry<MissedCallItem>("M-emptyA", "300", "2024-03-04T10:00:00", 0),
                             makeEntry<MissedCallItem>("M-old", "100", "2024-03-01T10:00:00"),
@@ -38,24 +37,37 @@ TEST(Persistence, WriteRepliesRenewTheUniqueIdAndLoadingSortsPurgesAndSurvivesFa
     Helper::createXMLMissedCallItemBody(entry, reply, false);
   phone.store.clear();
   phone.service->processMissedCallDbXml("<storeReply><result>ok</result>" + reply + "</storeReply>");
-  auto& list = phone.peer().missedList();
-  ASSERT_EQ(list.size(), 2u);
-  EXPECT_EQ(list[0].getEntryId() + "," + list[1].getEntryId(), "M-new,M-old");
+  const auto list = missedCalls(*phone.service);
+  ASSERT_EQ(2u, list.size());
+  EXPECT_EQ("M-new", list[0].getEntryId());
+  EXPECT_EQ("M-old", list[1].getEntryId());
   const auto requests = phone.store.requests();
-  ASSERT_EQ(requests.size(), 3u);  // one delete per empty entry, then the places of the others
-  for (size_t i : {0u, 1u}) EXPECT_NE(requests[i].find("<reason>delete</reason>"), std::string::npos) << requests[i];
-  EXPECT_NE(requests[2].find("<reason>write</reason>"), std::string::npos) << requests[2];
+  ASSERT_EQ(3u, requests.size());  // one delete per empty entry, then the places of the others
+  for (size_t i : {0u, 1u}) EXPECT_NE(std::string::npos, requests[i].find("<reason>delete</reason>")) << requests[i];
+  EXPECT_NE(std::string::npos, requests[2].find("<reason>write</reason>")) << requests[2];
   EXPECT_GT(list[0].getListOrder(), list[1].getListOrder());
   EXPECT_GT(list[1].getListOrder(), 0);
+}
 
-  // A failing store leaves the lists as they are; only SIP phones read forwarded calls.
-  phone.store.setReply("failed");
-  for (auto [software, reads] : {std::make_pair("Velmora KPX", 3u), {"Velmora SIP", 4u}}) {
-    phone.peer().setSoftwareType(software);
+// A failing store leaves the lists as they are; only SIP phones read forwarded calls.
+TEST(Persistence, AFailingStoreLeavesTheListsAndOnlySipPhonesReadForwardedCalls) {
+  const struct {
+    const char* software;
+    size_t reads;  // missed, dialled, received (and forwarded)
+  } cases[] = {{"Velmora KPX", 3}, {"Velmora SIP", 4}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.software);
+    JournalHarness phone(std::map<std::string, std::string>{{"software-type", c.software}});
+    phone.store.setReply("<storeReply><result>ok</result></storeReply>");
+    phone.start();
+    std::string loaded;
+    Helper::createXMLMissedCallItemBody(makeEntry<MissedCallItem>("M1", "100", "2024-03-05T10:00:00"), loaded, false);
+    phone.service->processMissedCallDbXml("<storeReply><result>ok</result>" + loaded + "</storeReply>");
+    phone.store.setReply("failed");
     phone.store.clear();
     phone.service->loadCallListsFromDb();
-    EXPECT_EQ(list.size(), 2u) << software;
-    EXPECT_EQ(phone.store.requests().size(), reads) << software;
+    EXPECT_EQ(1u, missedCalls(*phone.service).size());
+    EXPECT_EQ(c.reads, phone.store.requests().size());
   }
 }
 
@@ -65,27 +77,27 @@ TEST(Persistence, WriteRepliesRenewTheUniqueIdAndLoadingSortsPurgesAndSurvivesFa
 TEST(Persistence, AnIdHeldTwiceInTheStoreIsMadeUniqueWhenLoadedAndKept) {
   const std::string shared = "2024-03-05T07:08:09Z00000000";
   MemoryDataAccessService store;
+  writeToStore(store, Helper::DAS_CALLLOGMISSEDCALLS, [&](std::string& entries) {
+    Helper::createXMLMissedCallItemBody(makeEntry<MissedCallItem>(shared, "100", "2024-03-05T07:08:09"), entries,
+                                        false);
+  });
+  writeToStore(store, Helper::DAS_CALLLOGRECEIVEDCALLS, [&](std::string& entries) {
+    Helper::createXMLReceivedCallItemBody(makeEntry<ReceivedCallItem>(shared, "200", "2024-03-05T07:08:09"), entries,
+                                          false);
+  });
+  writeToStore(store, Helper::DAS_CALLLOGDIALLEDCALLS, [&](std::string& entries) {
+    Helper::createXMLDialledCallItemBody(makeEntry<DialledCallItem>(shared, "300", "2024-03-05T07:08:09"), entries,
+                                         false);
+  });
   std::set<std::string> loaded;
   for (int start = 0; start < 2; ++start) {
     JournalHarness phone(std::map<std::string, std::string>{{"software-type", "Velmora SIP"}});
     phone.useStore(&store);
     phone.start();
-    if (start == 0) {
-      std::string missed, received, dialled;
-      Helper::createXMLMissedCallItemBody(makeEntry<MissedCallItem>(shared, "100", "2024-03-05T07:08:09"), missed,
-                                          false);
-      Helper::createXMLReceivedCallItemBody(makeEntry<ReceivedCallItem>(shared, "200", "2024-03-05T07:08:09"), received,
-                                            false);
-      Helper::createXMLDialledCallItemBody(makeEntry<DialledCallItem>(shared, "300", "2024-03-05T07:08:09"), dialled,
-                                           false);
-      phone.service->updateEntries(missed, Helper::WRITEREQUEST, Helper::DAS_CALLLOGMISSEDCALLS);
-      phone.service->updateEntries(received, Helper::WRITEREQUEST, Helper::DAS_CALLLOGRECEIVEDCALLS);
-      phone.service->updateEntries(dialled, Helper::WRITEREQUEST, Helper::DAS_CALLLOGDIALLEDCALLS);
-    }
     phone.service->refreshCallLog();
-    auto peer = phone.peer();
-    const std::set<std::string> ids{peer.missedList().front().getEntryId(), peer.receivedList().front().getEntryId(),
-                                    peer.dialledList().front().getEntryId()};
+    const std::set<std::string> ids{missedCalls(*phone.service).front().getEntryId(),
+                                    receivedCalls(*phone.service).front().getEntryId(),
+                                    dialledCalls(*phone.service).front().getEntryId()};
     EXPECT_EQ(ids.size(), 3u);
     EXPECT_EQ(ids.count(shared), 1u);
     if (start == 1) {
@@ -94,7 +106,7 @@ TEST(Persistence, AnIdHeldTwiceInTheStoreIsMadeUniqueWhenLoadedAndKept) {
     loaded = ids;
     // A failed call of this very second: its id "0" is taken, and so are the two given at the load.
     phone.service->deliverEvent(csta::failed("0", csta::dev("400"), csta::dev(csta::kOwnLine), EC_BUSY).get());
-    const std::string fresh = phone.service->getFrontMissedCall().getEntryId();
+    const std::string fresh = missedCalls(*phone.service).front().getEntryId();
     EXPECT_EQ(fresh.substr(0, 20), "2024-03-05T07:08:09Z");
     EXPECT_EQ(loaded.count(fresh), 0u) << fresh;
     phone.service->deleteMissedCall(fresh);

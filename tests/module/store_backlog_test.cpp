@@ -3,6 +3,7 @@
 // working, an entry whose write failed gets a row of its own, and its health is shown.
 #include <gtest/gtest.h>
 
+#include "ClientLists.h"
 #include "Items.h"
 #include "JournalHarness.h"
 #include "LogCapture.h"
@@ -78,16 +79,16 @@ TEST_F(StoreBacklog, ChangesWaitWithoutAskingTheStoreAndAreWrittenInOrderOnceARe
   EXPECT_EQ(phone.service->storeHealth().waitingChanges, 2u);  // A's row to delete, C to write
 
   phone.advance(999);
-  EXPECT_TRUE(sent().empty());
+  EXPECT_EQ(Lines{}, sent());
   phone.advance(1);  // the first retry finds the store failing still: the next waits twice as long
   EXPECT_EQ(sent(), (Lines{"write -"}));
   phone.store.setReply(kStored);
   phone.advance(1999);
-  EXPECT_TRUE(sent().empty());
+  EXPECT_EQ(Lines{}, sent());
   phone.advance(1);
   // Deletions first, then the entries as they are now, oldest first; C gets a row of its own.
   EXPECT_EQ(sent(), (Lines{"write -", "delete A#9", "write C"}));
-  EXPECT_EQ(phone.peer().missedList().front().getUniqueId(), "9");
+  EXPECT_EQ("9", missedCalls(*phone.service).front().getUniqueId());
   EXPECT_EQ(storeState(), "ok");
   EXPECT_EQ(log.count("the store fails"), 1);
   EXPECT_TRUE(log.contains("the store works again: 2 changes written", fw::kLogError));
@@ -102,7 +103,7 @@ TEST_F(StoreBacklog, AListWithChangesNotStoredIsNotReplacedByTheStoredOneAndASto
   missed("B", "200", "2024-03-05T10:01:00");
   sent();
   phone.service->refreshCallLog();  // the missed list keeps B; the other lists are read
-  EXPECT_EQ(phone.peer().missedList().size(), 2u);
+  EXPECT_EQ(2u, missedCalls(*phone.service).size());
   EXPECT_EQ(sent(), (Lines{"read -", "read -", "read -"}));  // dialled, received, settings
 
   phone.store.setReply(kStored);

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <type_traits>
 
+#include "ClientLists.h"
 #include "CstaEventFactory.h"
 #include "Items.h"
 #include "JournalHarness.h"
@@ -190,18 +191,10 @@ class Scenario : public ::testing::Test {
   // received, dialled, forwarded, each newest first.
   template <class Each>
   void forEachList(Each each) {
-    std::deque<MissedCallItem> missed;
-    std::deque<ReceivedCallItem> received;
-    std::deque<DialledCallItem> dialled;
-    std::deque<ForwardedCallItem> forwarded;
-    phone->service->getMissedCallList(missed);
-    phone->service->getReceivedCallList(received);
-    phone->service->getDialledCallList(dialled);
-    phone->service->getForwardedCallList(forwarded);
-    each("missed", missed);
-    each("received", received);
-    each("dialled", dialled);
-    each("forwarded", forwarded);
+    each("missed", missedCalls(*phone->service));
+    each("received", receivedCalls(*phone->service));
+    each("dialled", dialledCalls(*phone->service));
+    each("forwarded", forwardedCalls(*phone->service));
   }
   std::vector<Shown> entries() {
     std::vector<Shown> out;

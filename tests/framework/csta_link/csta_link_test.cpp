@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "LogCapture.h"
+#include "Printers.h"
 #include "SwitchSimulator.h"
 #include "csta_link/CstaLinkService.h"
 #include "csta_link/CstaXml.h"
@@ -138,25 +139,30 @@ class CstaLinkTest : public ::testing::Test {
   std::unique_ptr<fw::CstaLinkService> link;
 };
 
-TEST_F(CstaLinkTest, SessionRequestsOnTheWire) {
+// The switch's status request that opens the session is answered under its id; a module's
+// registration for the system status goes out as a SystemRegister.
+TEST_F(CstaLinkTest, TheSessionOpensWithTheStatusAnswerAndTheRegistration) {
   start();
   ASSERT_TRUE(sim->waitForRequest("SystemStatusResponse", kWaitMs));
-  EXPECT_EQ(sim->requests("SystemStatusResponse")[0].invokeId, 4711);
-  EXPECT_EQ(registerSink(), "ok");
+  EXPECT_EQ(4711, sim->requests("SystemStatusResponse")[0].invokeId);
+  EXPECT_EQ("ok", registerSink());
   expectParts(xml("SystemRegister"), {"<systemStatus>true</systemStatus>"});
+}
 
+TEST_F(CstaLinkTest, MonitorRequestsCarryTheirFilters) {
+  start();
   CSTAMonitorFilter filter;  // as the journal asks: call control without held calls, call-log entries
   filter.setCallControlFilter(false);
   filter.setHeldFilter(true);
   filter.setVendorSpecificFilter(true);
   filter.setCallLogEntryFilter(false);
   filter.setSystemStatusFilter(false);
-  EXPECT_EQ(startMonitor(sink, &filter), "100");
+  EXPECT_EQ("100", startMonitor(sink, &filter));
   expectParts(xml("MonitorStart"),
               {"<monitorObject><deviceObject>3012</deviceObject></monitorObject>",
                "<callcontrol><callCleared>false</callCleared>", "<held>true</held>", "<delivered>false</delivered>",
                "<private>false</private>", "xmlns=\"http://www.ecma-international.org/standards/ecma-323/csta/ed4\""});
-  EXPECT_EQ(xml("MonitorStart").find("callAssociated"), std::string::npos);
+  EXPECT_EQ(std::string::npos, xml("MonitorStart").find("callAssociated"));
 
   CSTAChangeMonitorFilterRequest change;
   change.setCSTAEventIfc(&sink);
@@ -165,41 +171,49 @@ TEST_F(CstaLinkTest, SessionRequestsOnTheWire) {
   changed.setLogicalDeviceFilter(true);
   changed.setFS_DNDFilter(false);
   change.setRequestedFilterList(changed);
-  EXPECT_EQ(send(change), "ok");
+  EXPECT_EQ("ok", send(change));
   expectParts(xml("ChangeMonitorFilter"),
               {"<monitorCrossRefID>100</monitorCrossRefID><requestedFilterList><logicalDeviceFeature>",
                "<doNotDisturb>false</doNotDisturb><forwarding>true</forwarding>"});
+}
 
-  // The escape's call-log entry reads back as the switch's own call-log event form.
+// The escape's call-log entry reads back as the switch's own call-log event form.
+TEST_F(CstaLinkTest, AnEscapesCallLogEntryReadsBackAsTheSwitchsCallLogEvent) {
+  start();
   const std::string name = "Åsa <Nord>";
   CSTAEscapeRequest escape;
   escape.setCallLogEntry(CallLogEntryRequest(
       CallLogEntryEvent::ACTION_DELETE, CallLogEntryEvent::LT_MISSED, CallLogEntryEvent::TF_UTC, "0301234",
       CallLogEntryEvent::PV_SHOWN, "2026-03-01T10:00:00", CallLogEntryEvent::PV_RESTRICTED, &name,
       CallLogEntryEvent::PV_NONE, nullptr, CallLogEntryEvent::PV_NONE, nullptr, CallLogEntryEvent::PV_SHOWN, &name));
-  EXPECT_EQ(send(escape), "ok");
+  EXPECT_EQ("ok", send(escape));
   std::string asEvent = xml("Escape");
   asEvent.replace(asEvent.find("<Escape"), 7, "<PrivateEvent");
   asEvent.replace(asEvent.find("</Escape>"), 9, "</PrivateEvent>");
   auto parsed = csta_xml::parseCstaEvent(asEvent);
   auto* entry = dynamic_cast<CSTAPrivateEvent*>(parsed.event.get());
-  ASSERT_NE(entry, nullptr) << asEvent;
+  ASSERT_NE(nullptr, entry) << asEvent;
   CallLogEntryEvent expected;
   expected.action = CallLogEntryEvent::ACTION_DELETE;
   expected.logTarget = CallLogEntryEvent::LT_MISSED;
   expected.timeFormat = CallLogEntryEvent::TF_UTC;
   expected.subscriberNumber = "0301234";
   for (int i = 0; i < CallLogEntryRequest::kFieldCount; ++i) expected.fields[i] = escape.getCallLogEntry().fields[i];
-  EXPECT_TRUE(entry->getCallLogEntry() == expected);
+  EXPECT_EQ(expected, entry->getCallLogEntry());
+}
 
-  // A SystemStatus request of the switch later on: answered under its id and passed to the registrant.
+// A SystemStatus request of the switch later on: answered under its id and passed to the registrant.
+TEST_F(CstaLinkTest, ASystemStatusRequestOfTheSwitchIsAnsweredAndPassedToTheRegistrant) {
+  start();
+  ASSERT_TRUE(sim->waitForRequest("SystemStatusResponse", kWaitMs));
+  ASSERT_EQ("ok", registerSink());
   ASSERT_TRUE(sim->sendRaw(csta_xml::encodeFrame(
       77,
       "<SystemStatus xmlns=\"http://www.ecma.ch/standards/ecma-323/csta/ed2\"><systemStatus>overloadImminent"
       "</systemStatus></SystemStatus>")));
   EXPECT_TRUE(sink.waitFor("status overloadImminent"));
   ASSERT_TRUE(sim->waitForRequest("SystemStatusResponse", kWaitMs, 2));
-  EXPECT_EQ(sim->requests("SystemStatusResponse")[1].invokeId, 77);
+  EXPECT_EQ(77, sim->requests("SystemStatusResponse")[1].invokeId);
 }
 
 TEST_F(CstaLinkTest, EventsGoToTheirMonitorOnTheEventThread) {
@@ -338,7 +352,7 @@ TEST_F(CstaLinkTest, HeldEventsWaitAndThenComeInOrder) {
   CSTAEscapeRequest escape;
   ASSERT_EQ(send(escape), "ok");  // answered behind the events: they have been read
   link->drainEvents();
-  EXPECT_TRUE(sink.seen().empty());
+  EXPECT_EQ(std::vector<std::string>{}, sink.seen());
   link->releaseEvents();
   ASSERT_TRUE(sink.waitFor(seenDelivered("3")[0]));
   const std::vector<std::string> expected = {seenDelivered("1")[0], seenDelivered("2")[0], seenDelivered("3")[0]};

@@ -32,9 +32,12 @@ TEST(CstaTrace, ReadsSetsAndEventsOfAnyEditionWithTheirPlaces) {
   ASSERT_TRUE(fw::readCstaTrace(text, "day.xml", read, error)) << error;
   ASSERT_EQ(read.steps.size(), 4u);
   const auto& set = read.steps[0];
-  EXPECT_EQ(std::make_tuple(set.kind, set.at, set.key, set.value, set.line, set.column),
-            std::make_tuple(fw::CstaTraceStep::Set, std::string("2026-03-10T08:00:00"), std::string("software-type"),
-                            std::string("Velmora KPX"), 4, 1));
+  EXPECT_EQ(fw::CstaTraceStep::Set, set.kind);
+  EXPECT_EQ("2026-03-10T08:00:00", set.at);
+  EXPECT_EQ("software-type", set.key);
+  EXPECT_EQ("Velmora KPX", set.value);
+  EXPECT_EQ(4, set.line);
+  EXPECT_EQ(1, set.column);
   EXPECT_EQ(read.steps[3].atSeconds - set.atSeconds, 60);
   const std::pair<int, int> places[] = {{5, 3}, {6, 1}, {9, 1}};
   const char* names[] = {"DeliveredEvent", "OfferedEvent", "ConnectionClearedEvent"};
@@ -77,7 +80,7 @@ TEST(CstaTrace, RefusesEachFaultNamingItsPlace) {
     std::string error;
     EXPECT_FALSE(fw::readCstaTrace(text, "f", read, error)) << expected;
     EXPECT_EQ(error.substr(0, expected.size()), expected) << text;
-    EXPECT_TRUE(read.steps.empty());
+    EXPECT_EQ(0u, read.steps.size());
   }
 }
 

@@ -140,7 +140,7 @@ TEST_F(Phonebook, ReloadSwapsTheWholeIndexUnderConcurrentLookups) {
   }
   done = true;
   reader.join();
-  EXPECT_TRUE(seen.empty()) << seen.front();
+  EXPECT_EQ(std::vector<std::string>{}, seen);
   EXPECT_EQ(find("100"), "New||2|");
   EXPECT_EQ(find("200"), "unknown");
 }

@@ -36,7 +36,6 @@ TEST(CstaEvents, EveryEventReachesExactlyItsOwnHandlerAndNamesItself) {
 #define ROW(N) Row(#N, std::make_shared<CSTA##N##Event>()),
   const std::vector<Row> rows = {EVENTS(ROW) ROW(SwitchingFunctionDevices)};
 #undef ROW
-  ASSERT_EQ(rows.size(), 38u);
   for (const auto& [name, event] : rows) {
     RecordingObserver observer;
     event->dispatch(observer);

@@ -6,6 +6,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "Printers.h"
 #include "framework/JournalServiceHelper.h"
 
 namespace {

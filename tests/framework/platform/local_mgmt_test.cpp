@@ -148,7 +148,7 @@ TEST_F(LocalMgmt, ADefaultIsReadWhileNothingIsConfiguredAndObserversHearOfTheVal
   mgmt.replaceValues({{"software-type", "Velmora SIP"}});
   mgmt.replaceValues({});  // back to the default
   EXPECT_EQ((Changes{"software-type=Velmora SIP", "software-type=Velmora KPX"}), delivered());
-  EXPECT_TRUE(mgmt.values().empty());
+  EXPECT_EQ(Values{}, mgmt.values());
 }
 
 }  // namespace

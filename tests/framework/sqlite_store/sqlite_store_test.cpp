@@ -13,6 +13,7 @@
 
 #include "Items.h"
 #include "LogCapture.h"
+#include "Printers.h"
 #include "SqlRows.h"
 #include "framework/JournalServiceHelper.h"
 #include "sqlite_store/SqliteDataAccessService.h"
@@ -120,7 +121,7 @@ TEST_F(SqliteStoreTest, DeletesByUniqueIdByEntryIdAndWholeTable) {
             (Rows{ids[1] + " E1", ids[2] + " E2"}));
 
   EXPECT_NE(store.processRequest(request(kMissed, H::DELETEREQUEST)), "failed");
-  EXPECT_TRUE(readMissed(store).empty());
+  EXPECT_EQ(std::deque<MissedCallItem>{}, readMissed(store));
   EXPECT_EQ(sqlRows(path, "SELECT entry_id FROM callLogDialledCalls"), (Rows{"D1"}));
   // Ids of deleted rows are not given again: the journal may still hold them.
   EXPECT_GT(std::stoll(put(entry(missed("E4", "t", 1)))), std::stoll(ids[3]));
