@@ -11,7 +11,6 @@
 
 #include "BenchPhone.h"
 #include "BenchSupport.h"
-#include "JournalServiceInvoker.h"
 #include "JournalServiceObserverProxy.h"
 #include "framework/ClientServer.h"
 #include "framework/JournalClient.h"
@@ -23,24 +22,28 @@ namespace {
 
 constexpr int kSubscribers = 10;
 
+// An answer kept in this process.
+struct KeptResponse : InvokerResponse {
+  std::string text;
+  void setResponse(const char* t, int n) override { text.assign(t, static_cast<size_t>(n)); }
+  void complete() override {}
+  std::string getClientId() const override { return "bench"; }
+};
+
 // The journal served on a socket, as the daemon serves it.
 struct ServedPhone {
   explicit ServedPhone(const TempDir& dir) : phone(dir.file("journal.db")) {
     fill<MissedCallItem>(phone.service, Helper::DAS_CALLLOGMISSEDCALLS);
     phone.service.readMissedCallList();
-    invoker.initInvoker(&phone.context);
     fw::ClientServerOptions options;
     options.socketPath = dir.file("journal.sock");
-    server = std::make_unique<fw::ClientServer>(phone.context, options);
-    server->setTarget(&phone.service, &invoker);
+    server = std::make_unique<fw::ClientServer>(phone.runtime.context(), options);
+    server->setTarget(&phone.service, phone.runtime.invoker());
     server->addProxyFactory(
         "JournalServiceObserverIfc", [] { return new JournalServiceObserverProxy(); },
         Helper::createMethodRequest(Helper::UNSUBSCRIBE));
     std::string error;
-    if (!server->start(error)) {
-      std::fprintf(stderr, "%s\n", error.c_str());
-      std::abort();
-    }
+    check(server->start(error), error);
     socket = options.socketPath;
   }
   ~ServedPhone() { server->stop(); }
@@ -48,15 +51,16 @@ struct ServedPhone {
   fw::JournalClient connect() {
     fw::JournalClient client;
     std::string error;
-    if (!client.connect(socket, error)) {
-      std::fprintf(stderr, "%s\n", error.c_str());
-      std::abort();
-    }
+    check(client.connect(socket, error), error);
     return client;
   }
 
+  // The invoker's answer to `request`, in this process (no socket).
+  void answer(const std::string& request, KeptResponse& response) {
+    phone.runtime.invoker()->handleMessage(&phone.service, request.data(), static_cast<int>(request.size()), &response);
+  }
+
   Phone phone;
-  JournalServiceInvoker invoker;
   std::unique_ptr<fw::ClientServer> server;
   std::string socket;
 };
@@ -82,20 +86,13 @@ void BM_ListRoundTripUnixSocket(benchmark::State& state) {
 }
 
 // The server's half of the round trip, in process: the invoker's reply for the full list.
-struct KeptResponse : InvokerResponse {
-  std::string text;
-  void setResponse(const char* t, int n) override { text.assign(t, static_cast<size_t>(n)); }
-  void complete() override {}
-  std::string getClientId() const override { return "bench"; }
-};
-
 void BM_ListReplyInProcess(benchmark::State& state) {
   TempDir dir;
   ServedPhone served(dir);
   const std::string request = Helper::createMethodRequest(Helper::GET_MISSED_CALL_LIST);
   for (auto _ : state) {
     KeptResponse response;
-    served.invoker.handleMessage(&served.phone.service, request.data(), static_cast<int>(request.size()), &response);
+    served.answer(request, response);
     benchmark::DoNotOptimize(response.text.data());
   }
 }
@@ -106,7 +103,7 @@ void BM_ListReplyParse(benchmark::State& state) {
   ServedPhone served(dir);
   const std::string request = Helper::createMethodRequest(Helper::GET_MISSED_CALL_LIST);
   KeptResponse response;
-  served.invoker.handleMessage(&served.phone.service, request.data(), static_cast<int>(request.size()), &response);
+  served.answer(request, response);
   for (auto _ : state) {
     std::deque<MissedCallItem> list;
     Helper::parseXMLMissedCallList(response.text, list);
@@ -124,7 +121,7 @@ void BM_DeleteRequestNamingManyIds(benchmark::State& state) {
   const std::string request = Helper::createMethodRequest(Helper::DELETE_MISSED_CALL_LIST, ids);
   for (auto _ : state) {
     KeptResponse response;
-    served.invoker.handleMessage(&served.phone.service, request.data(), static_cast<int>(request.size()), &response);
+    served.answer(request, response);
     if (response.text != Helper::respBool(true)) state.SkipWithError("the request was not answered");
   }
   state.counters["ids"] = static_cast<double>(state.range(0));

@@ -18,14 +18,9 @@
 #include "BenchPhone.h"
 #include "BenchSupport.h"
 #include "JournalService.h"
-#include "framework/ClockService.h"
-#include "framework/CstaRequests.h"
-#include "framework/FrameworkContext.h"
 #include "framework/JournalServiceHelper.h"
-#include "framework/LocalMgmt.h"
 #include "framework/Logging.h"
 #include "framework/SqliteDataAccessService.h"
-#include "framework/TimeSource.h"
 
 using Helper = JournalServiceHelper;
 using bench::RawTable;
