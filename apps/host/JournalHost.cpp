@@ -62,18 +62,6 @@ class CallLogAccessAgent : public MgmtAgentIfc {
   fw::CstaLinkService& m_link;
 };
 
-// An answer kept in this process (trace replay asks the journal as a client would).
-class LocalResponse : public InvokerResponse {
- public:
-  void setResponse(const char* text, int length) override { m_text.assign(text, static_cast<size_t>(length)); }
-  void complete() override {}
-  std::string getClientId() const override { return "local"; }
-  const std::string& text() const { return m_text; }
-
- private:
-  std::string m_text;
-};
-
 }  // namespace
 
 struct JournalHost::Parts {
@@ -325,11 +313,8 @@ bool JournalHost::reload(std::string& error) {
 }
 
 std::string JournalHost::request(const std::string& message) {
-  LocalResponse response;
-  fw::JournalRuntime& runtime = m_parts->runtime;
-  if (!runtime.invoker()) return JournalServiceHelper::FAILURE;
-  runtime.invoker()->handleMessage(runtime.service(), message.data(), static_cast<int>(message.size()), &response);
-  return response.text();
+  std::string reply;
+  return m_parts->runtime.request(message, reply) ? reply : JournalServiceHelper::FAILURE;
 }
 
 std::string JournalHost::handleManagement(const std::string& message) {

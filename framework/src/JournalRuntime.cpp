@@ -8,6 +8,18 @@ namespace {
 
 constexpr const char* kServiceName = "JournalServiceIfc";
 
+// An answer kept in this process.
+class LocalResponse : public InvokerResponse {
+ public:
+  void setResponse(const char* text, int length) override { m_text.assign(text, static_cast<size_t>(length)); }
+  void complete() override {}
+  std::string getClientId() const override { return "local"; }
+  std::string& text() { return m_text; }
+
+ private:
+  std::string m_text;
+};
+
 }  // namespace
 
 JournalRuntime::JournalRuntime(Clock clock, const std::string& startTime, ManualTimeSource* clockTime)
@@ -102,6 +114,14 @@ void JournalRuntime::runSteps(std::vector<std::function<void()>>& steps) {
   std::vector<std::function<void()>> taken;
   taken.swap(steps);
   for (auto step = taken.rbegin(); step != taken.rend(); ++step) (*step)();
+}
+
+bool JournalRuntime::request(const std::string& message, std::string& reply) {
+  if (!m_initialised || !m_invoker) return false;
+  LocalResponse response;
+  m_invoker->handleMessage(m_service.get(), message.data(), static_cast<int>(message.size()), &response);
+  reply = std::move(response.text());
+  return true;
 }
 
 void JournalRuntime::settle() {

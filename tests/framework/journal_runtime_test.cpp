@@ -41,7 +41,11 @@ class LoggedInvoker : public Invoker {
  public:
   explicit LoggedInvoker(Log& log) : m_log(log) {}
   ~LoggedInvoker() override { m_log.push_back("invoker deleted"); }
-  void handleMessage(Executable*, const char*, int, InvokerResponse*) override {}
+  // Answers with the request and who sent it.
+  void handleMessage(Executable*, const char* message, int length, InvokerResponse* response) override {
+    response->setResponse(std::string(message, static_cast<size_t>(length)) + " from " + response->getClientId());
+    response->complete();
+  }
   void initInvoker(FrameworkContext*) override { m_log.push_back("invoker initialised"); }
 
  private:
@@ -56,6 +60,12 @@ struct Runtime : ::testing::Test {
     runtime.provide("DataAccessServiceIfc", &store);
     runtime.useModule(std::move(service), std::make_unique<LoggedInvoker>(log));
     return linked;
+  }
+  LoggedService& startModule(fw::JournalRuntime& runtime) {
+    LoggedService& service = linkModule(runtime);
+    std::string error;
+    EXPECT_TRUE(runtime.start(error)) << error;
+    return service;
   }
 
   Log log;
@@ -98,6 +108,18 @@ TEST_F(Runtime, AModuleNeverStartedIsDeletedWithoutItsLastWritesAndNothingStarts
   EXPECT_EQ(error, "no journal module to start");
 }
 
+TEST_F(Runtime, RequestsAreAnsweredInProcessOnceTheModuleRuns) {
+  fw::JournalRuntime runtime(fw::JournalRuntime::Clock::Manual);
+  linkModule(runtime);
+  std::string reply = "untouched";
+  EXPECT_FALSE(runtime.request("<read/>", reply));
+  EXPECT_EQ(reply, "untouched");
+  std::string error;
+  ASSERT_TRUE(runtime.start(error)) << error;
+  EXPECT_TRUE(runtime.request("<read/>", reply));
+  EXPECT_EQ(reply, "<read/> from local");
+}
+
 TEST_F(Runtime, APlugInWithoutTheJournalsFactoryIsRefusedNamingTheFile) {
   fw::JournalRuntime runtime(fw::JournalRuntime::Clock::Manual);
   std::string error;
@@ -109,9 +131,8 @@ TEST_F(Runtime, APlugInWithoutTheJournalsFactoryIsRefusedNamingTheFile) {
 
 TEST_F(Runtime, SettingTheClockFiresTheTimersDueBeforeAndRefusesWhatIsNoTime) {
   fw::JournalRuntime runtime(fw::JournalRuntime::Clock::Manual, "2024-03-05T10:00:00");
-  LoggedService& service = linkModule(runtime);
+  LoggedService& service = startModule(runtime);
   std::string error;
-  ASSERT_TRUE(runtime.start(error)) << error;
   ASSERT_TRUE(runtime.setLocalTime("2024-03-05T10:02:00", error)) << error;
   runtime.settle();
   EXPECT_EQ(service.fired, 1);
@@ -126,9 +147,8 @@ TEST_F(Runtime, SettingTheClockFiresTheTimersDueBeforeAndRefusesWhatIsNoTime) {
 TEST_F(Runtime, AClockOnItsOwnSourceLeavesTheTimersWhereTheyAre) {
   fw::ManualTimeSource callTime;
   fw::JournalRuntime runtime(fw::JournalRuntime::Clock::Manual, "2024-03-05T10:00:00", &callTime);
-  LoggedService& service = linkModule(runtime);
+  LoggedService& service = startModule(runtime);
   std::string error;
-  ASSERT_TRUE(runtime.start(error)) << error;
   ASSERT_TRUE(runtime.setLocalTime("2024-03-05T11:00:00", error)) << error;
   runtime.settle();
   EXPECT_EQ(service.fired, 0);

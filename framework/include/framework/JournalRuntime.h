@@ -73,6 +73,10 @@ class JournalRuntime {
   // Idempotent. A module must be given again before another start().
   void stop();
 
+  // Answers one client request (`message`) in this process, as the client server has the module
+  // answer one; the client's id is "local". False, leaving `reply` alone, before start().
+  bool request(const std::string& message, std::string& reply);
+
   // Waits until the timers due and the management notifications queued so far are delivered.
   void settle();
   // Manual time: moves the context's time source and waits for the timers due by then.
