@@ -22,14 +22,6 @@ namespace {
 
 constexpr int kSubscribers = 10;
 
-// An answer kept in this process.
-struct KeptResponse : InvokerResponse {
-  std::string text;
-  void setResponse(const char* t, int n) override { text.assign(t, static_cast<size_t>(n)); }
-  void complete() override {}
-  std::string getClientId() const override { return "bench"; }
-};
-
 // The journal served on a socket, as the daemon serves it.
 struct ServedPhone {
   explicit ServedPhone(const TempDir& dir) : phone(dir.file("journal.db")) {
@@ -55,9 +47,11 @@ struct ServedPhone {
     return client;
   }
 
-  // The invoker's answer to `request`, in this process (no socket).
-  void answer(const std::string& request, KeptResponse& response) {
-    phone.runtime.invoker()->handleMessage(&phone.service, request.data(), static_cast<int>(request.size()), &response);
+  // The module's answer to `request`, in this process (no socket).
+  std::string answer(const std::string& request) {
+    std::string reply;
+    phone.runtime.request(request, reply);
+    return reply;
   }
 
   Phone phone;
@@ -91,9 +85,8 @@ void BM_ListReplyInProcess(benchmark::State& state) {
   ServedPhone served(dir);
   const std::string request = Helper::createMethodRequest(Helper::GET_MISSED_CALL_LIST);
   for (auto _ : state) {
-    KeptResponse response;
-    served.answer(request, response);
-    benchmark::DoNotOptimize(response.text.data());
+    const std::string reply = served.answer(request);
+    benchmark::DoNotOptimize(reply.data());
   }
 }
 
@@ -102,11 +95,10 @@ void BM_ListReplyParse(benchmark::State& state) {
   TempDir dir;
   ServedPhone served(dir);
   const std::string request = Helper::createMethodRequest(Helper::GET_MISSED_CALL_LIST);
-  KeptResponse response;
-  served.answer(request, response);
+  const std::string reply = served.answer(request);
   for (auto _ : state) {
     std::deque<MissedCallItem> list;
-    Helper::parseXMLMissedCallList(response.text, list);
+    Helper::parseXMLMissedCallList(reply, list);
     benchmark::DoNotOptimize(list.size());
   }
 }
@@ -120,9 +112,7 @@ void BM_DeleteRequestNamingManyIds(benchmark::State& state) {
   for (int64_t i = 0; i < state.range(0); ++i) ids.push_back("2024-01-01T00:00:00Z" + std::to_string(10000000 + i));
   const std::string request = Helper::createMethodRequest(Helper::DELETE_MISSED_CALL_LIST, ids);
   for (auto _ : state) {
-    KeptResponse response;
-    served.answer(request, response);
-    if (response.text != Helper::respBool(true)) state.SkipWithError("the request was not answered");
+    if (served.answer(request) != Helper::respBool(true)) state.SkipWithError("the request was not answered");
   }
   state.counters["ids"] = static_cast<double>(state.range(0));
 }
