@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <deque>
 #include <memory>
 #include <string>
 #include <type_traits>
@@ -101,6 +102,14 @@ inline std::string bodyOf(const MissedCallItem& i) { return Helper::createXMLMis
 inline std::string bodyOf(const DialledCallItem& i) { return Helper::createXMLDialledCallItemBody(i, false); }
 inline std::string bodyOf(const ReceivedCallItem& i) { return Helper::createXMLReceivedCallItemBody(i, false); }
 inline std::string bodyOf(const ForwardedCallItem& i) { return Helper::createXMLForwardedCallItemBody(i, false); }
+
+// How many entries a missed list's reply (of the store or of the journal) holds, parsed as a
+// client parses it.
+inline size_t parsedMissedEntries(const std::string& reply) {
+  std::deque<MissedCallItem> list;
+  Helper::parseXMLMissedCallList(reply, list);
+  return list.size();
+}
 
 // Fills one stored table with a full list in one transaction.
 template <class Item>

@@ -71,9 +71,7 @@ void BM_ListRoundTripUnixSocket(benchmark::State& state) {
     if (!client.call(request, reply, error)) state.SkipWithError(error.c_str());
     bytes = reply.size();
     if (state.range(0) == 0) continue;
-    std::deque<MissedCallItem> list;
-    Helper::parseXMLMissedCallList(reply, list);
-    if (list.size() != static_cast<size_t>(kEntries)) state.SkipWithError("the list is not full");
+    if (parsedMissedEntries(reply) != static_cast<size_t>(kEntries)) state.SkipWithError("the list is not full");
   }
   state.SetLabel(state.range(0) ? "reply parsed" : "reply received");
   state.counters["replyBytes"] = static_cast<double>(bytes);
@@ -96,11 +94,7 @@ void BM_ListReplyParse(benchmark::State& state) {
   ServedPhone served(dir);
   const std::string request = Helper::createMethodRequest(Helper::GET_MISSED_CALL_LIST);
   const std::string reply = served.answer(request);
-  for (auto _ : state) {
-    std::deque<MissedCallItem> list;
-    Helper::parseXMLMissedCallList(reply, list);
-    benchmark::DoNotOptimize(list.size());
-  }
+  for (auto _ : state) benchmark::DoNotOptimize(parsedMissedEntries(reply));
 }
 
 // A request naming `state.range(0)` entry ids that match nothing (the list stays full), handled in
