@@ -1,19 +1,21 @@
 // A journal service on a store file in a real framework context, and full lists to fill it
-// with: what the store and client benchmarks measure on.
+// with: what the store and client benchmarks measure on. The journal runs in a
+// fw::JournalRuntime on a manual clock, as every benchmark's does (linkJournal, startJournal).
 #pragma once
 
 #include <cstdio>
 #include <cstdlib>
+#include <deque>
+#include <memory>
 #include <string>
 #include <type_traits>
 
+#include "BenchSupport.h"
+#include "FakeServices.h"
 #include "JournalService.h"
-#include "framework/ClockService.h"
-#include "framework/CstaRequests.h"
-#include "framework/FrameworkContext.h"
+#include "JournalServiceInvoker.h"
+#include "framework/JournalRuntime.h"
 #include "framework/JournalServiceHelper.h"
-#include "framework/LocalMgmt.h"
-#include "framework/TimeSource.h"
 #include "sqlite_store/SqliteDataAccessService.h"
 
 namespace bench {
@@ -60,47 +62,54 @@ Item makeEntry(int n, int occurrences) {
   return item;
 }
 
-// The switch: answers every request at once (the journal starts its monitor at start-up).
-class AnsweringCsta : public Service, public CSTAServiceIfc {
- public:
-  void sendRequest(CSTARequest& request) override { request.setResponse(0, new CSTAGenericResponse(false)); }
-};
+// Gives `runtime` a journal service linked into the benchmark, with its request invoker (the
+// runtime owns both); the caller provides the services, then calls startJournal.
+inline JournalService& linkJournal(fw::JournalRuntime& runtime) {
+  auto service = std::make_unique<JournalService>(nullptr);
+  JournalService& linked = *service;
+  runtime.useModule(std::move(service), std::make_unique<JournalServiceInvoker>());
+  return linked;
+}
 
-// A SIP journal service (it keeps all four lists) on a store file, in a real framework context.
+inline void startJournal(fw::JournalRuntime& runtime) {
+  std::string error;
+  check(runtime.start(error), error);
+}
+
+// A SIP journal service (it keeps all four lists) on a store file, with the tests' fake switch,
+// on a manual clock. The runtime is declared after the services, so it stops the journal first.
 struct Phone {
   explicit Phone(const std::string& path,
                  SqliteDataAccessService::Durability durability = SqliteDataAccessService::Full)
-      : store(durability), clock(time, "2024-03-05T10:00:00"), service(nullptr) {
+      : store(durability),
+        runtime(fw::JournalRuntime::Clock::Manual, "2024-03-05T10:00:00"),
+        service(linkJournal(runtime)) {
     std::string error;
-    if (!store.open(path, error)) {
-      std::fprintf(stderr, "%s\n", error.c_str());
-      std::abort();
-    }
-    mgmt.setValue("software-type", "Velmora SIP");
-    context.registerService("CSTAServiceIfc", &csta);
-    context.registerService("DataAccessServiceIfc", &store);
-    context.registerService("LocalMgmtIfc", &mgmt);
-    context.registerService("ClockServiceIfc", &clock);
-    service.init(context);
-  }
-  ~Phone() {
-    context.cancelTimers(&service);
-    mgmt.forget(&service);
+    check(store.open(path, error), error);
+    runtime.mgmt().setValue("software-type", "Velmora SIP");
+    runtime.provide("CSTAServiceIfc", &csta);
+    runtime.provide("DataAccessServiceIfc", &store);
+    startJournal(runtime);
   }
 
   SqliteDataAccessService store;
-  AnsweringCsta csta;
-  fw::ManualTimeSource time;
-  FrameworkContext context{time};
-  FileLocalMgmt mgmt;
-  SettableClockService clock;
-  JournalService service;
+  RecordingCstaService csta;
+  fw::JournalRuntime runtime;
+  JournalService& service;
 };
 
 inline std::string bodyOf(const MissedCallItem& i) { return Helper::createXMLMissedCallItemBody(i, false); }
 inline std::string bodyOf(const DialledCallItem& i) { return Helper::createXMLDialledCallItemBody(i, false); }
 inline std::string bodyOf(const ReceivedCallItem& i) { return Helper::createXMLReceivedCallItemBody(i, false); }
 inline std::string bodyOf(const ForwardedCallItem& i) { return Helper::createXMLForwardedCallItemBody(i, false); }
+
+// How many entries a missed list's reply (of the store or of the journal) holds, parsed as a
+// client parses it.
+inline size_t parsedMissedEntries(const std::string& reply) {
+  std::deque<MissedCallItem> list;
+  Helper::parseXMLMissedCallList(reply, list);
+  return list.size();
+}
 
 // Fills one stored table with a full list in one transaction.
 template <class Item>

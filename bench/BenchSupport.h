@@ -11,6 +11,13 @@
 
 namespace bench {
 
+// Ends the benchmark with `error` unless `ok`: a set-up that failed measures nothing.
+inline void check(bool ok, const std::string& error) {
+  if (ok) return;
+  std::fprintf(stderr, "%s\n", error.c_str());
+  std::abort();
+}
+
 // A directory of its own under TMPDIR (or /tmp), removed with everything in it.
 class TempDir {
  public:

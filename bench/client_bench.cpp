@@ -11,7 +11,6 @@
 
 #include "BenchPhone.h"
 #include "BenchSupport.h"
-#include "JournalServiceInvoker.h"
 #include "JournalServiceObserverProxy.h"
 #include "client_server/ClientServer.h"
 #include "client_server/JournalClient.h"
@@ -28,19 +27,15 @@ struct ServedPhone {
   explicit ServedPhone(const TempDir& dir) : phone(dir.file("journal.db")) {
     fill<MissedCallItem>(phone.service, Helper::DAS_CALLLOGMISSEDCALLS);
     phone.service.readMissedCallList();
-    invoker.initInvoker(&phone.context);
     fw::ClientServerOptions options;
     options.socketPath = dir.file("journal.sock");
-    server = std::make_unique<fw::ClientServer>(phone.context, options);
-    server->setTarget(&phone.service, &invoker);
+    server = std::make_unique<fw::ClientServer>(phone.runtime.context(), options);
+    server->setTarget(&phone.service, phone.runtime.invoker());
     server->addProxyFactory(
         "JournalServiceObserverIfc", [] { return new JournalServiceObserverProxy(); },
         Helper::createMethodRequest(Helper::UNSUBSCRIBE));
     std::string error;
-    if (!server->start(error)) {
-      std::fprintf(stderr, "%s\n", error.c_str());
-      std::abort();
-    }
+    check(server->start(error), error);
     socket = options.socketPath;
   }
   ~ServedPhone() { server->stop(); }
@@ -48,15 +43,18 @@ struct ServedPhone {
   fw::JournalClient connect() {
     fw::JournalClient client;
     std::string error;
-    if (!client.connect(socket, error)) {
-      std::fprintf(stderr, "%s\n", error.c_str());
-      std::abort();
-    }
+    check(client.connect(socket, error), error);
     return client;
   }
 
+  // The module's answer to `request`, in this process (no socket).
+  std::string answer(const std::string& request) {
+    std::string reply;
+    phone.runtime.request(request, reply);
+    return reply;
+  }
+
   Phone phone;
-  JournalServiceInvoker invoker;
   std::unique_ptr<fw::ClientServer> server;
   std::string socket;
 };
@@ -73,30 +71,20 @@ void BM_ListRoundTripUnixSocket(benchmark::State& state) {
     if (!client.call(request, reply, error)) state.SkipWithError(error.c_str());
     bytes = reply.size();
     if (state.range(0) == 0) continue;
-    std::deque<MissedCallItem> list;
-    Helper::parseXMLMissedCallList(reply, list);
-    if (list.size() != static_cast<size_t>(kEntries)) state.SkipWithError("the list is not full");
+    if (parsedMissedEntries(reply) != static_cast<size_t>(kEntries)) state.SkipWithError("the list is not full");
   }
   state.SetLabel(state.range(0) ? "reply parsed" : "reply received");
   state.counters["replyBytes"] = static_cast<double>(bytes);
 }
 
 // The server's half of the round trip, in process: the invoker's reply for the full list.
-struct KeptResponse : InvokerResponse {
-  std::string text;
-  void setResponse(const char* t, int n) override { text.assign(t, static_cast<size_t>(n)); }
-  void complete() override {}
-  std::string getClientId() const override { return "bench"; }
-};
-
 void BM_ListReplyInProcess(benchmark::State& state) {
   TempDir dir;
   ServedPhone served(dir);
   const std::string request = Helper::createMethodRequest(Helper::GET_MISSED_CALL_LIST);
   for (auto _ : state) {
-    KeptResponse response;
-    served.invoker.handleMessage(&served.phone.service, request.data(), static_cast<int>(request.size()), &response);
-    benchmark::DoNotOptimize(response.text.data());
+    const std::string reply = served.answer(request);
+    benchmark::DoNotOptimize(reply.data());
   }
 }
 
@@ -105,13 +93,8 @@ void BM_ListReplyParse(benchmark::State& state) {
   TempDir dir;
   ServedPhone served(dir);
   const std::string request = Helper::createMethodRequest(Helper::GET_MISSED_CALL_LIST);
-  KeptResponse response;
-  served.invoker.handleMessage(&served.phone.service, request.data(), static_cast<int>(request.size()), &response);
-  for (auto _ : state) {
-    std::deque<MissedCallItem> list;
-    Helper::parseXMLMissedCallList(response.text, list);
-    benchmark::DoNotOptimize(list.size());
-  }
+  const std::string reply = served.answer(request);
+  for (auto _ : state) benchmark::DoNotOptimize(parsedMissedEntries(reply));
 }
 
 // A request naming `state.range(0)` entry ids that match nothing (the list stays full), handled in
@@ -123,9 +106,7 @@ void BM_DeleteRequestNamingManyIds(benchmark::State& state) {
   for (int64_t i = 0; i < state.range(0); ++i) ids.push_back("2024-01-01T00:00:00Z" + std::to_string(10000000 + i));
   const std::string request = Helper::createMethodRequest(Helper::DELETE_MISSED_CALL_LIST, ids);
   for (auto _ : state) {
-    KeptResponse response;
-    served.invoker.handleMessage(&served.phone.service, request.data(), static_cast<int>(request.size()), &response);
-    if (response.text != Helper::respBool(true)) state.SkipWithError("the request was not answered");
+    if (served.answer(request) != Helper::respBool(true)) state.SkipWithError("the request was not answered");
   }
   state.counters["ids"] = static_cast<double>(state.range(0));
 }

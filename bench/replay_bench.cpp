@@ -48,17 +48,18 @@
 #include <unordered_map>
 #include <vector>
 
+#include "BenchPhone.h"
 #include "BenchSupport.h"
 #include "CstaEventFactory.h"
+#include "FakeServices.h"
 #include "JournalService.h"
 #include "JournalServiceObserverIfc.h"
 #include "digit_analysis/ConfiguredDigitAnalysis.h"
 #include "framework/CallItems.h"
-#include "framework/ClockService.h"
-#include "framework/CstaRequests.h"
-#include "framework/FrameworkContext.h"
+#include "digit_analysis/ConfiguredDigitAnalysis.h"
+#include "phonebook/FilePhonebook.h"
+#include "framework/JournalRuntime.h"
 #include "framework/JournalServiceHelper.h"
-#include "framework/LocalMgmt.h"
 #include "framework/Logging.h"
 #include "framework/TimeSource.h"
 #include "memory_store/MemoryDataAccessService.h"
@@ -203,17 +204,6 @@ class ListModel {
 
 // ---- The phone ----------------------------------------------------------------------------------
 
-// The switch: answers every request at once; a monitor start gets its cross-reference id.
-class AnsweringCsta : public Service, public CSTAServiceIfc {
- public:
-  void sendRequest(CSTARequest& request) override {
-    if (dynamic_cast<CSTAMonitorStartRequest*>(&request))
-      request.setResponse(0, new CSTAMonitorStartResponse("monitor-1"));
-    else
-      request.setResponse(0, new CSTAGenericResponse(false));
-  }
-};
-
 // The store as the journal sees it, counting the requests that change something.
 class CountingStore : public Service, public DataAccessServiceIfc {
  public:
@@ -286,32 +276,28 @@ void writePhonebook(const std::string& path) {
       out << "Surname" << party << ",First" << party << "," << partyNumber(party) << ",business\n";
 }
 
-// A journal service of one flavour on one store, in a real framework context with the phone's
-// local management, a settable clock on a manual time source, a phonebook file and a dialling plan.
+// A journal service of one flavour on one store, in a framework context with the phone's local
+// management, a settable clock on a manual time source, a phonebook file and a dialling plan.
+// The runtime is declared after the services, so it stops the journal first.
 struct Phone {
   Phone(const Flavour& flavour, bool sqlite, const bench::TempDir& dir)
-      : clock(callTime, "2024-03-05T07:00:00"),
-        counting(sqlite ? static_cast<DataAccessServiceIfc&>(sqliteStore) : memoryStore) {
+      : counting(sqlite ? static_cast<DataAccessServiceIfc&>(sqliteStore) : memoryStore),
+        runtime(fw::JournalRuntime::Clock::Manual, "2024-03-05T07:00:00", &callTime),
+        service(bench::linkJournal(runtime)) {
     std::string error;
     if (sqlite && !sqliteStore.open(dir.file("journal.db"), error)) fail(error);
     writePhonebook(dir.file("phonebook.csv"));
     if (!phonebook.load(dir.file("phonebook.csv"), error)) fail(error);
     digits.configure("*21, *61, #");
-    mgmt.setValue("software-type", flavour.softwareType);
-    context.registerService("CSTAServiceIfc", &csta);
-    context.registerService("DataAccessServiceIfc", &counting);
-    context.registerService("DirectoryServiceIfc", &phonebook);
-    context.registerService("LocalMgmtIfc", &mgmt);
-    context.registerService("ClockServiceIfc", &clock);
-    context.registerService("DigitAnalysisServiceIfc", &digits);
-    service.init(context);
+    runtime.mgmt().setValue("software-type", flavour.softwareType);
+    runtime.provide("CSTAServiceIfc", &csta);
+    runtime.provide("DataAccessServiceIfc", &counting);
+    runtime.provide("DirectoryServiceIfc", &phonebook);
+    runtime.provide("DigitAnalysisServiceIfc", &digits);
+    bench::startJournal(runtime);
     service.subscribe(&observer);
   }
-  ~Phone() {
-    service.unsubscribe(&observer);
-    context.cancelTimers(&service);
-    mgmt.forget(&service);
-  }
+  ~Phone() { service.unsubscribe(&observer); }
   [[noreturn]] static void fail(const std::string& error) {
     std::fprintf(stderr, "replay: %s\n", error.c_str());
     std::exit(3);
@@ -319,19 +305,17 @@ struct Phone {
 
   SqliteDataAccessService sqliteStore;  // default durability: an answered change is on disk
   MemoryDataAccessService memoryStore;
-  AnsweringCsta csta;
+  RecordingCstaService csta;
   FilePhonebook phonebook;
   ConfiguredDigitAnalysis digits;
-  // The framework's timers run on a source that stays put; the journal's clock reads the replay's
-  // own time, which moves between events without waking the timer thread on every step.
-  fw::ManualTimeSource time;
+  // The framework's timers run on the runtime's source, which stays put; the journal's clock
+  // reads the replay's own time, which moves between events without waking the timer thread on
+  // every step.
   fw::ManualTimeSource callTime;
-  FrameworkContext context{time};
-  FileLocalMgmt mgmt;
-  SettableClockService clock;
   CountingStore counting;
   CountingObserver observer;
-  JournalService service{nullptr};
+  fw::JournalRuntime runtime;
+  JournalService& service;
 };
 
 // Plays calls as the CSTA service reports them for the phone's own line.

@@ -10,21 +10,17 @@
 
 #include "Management.h"
 #include "client_server/ClientServer.h"
-#include "client_server/JournalClient.h"
-#include "csta_link/CstaLinkService.h"
 #include "digit_analysis/ConfiguredDigitAnalysis.h"
-#include "framework/ClockService.h"
-#include "framework/FrameworkContext.h"
-#include "framework/Invoker.h"
+#include "csta_link/CstaLinkService.h"
+#include "phonebook/FilePhonebook.h"
+#include "client_server/JournalClient.h"
+#include "framework/JournalRuntime.h"
 #include "framework/JournalServiceHelper.h"
-#include "framework/LocalMgmt.h"
 #include "framework/Logging.h"
 #include "framework/PluginLoader.h"
 #include "framework/Services.h"
-#include "framework/TimeSource.h"
-#include "mobility_upload/UploadMobilityService.h"
-#include "phonebook/FilePhonebook.h"
 #include "sqlite_store/SqliteDataAccessService.h"
+#include "mobility_upload/UploadMobilityService.h"
 
 namespace host {
 
@@ -66,41 +62,20 @@ class CallLogAccessAgent : public MgmtAgentIfc {
   fw::CstaLinkService& m_link;
 };
 
-// An answer kept in this process (trace replay asks the journal as a client would).
-class LocalResponse : public InvokerResponse {
- public:
-  void setResponse(const char* text, int length) override { m_text.assign(text, static_cast<size_t>(length)); }
-  void complete() override {}
-  std::string getClientId() const override { return "local"; }
-  const std::string& text() const { return m_text; }
-
- private:
-  std::string m_text;
-};
-
 }  // namespace
 
 struct JournalHost::Parts {
   explicit Parts(Mode mode)
-      : manualTime(mode == Mode::Replay ? std::make_unique<fw::ManualTimeSource>() : nullptr),
-        steadyTime(mode == Mode::Daemon ? std::make_unique<fw::SteadyTimeSource>() : nullptr),
-        context(manualTime ? static_cast<fw::TimeSource&>(*manualTime) : *steadyTime) {}
+      : runtime(mode == Mode::Replay ? fw::JournalRuntime::Clock::Manual : fw::JournalRuntime::Clock::System) {}
 
-  std::unique_ptr<fw::ManualTimeSource> manualTime;
-  std::unique_ptr<fw::SteadyTimeSource> steadyTime;
-  FrameworkContext context;
-  FileLocalMgmt mgmt;
-  std::unique_ptr<ClockServiceBase> clock;
-  SettableClockService* settableClock = nullptr;
+  fw::JournalRuntime runtime;  // time, context, configuration, clock and the module
+  FileLocalMgmt& mgmt = runtime.mgmt();
   SqliteDataAccessService store;
   FilePhonebook phonebook;
   std::unique_ptr<ConfiguredDigitAnalysis> digits;
   std::unique_ptr<UploadMobilityService> mobility;
   std::unique_ptr<fw::CstaLinkService> csta;
   std::unique_ptr<CallLogAccessAgent> accessAgent;
-  std::unique_ptr<fw::Plugin> plugin;
-  Executable* service = nullptr;
-  Invoker* invoker = nullptr;
   std::unique_ptr<fw::ClientServer> server;
   std::shared_ptr<fw::LogSink> previousSink;
   bool sinkReplaced = false;
@@ -212,14 +187,8 @@ bool JournalHost::startServices(std::string& error) {
     auto it = values.find(key);
     return it == values.end() ? std::string() : it->second;
   };
-  if (p.manualTime) {
-    auto clock = std::make_unique<SettableClockService>(
-        *p.manualTime, m_replayStart.empty() ? std::string(kReplayStart) : m_replayStart);
-    p.settableClock = clock.get();
-    p.clock = std::move(clock);
-  } else {
-    p.clock = std::make_unique<SystemClockService>();
-  }
+  if (SettableClockService* clock = p.runtime.settableClock())
+    clock->setLocalTime(m_replayStart.empty() ? std::string(kReplayStart) : m_replayStart);
   HardwareVersion::setHWSubPlatformVariant(std::atoi(value("hw-sub-platform-variant").c_str()));
 
   if (!makeParentDirectories(m_settings.database, error)) return false;
@@ -227,6 +196,7 @@ bool JournalHost::startServices(std::string& error) {
     error = "cannot open the database " + m_settings.database + ": " + error;
     return false;
   }
+  p.runtime.onStop(fw::JournalRuntime::StopPhase::AfterModule, [&p] { p.store.close(); });
   if (!m_settings.phonebook.empty() && !loadPhonebook(error)) return false;
   p.digits = std::make_unique<ConfiguredDigitAnalysis>(p.mgmt);
   std::string visitor = value("mobility-current-user");
@@ -242,16 +212,19 @@ bool JournalHost::startServices(std::string& error) {
   p.csta = std::make_unique<fw::CstaLinkService>(link);
   p.csta->holdEvents();  // until the journal's lists are read (start())
   p.csta->start();
+  p.runtime.onStop(fw::JournalRuntime::StopPhase::BeforeModule, [&p] { p.csta->stop(); });  // no more events
   p.accessAgent = std::make_unique<CallLogAccessAgent>(*p.csta);
   p.mgmt.observe("disable-access-calllog", p.accessAgent.get());
+  p.runtime.onStop(fw::JournalRuntime::StopPhase::BeforeModule, [&p] {
+    p.mgmt.forget(p.accessAgent.get());
+    p.accessAgent.reset();
+  });
 
-  p.context.registerService("LocalMgmtIfc", &p.mgmt);
-  p.context.registerService("ClockServiceIfc", p.clock.get());
-  p.context.registerService("DataAccessServiceIfc", &p.store);
-  p.context.registerService("DirectoryServiceIfc", &p.phonebook);
-  p.context.registerService("DigitAnalysisServiceIfc", p.digits.get());
-  p.context.registerService("MobilityServiceIfc", p.mobility.get());
-  p.context.registerService("CSTAServiceIfc", p.csta.get());
+  p.runtime.provide("DataAccessServiceIfc", &p.store);
+  p.runtime.provide("DirectoryServiceIfc", &p.phonebook);
+  p.runtime.provide("DigitAnalysisServiceIfc", p.digits.get());
+  p.runtime.provide("MobilityServiceIfc", p.mobility.get());
+  p.runtime.provide("CSTAServiceIfc", p.csta.get());
   return true;
 }
 
@@ -265,24 +238,7 @@ bool JournalHost::loadPhonebook(std::string& error) {
 }
 
 bool JournalHost::loadModule(std::string& error) {
-  Parts& p = *m_parts;
-  p.plugin = fw::Plugin::load(m_settings.module, error);
-  if (!p.plugin) return false;
-  std::string symbolError;
-  p.service = p.plugin->create<Executable>("createJournalService", &symbolError);
-  if (!p.service) {
-    error = m_settings.module + ": no journal service (" + symbolError + ")";
-    return false;
-  }
-  p.context.registerService("JournalServiceIfc", p.service);
-  p.service->init(p.context);
-  p.invoker = p.plugin->create<Invoker>("createJournalServiceInvoker", &symbolError);
-  if (!p.invoker) {
-    error = m_settings.module + ": no request invoker (" + symbolError + ")";
-    return false;
-  }
-  p.invoker->initInvoker(&p.context);
-  return true;
+  return m_parts->runtime.loadPlugin(m_settings.module, error) && m_parts->runtime.start(error);
 }
 
 bool JournalHost::serveClients(std::string& error) {
@@ -294,9 +250,13 @@ bool JournalHost::serveClients(std::string& error) {
   options.allowNonLoopbackTcp = m_settings.clientTcpAllowRemote;
   options.maxConnections = static_cast<std::size_t>(m_settings.clientMaxConnections);
   if (!makeParentDirectories(options.socketPath, error)) return false;
-  p.server = std::make_unique<fw::ClientServer>(p.context, options);
-  p.server->setTarget(p.service, p.invoker);
-  fw::Plugin* plugin = p.plugin.get();
+  p.server = std::make_unique<fw::ClientServer>(p.runtime.context(), options);
+  p.runtime.onStop(fw::JournalRuntime::StopPhase::BeforeModule, [&p] {
+    p.server->stop();  // no request, proxy or subscription outlives this
+    p.server.reset();
+  });
+  p.server->setTarget(p.runtime.service(), p.runtime.invoker());
+  const fw::Plugin* plugin = p.runtime.plugin();
   p.server->addProxyFactory(
       kObserverInterface, [plugin] { return plugin->create<Proxy>("createJournalServiceObserverProxy"); },
       JournalServiceHelper::createMethodRequest(JournalServiceHelper::UNSUBSCRIBE));
@@ -307,27 +267,8 @@ bool JournalHost::serveClients(std::string& error) {
 
 void JournalHost::stop() {
   Parts& p = *m_parts;
-  if (p.server) {
-    p.server->stop();  // no request, proxy or subscription outlives this
-    p.server.reset();
-  }
-  if (p.accessAgent) {
-    p.mgmt.forget(p.accessAgent.get());
-    p.accessAgent.reset();
-  }
-  if (p.csta) p.csta->stop();  // no more events
-  if (p.service) {
-    p.service->shutdown();
-    p.context.cancelTimers(p.service);
-    p.mgmt.forget(dynamic_cast<MgmtAgentIfc*>(p.service));
-    p.context.unregisterService("JournalServiceIfc");
-    delete p.service;
-    p.service = nullptr;
-  }
-  delete p.invoker;
-  p.invoker = nullptr;
-  p.plugin.reset();
-  if (p.store.isOpen()) p.store.close();
+  // Clients, the access agent and the switch's events end first, then the module, then the store.
+  p.runtime.stop();
   if (p.sinkReplaced) {
     fw::setLogSink(p.previousSink);
     p.sinkReplaced = false;
@@ -365,10 +306,8 @@ bool JournalHost::reload(std::string& error) {
 }
 
 std::string JournalHost::request(const std::string& message) {
-  LocalResponse response;
-  if (!m_parts->invoker) return JournalServiceHelper::FAILURE;
-  m_parts->invoker->handleMessage(m_parts->service, message.data(), static_cast<int>(message.size()), &response);
-  return response.text();
+  std::string reply;
+  return m_parts->runtime.request(message, reply) ? reply : JournalServiceHelper::FAILURE;
 }
 
 std::string JournalHost::handleManagement(const std::string& message) {
@@ -441,21 +380,11 @@ std::vector<ManagementSetting> JournalHost::status() {
 }
 
 bool JournalHost::setLocalTime(const std::string& localTime, std::string& error) {
-  Parts& p = *m_parts;
-  if (!p.settableClock || !p.manualTime) {
+  if (m_mode != Mode::Replay) {
     error = "the clock can only be set in a replay";
     return false;
   }
-  fw::CivilTime now = fw::civilFromSeconds(p.settableClock->getCurrentTimeSec());
-  fw::CivilTime target;
-  if (!fw::parseCivil(localTime, target)) {
-    error = "\"" + localTime + "\" is not a time (YYYY-MM-DDThh:mm:ss)";
-    return false;
-  }
-  int64_t delta = fw::secondsFromCivil(target) - fw::secondsFromCivil(now);
-  // Timers due before the new time fire first, as they would have on the phone.
-  if (delta > 0) p.manualTime->advance(delta * 1000);
-  p.settableClock->setLocalTime(localTime);
+  if (!m_parts->runtime.setLocalTime(localTime, error)) return false;
   settle();
   return true;
 }
@@ -483,8 +412,7 @@ bool JournalHost::isJournalSetting(const std::string& key) {
 void JournalHost::settle() {
   Parts& p = *m_parts;
   if (p.csta) p.csta->drainEvents();
-  p.context.settle();
-  p.mgmt.drainNotifications();
+  p.runtime.settle();
 }
 
 std::string JournalHost::clientSocketPath() const { return m_settings.clientSocket; }

@@ -1,6 +1,7 @@
-// Runs the journal module the way the phone does: the framework's services (configuration,
-// clock, SQLite store, phonebook, digit analysis, mobility upload, CSTA link), the module loaded
-// through the plug-in loader, its service initialised and, for the daemon, served to clients.
+// Runs the journal module the way the phone does: the framework's services (SQLite store,
+// phonebook, digit analysis, mobility upload, CSTA link) handed to a fw::JournalRuntime (context,
+// configuration, clock), the module loaded through the plug-in loader, its service initialised
+// and, for the daemon, served to clients.
 //
 // Two modes: Daemon (steady clock, system time, a switch over TCP, the client socket) and Replay
 // (manual clock that follows a trace, no switch: the CSTA service answers its own requests and
@@ -16,15 +17,8 @@
 #include "HostSettings.h"
 #include "Management.h"
 
-class Executable;
-class FrameworkContext;
-class FileLocalMgmt;
-class Invoker;
-
 namespace fw {
-class CstaLinkService;
 class LogSink;
-class ManualTimeSource;
 }  // namespace fw
 
 namespace host {

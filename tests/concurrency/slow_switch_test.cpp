@@ -11,10 +11,12 @@
 
 #include "Items.h"
 #include "JournalHarness.h"
+#include "framework/JournalServiceHelper.h"
 
 namespace {
 
 using E = CallLogEntryEvent;
+using H = JournalServiceHelper;
 // Far beyond any read of a list here; reached only when the read waits for the switch.
 constexpr int kDeadlineMs = 10000;
 
@@ -61,12 +63,23 @@ class SlowSwitch : public ::testing::TestWithParam<Case> {
     phone.store.setReply("<storeReply><result>ok</result><lastUniqueId>7</lastUniqueId></storeReply>");
     phone.start();
     phone.service->refreshCallLog();
-    JournalServiceTestPeer peer = phone.peer();
-    peer.setServerCallLog(true);
+    phone.mgmt.setValue("system-identifier", "2");  // the switch keeps the call log
+    phone.mgmt.drainNotifications();
     const std::string t9 = "2024-03-05T09:00:00", t10 = "2024-03-05T10:00:00";
-    peer.missedList() = {makeEntry<MissedCallItem>("M1", "100", t10, 3), fullEntry<MissedCallItem>("M2", "200")};
-    peer.dialledList() = {dialledEntry("D1", "100", t10), dialledEntry("D2", "200", t9)};
-    peer.receivedList() = {fullEntry<ReceivedCallItem>("R1", "100"), makeEntry<ReceivedCallItem>("R2", "200", t9)};
+    load(&JournalService::processMissedCallDbXml, &H::createXMLMissedCallItemBody,
+         {makeEntry<MissedCallItem>("M1", "100", t10, 3), fullEntry<MissedCallItem>("M2", "200")});
+    load(&JournalService::processDialledCallDbXml, &H::createXMLDialledCallItemBody,
+         {dialledEntry("D1", "100", t10), dialledEntry("D2", "200", t9)});
+    load(&JournalService::processReceivedCallDbXml, &H::createXMLReceivedCallItemBody,
+         {fullEntry<ReceivedCallItem>("R1", "100"), makeEntry<ReceivedCallItem>("R2", "200", t9)});
+  }
+  // Replaces a list with `entries`, as the store's reply to a read would.
+  template <class Item>
+  void load(void (JournalService::*process)(const std::string&), void (*body)(const Item&, std::string&, bool),
+            const std::vector<Item>& entries) {
+    std::string reply = "<storeReply><result>ok</result>";
+    for (const Item& entry : entries) body(entry, reply, false);
+    (phone.service->*process)(reply + "</storeReply>");
   }
 
   JournalHarness phone{{{"software-type", "Velmora KPX"}}};

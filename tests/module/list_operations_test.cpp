@@ -44,7 +44,7 @@ class ListOperations : public ::testing::Test {
             const std::vector<Item>& entries) {
     std::string reply = "<storeReply><result>ok</result>";
     for (const Item& entry : entries) body(entry, reply, false);
-    (phone.service.get()->*process)(reply + "</storeReply>");
+    (phone.service->*process)(reply + "</storeReply>");
   }
   void deliver(std::unique_ptr<CSTAEvent> event) { phone.service->deliverEvent(event.get()); }
   // The switch reports a callback set on `number`'s line: the journal names it by the number.

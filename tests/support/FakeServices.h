@@ -1,5 +1,6 @@
 // Small fakes of framework services: each records what it was asked and answers what the test
-// told it to. Local management, the clock and the context are the real ones.
+// told it to. Local management, the clock and the context are the real ones. Header only: the
+// benchmarks use the fake switch too.
 #pragma once
 
 #include <algorithm>
@@ -54,10 +55,11 @@ class FakeMobilityService : public Service, public MobilityServiceIfc, Guarded {
   int m_uploads = 0;
 };
 
-// CSTA service that records the names of the requests sent and the call-log entries of escape
-// requests, and answers each without error (a monitor start with cross-reference "monitor-1").
-// holdEscapes() makes it a slow switch: each escape request is recorded at once but waits for its
-// answer until releaseEscapes().
+// The switch of tests and benchmarks: answers each request without error (a monitor start with
+// cross-reference "monitor-1"), and records the names of the requests sent and the call-log
+// entries of escape requests. Called on whichever thread sends a request. holdEscapes() makes it
+// a slow switch: each escape request is recorded at once but waits for its answer until
+// releaseEscapes().
 class RecordingCstaService : public Service, public CSTAServiceIfc, Guarded {
  public:
   void sendRequest(CSTARequest& request) override {

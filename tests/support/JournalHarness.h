@@ -1,7 +1,9 @@
-// A journal service running in a real framework context on a manual clock: real local
-// management, settable clock and timer thread, with recording fakes for the other services.
-// Tests choose which services are registered and the configuration values, start the service,
-// move time with advance() and drive the service through its interfaces.
+// A journal service running in a real framework context on a manual clock (a fw::JournalRuntime:
+// real local management, settable clock and timer thread), with recording fakes for the other
+// services. Tests choose which services are registered and the configuration values, start the
+// service, move time with advance() and drive the service through its interfaces. The service
+// is made at once, so that a test can reach it before start(); the destructor stops it as the
+// host does (shutdown, timers cancelled, agent forgotten) while the fakes still stand.
 #pragma once
 
 #include <map>
@@ -12,6 +14,7 @@
 #include "JournalService.h"
 #include "framework/ClockService.h"
 #include "framework/FrameworkContext.h"
+#include "framework/JournalRuntime.h"
 #include "framework/LocalMgmt.h"
 #include "framework/TimeSource.h"
 
@@ -40,14 +43,15 @@ class JournalHarness {
   // Moves the manual clock and waits until every timer due by then has been delivered.
   void advance(int64_t ms);
 
-  fw::ManualTimeSource time;
-  FrameworkContext context{time};
-  FileLocalMgmt mgmt;
-  SettableClockService clock;
+  fw::JournalRuntime runtime;
+  fw::ManualTimeSource& time;
+  FrameworkContext& context;
+  FileLocalMgmt& mgmt;
+  SettableClockService& clock;
   FakeMobilityService mobility;
   RecordingCstaService csta;
   RecordingDataAccess store;
   MapDirectory directory;
   PrefixDigitAnalysis digits{{"*", "#"}};
-  std::unique_ptr<JournalService> service;
+  JournalService* const service;  // owned by the runtime
 };
