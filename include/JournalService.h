@@ -458,13 +458,11 @@ class JournalService : public Service,
   static std::string formatTimeDate(long seconds);
   static std::string formatDuration(long start, long end);
   bool compareTimes(std::string const& a, std::string const& b, int& result) const;
-  // Drops the oldest dialled entry when the list holds more than its limit; hands back the
-  // dropped entry's unique id in both texts. The caller holds m_dialledLock.
-  void getUniqueIds(std::string& first, std::string& second);
 
   // Shared by all code of the module; set by init, reset by the destructor.
   static ClockServiceIfc* m_pClockSvc;
 
+  // Entries a list keeps; filing an entry beyond it drops the oldest (EntryFiling.h, for all lists).
   static constexpr size_t kMaxListEntries = 1000;
 
  private:

@@ -127,15 +127,6 @@ bool JournalService::compareTimes(std::string const& a, std::string const& b, in
   return true;
 }
 
-void JournalService::getUniqueIds(std::string& first, std::string& second) {
-  if (m_dialledCallList.size() <= kMaxListEntries) return;
-  first = m_dialledCallList.back().getUniqueId();
-  second = first;
-  m_dialledNumbers.invalidate();
-  m_entryIds.release(m_dialledCallList.back().getEntryId());
-  m_dialledCallList.pop_back();
-}
-
 bool isMissedCallOrdered(const MissedCallItem& a, const MissedCallItem& b) { return isNewer(a, b); }
 bool isReceivedCallOrdered(const ReceivedCallItem& a, const ReceivedCallItem& b) { return isNewer(a, b); }
 bool isDialledCallOrdered(const DialledCallItem& a, const DialledCallItem& b) { return isNewer(a, b); }
