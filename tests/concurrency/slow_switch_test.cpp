@@ -66,20 +66,12 @@ class SlowSwitch : public ::testing::TestWithParam<Case> {
     phone.mgmt.setValue("system-identifier", "2");  // the switch keeps the call log
     phone.mgmt.drainNotifications();
     const std::string t9 = "2024-03-05T09:00:00", t10 = "2024-03-05T10:00:00";
-    load(&JournalService::processMissedCallDbXml, &H::createXMLMissedCallItemBody,
-         {makeEntry<MissedCallItem>("M1", "100", t10, 3), fullEntry<MissedCallItem>("M2", "200")});
-    load(&JournalService::processDialledCallDbXml, &H::createXMLDialledCallItemBody,
-         {dialledEntry("D1", "100", t10), dialledEntry("D2", "200", t9)});
-    load(&JournalService::processReceivedCallDbXml, &H::createXMLReceivedCallItemBody,
-         {fullEntry<ReceivedCallItem>("R1", "100"), makeEntry<ReceivedCallItem>("R2", "200", t9)});
-  }
-  // Replaces a list with `entries`, as the store's reply to a read would.
-  template <class Item>
-  void load(void (JournalService::*process)(const std::string&), void (*body)(const Item&, std::string&, bool),
-            const std::vector<Item>& entries) {
-    std::string reply = "<storeReply><result>ok</result>";
-    for (const Item& entry : entries) body(entry, reply, false);
-    (phone.service->*process)(reply + "</storeReply>");
+    phone.loadAsStored(&JournalService::processMissedCallDbXml, &H::createXMLMissedCallItemBody,
+                       {makeEntry<MissedCallItem>("M1", "100", t10, 3), fullEntry<MissedCallItem>("M2", "200")});
+    phone.loadAsStored(&JournalService::processDialledCallDbXml, &H::createXMLDialledCallItemBody,
+                       {dialledEntry("D1", "100", t10), dialledEntry("D2", "200", t9)});
+    phone.loadAsStored(&JournalService::processReceivedCallDbXml, &H::createXMLReceivedCallItemBody,
+                       {fullEntry<ReceivedCallItem>("R1", "100"), makeEntry<ReceivedCallItem>("R2", "200", t9)});
   }
 
   JournalHarness phone{{{"software-type", "Velmora KPX"}}};

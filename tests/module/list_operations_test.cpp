@@ -27,24 +27,16 @@ class ListOperations : public ::testing::Test {
     const std::string t10 = "2024-03-05T10:00:00", t9 = "2024-03-05T09:00:00";
     auto viewed = makeEntry<MissedCallItem>("M2", "200", t9);
     viewed.setViewed(true);
-    load(&JournalService::processMissedCallDbXml, &H::createXMLMissedCallItemBody,
-         {makeEntry<MissedCallItem>("M1", "100", t10, 2), viewed,
-          makeEntry<MissedCallItem>("M3", "300", "2024-03-05T08:00:00")});
-    load(&JournalService::processDialledCallDbXml, &H::createXMLDialledCallItemBody,
-         {makeEntry<DialledCallItem>("D1", "100", t10), makeEntry<DialledCallItem>("D2", "200", t9)});
-    load(&JournalService::processReceivedCallDbXml, &H::createXMLReceivedCallItemBody,
-         {makeEntry<ReceivedCallItem>("R1", "100", t10), makeEntry<ReceivedCallItem>("R2", "200", t9)});
-    load(&JournalService::processForwardedCallDbXml, &H::createXMLForwardedCallItemBody,
-         {makeEntry<ForwardedCallItem>("F1", "100", t10)});
+    phone.loadAsStored(&JournalService::processMissedCallDbXml, &H::createXMLMissedCallItemBody,
+                       {makeEntry<MissedCallItem>("M1", "100", t10, 2), viewed,
+                        makeEntry<MissedCallItem>("M3", "300", "2024-03-05T08:00:00")});
+    phone.loadAsStored(&JournalService::processDialledCallDbXml, &H::createXMLDialledCallItemBody,
+                       {makeEntry<DialledCallItem>("D1", "100", t10), makeEntry<DialledCallItem>("D2", "200", t9)});
+    phone.loadAsStored(&JournalService::processReceivedCallDbXml, &H::createXMLReceivedCallItemBody,
+                       {makeEntry<ReceivedCallItem>("R1", "100", t10), makeEntry<ReceivedCallItem>("R2", "200", t9)});
+    phone.loadAsStored(&JournalService::processForwardedCallDbXml, &H::createXMLForwardedCallItemBody,
+                       {makeEntry<ForwardedCallItem>("F1", "100", t10)});
     sent();
-  }
-  // Replaces a list with `entries`, as the store's reply to a read would.
-  template <class Item>
-  void load(void (JournalService::*process)(const std::string&), void (*body)(const Item&, std::string&, bool),
-            const std::vector<Item>& entries) {
-    std::string reply = "<storeReply><result>ok</result>";
-    for (const Item& entry : entries) body(entry, reply, false);
-    (phone.service->*process)(reply + "</storeReply>");
   }
   void deliver(std::unique_ptr<CSTAEvent> event) { phone.service->deliverEvent(event.get()); }
   // The switch reports a callback set on `number`'s line: the journal names it by the number.

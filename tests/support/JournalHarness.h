@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "FakeServices.h"
 #include "JournalService.h"
@@ -42,6 +43,15 @@ class JournalHarness {
   void useDirectory(Executable* directory);
   // Moves the manual clock and waits until every timer due by then has been delivered.
   void advance(int64_t ms);
+  // Replaces a list with `entries`, as the store's reply to a read of it would, e.g.
+  // loadAsStored(&JournalService::processMissedCallDbXml, &H::createXMLMissedCallItemBody, {...}).
+  template <class Item>
+  void loadAsStored(void (JournalService::*process)(const std::string&), void (*body)(const Item&, std::string&, bool),
+                    const std::vector<Item>& entries) {
+    std::string reply = "<storeReply><result>ok</result>";
+    for (const Item& entry : entries) body(entry, reply, false);
+    (service->*process)(reply + "</storeReply>");
+  }
 
   fw::JournalRuntime runtime;
   fw::ManualTimeSource& time;
