@@ -6,22 +6,11 @@
 #include <string>
 
 #include "SqliteStore.h"
-#include "framework/JournalServiceHelper.h"
 #include "framework/Logging.h"
 
 using sqlitestore::kLogHandle;
-using sqlitestore::kTables;
 
 namespace sqlitestore {
-
-const TableInfo kTables[kTableCount] = {
-    {JournalServiceHelper::DAS_CALLLOGMISSEDCALLS, JournalServiceHelper::MISSEDCALL},
-    {JournalServiceHelper::DAS_CALLLOGDIALLEDCALLS, JournalServiceHelper::DIALLEDCALL},
-    {JournalServiceHelper::DAS_CALLLOGRECEIVEDCALLS, JournalServiceHelper::RECEIVEDCALL},
-    {JournalServiceHelper::DAS_CALLLOGFORWARDEDCALLS, JournalServiceHelper::FORWARDEDCALL},
-    {JournalServiceHelper::SETTINGS_SCHEMA, nullptr},
-};
-
 namespace {
 
 // The readable columns in the order of the statements' parameters ?1 to ?9.
@@ -130,8 +119,9 @@ bool sqlitestore::Store::queryText(const char* sql, std::string& value) {
 sqlite3_stmt* sqlitestore::Store::statement(sqlitestore::Table table, sqlitestore::Op op) {
   sqlite3_stmt*& cached = m_statements[table][op];
   if (cached) return cached;
-  const std::string sql = table == sqlitestore::kSettings ? sqlitestore::settingsSql(kTables[table].name, op)
-                                                          : sqlitestore::callTableSql(kTables[table].name, op);
+  const char* name = storemessage::tableName(table);
+  const std::string sql =
+      table == sqlitestore::kSettings ? sqlitestore::settingsSql(name, op) : sqlitestore::callTableSql(name, op);
   if (sql.empty()) return nullptr;
   sqlite3_prepare_v3(db, sql.c_str(), static_cast<int>(sql.size()), SQLITE_PREPARE_PERSISTENT, &cached, nullptr);
   return cached;

@@ -2,33 +2,29 @@
 //   SqliteDataAccessService.cpp  the service, the connection, cached statements, transactions
 //   SqliteStoreSchema.cpp        the schema, its versions and the migration steps
 //   SqliteStoreRequests.cpp      store requests and the replies to them
-// Not installed: nothing outside the framework sees sqlite3 or pugixml.
+// Not installed: nothing outside the framework sees sqlite3.
 #pragma once
 
 #include <sqlite3.h>
 
 #include <cstddef>
-#include <cstdint>
-#include <pugixml.hpp>
 #include <string>
 
-#include "framework/JournalServiceHelperXml.h"
 #include "sqlite_store/SqliteDataAccessService.h"
+#include "store_requests/StoreRequest.h"
 
 namespace sqlitestore {
 
 // Log handle of the store.
 constexpr const char* kLogHandle = "Data Access";
 
-// The stored tables, in the order of kTables. Only kSettings holds no item bodies.
-enum Table { kMissed, kDialled, kReceived, kForwarded, kSettings, kTableCount };
-constexpr int kCallTableCount = kSettings;
-
-struct TableInfo {
-  const char* name;      // table name in the file and in the requests' `table` attribute
-  const char* bodyRoot;  // root element of the item bodies it keeps; null for the settings
-};
-extern const TableInfo kTables[kTableCount];
+// The stored tables, named as in the requests (storemessage::tableName). Only kSettings holds no
+// item bodies.
+using storemessage::kCallTableCount;
+using storemessage::kMissed;
+using storemessage::kSettings;
+using storemessage::kTableCount;
+using storemessage::Table;
 
 // Statements prepared once per table and kept while the store is open. For the settings table
 // kInsert stores a setting (replacing its value) and kDeleteById deletes one by name.
@@ -42,26 +38,6 @@ enum Op {
   kSelectAll,
   kOpCount
 };
-
-// The readable columns of a call table row, taken from its item body. A field missing from the
-// body is null. Pointers are into the body's document.
-struct Columns {
-  const char* entryId = nullptr;
-  const char* surname = nullptr;
-  const char* firstname = nullptr;
-  const char* number = nullptr;    // of the newest occurrence
-  const char* timeDate = nullptr;  // of the newest occurrence
-  int64_t occurrences = 0;
-  int viewed = -1;        // 1, 0, or -1 for null (not a missed call, or no valid flag)
-  int64_t listOrder = 0;  // the entry's place in its list; 0 (null) when the body has none
-};
-Columns readColumns(const pugi::xml_node& bodyRoot, Table table);
-// Number of occurrences (callInfo elements) in an item body's root element.
-int64_t countOccurrences(const pugi::xml_node& bodyRoot);
-
-// Appends `size` bytes of `text` as XML character data: & < > escaped, carriage returns and
-// the other control characters but tab and line feed as character references.
-using journalxml::appendEscaped;
 
 // Resets a statement when leaving a scope, so that it holds no lock on the file.
 class StatementUse {

@@ -8,22 +8,23 @@
 //   1  the four call tables without `occurrences`, journalSettings
 //   2  + occurrences: the number of occurrences in the row's body
 //   3  + list_order: the entry's place in its list, from the body (null for bodies written before)
+#include <cstdint>
 #include <string>
 
 #include "SqliteStore.h"
-#include "framework/JournalServiceHelperXml.h"
 #include "framework/Logging.h"
 
-using sqlitestore::kTables;
 using sqlitestore::Store;
 
 namespace {
 
+// The name of call table `t` (0 to kCallTableCount - 1).
+std::string callTable(int t) { return storemessage::tableName(static_cast<sqlitestore::Table>(t)); }
+
 static_assert(SqliteDataAccessService::kSchemaVersion == 3, "add the migration step to the new version");
 
 // The current schema of one call table.
-std::string createCallTableSql(const char* table) {
-  const std::string t = table;
+std::string createCallTableSql(const std::string& t) {
   std::string sql = "CREATE TABLE " + t +
                     " (unique_id INTEGER PRIMARY KEY AUTOINCREMENT, entry_id TEXT, surname TEXT, firstname TEXT,"
                     " number TEXT, time_date TEXT, occurrences INTEGER, viewed INTEGER, body TEXT NOT NULL,"
@@ -34,8 +35,9 @@ std::string createCallTableSql(const char* table) {
 
 bool createSchema(Store& store) {
   std::string sql;
-  for (int t = 0; t < sqlitestore::kCallTableCount; ++t) sql += createCallTableSql(kTables[t].name);
-  sql += "CREATE TABLE " + std::string(kTables[sqlitestore::kSettings].name) + " (name TEXT PRIMARY KEY, value TEXT);";
+  for (int t = 0; t < sqlitestore::kCallTableCount; ++t) sql += createCallTableSql(callTable(t));
+  sql += std::string("CREATE TABLE ") + storemessage::tableName(sqlitestore::kSettings) +
+         " (name TEXT PRIMARY KEY, value TEXT);";
   return store.exec(sql.c_str());
 }
 
@@ -43,12 +45,12 @@ bool createSchema(Store& store) {
 // the body is not well-formed. Used by the migration to version 2.
 void occurrencesFunction(sqlite3_context* context, int /*argc*/, sqlite3_value** argv) {
   const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(argv[0]));
-  pugi::xml_document doc;
-  if (!text || !journalxml::parse(doc, text, static_cast<size_t>(sqlite3_value_bytes(argv[0])))) {
+  int64_t count = 0;
+  if (!text || !storemessage::countOccurrences(text, static_cast<size_t>(sqlite3_value_bytes(argv[0])), count)) {
     sqlite3_result_null(context);
     return;
   }
-  sqlite3_result_int64(context, sqlitestore::countOccurrences(doc.document_element()));
+  sqlite3_result_int64(context, count);
 }
 
 // 1 -> 2: adds `occurrences` to the call tables and counts them in the stored bodies.
@@ -60,7 +62,7 @@ bool addOccurrences(Store& store) {
   }
   std::string sql;
   for (int t = 0; t < sqlitestore::kCallTableCount; ++t) {
-    const std::string table = kTables[t].name;
+    const std::string table = callTable(t);
     sql += "ALTER TABLE " + table + " ADD COLUMN occurrences INTEGER;";
     sql += "UPDATE " + table + " SET occurrences = journal_occurrences(body);";
   }
@@ -72,7 +74,7 @@ bool addOccurrences(Store& store) {
 bool addListOrder(Store& store) {
   std::string sql;
   for (int t = 0; t < sqlitestore::kCallTableCount; ++t)
-    sql += "ALTER TABLE " + std::string(kTables[t].name) + " ADD COLUMN list_order INTEGER;";
+    sql += "ALTER TABLE " + callTable(t) + " ADD COLUMN list_order INTEGER;";
   return store.exec(sql.c_str());
 }
 
