@@ -16,8 +16,8 @@
 // Requests are handled on a fixed pool of request threads (options.requestThreads). The requests
 // of one connection are handled one at a time, in the order they arrived, each answered before
 // the next starts; requests of different connections are handled at the same time, so a request
-// that waits (on the switch, say) holds up only its own client while fewer than requestThreads
-// requests wait at once. Connections with work take turns, one request each. The invoker, the
+// that waits (on the switch, say) holds up only its own client, as long as a request thread is
+// free for the others. Connections with work take turns, one request each. The invoker, the
 // handlers, the proxy factories and the detach messages run on the request threads, possibly
 // several at once for different clients: each must be safe to call from several threads.
 //
@@ -36,10 +36,11 @@
 // are dropped.
 //
 // Connection end: the proxies of that client are detached on a request thread, after every
-// request the client sent before (in the connection's order, as one more of its requests): for each proxy with a detach
-// message, the message is handed to the invoker on the client's behalf (getProxy still finds the proxy meanwhile, but
-// makes no new one), then the proxy is deleted. Its ProxyRequest is shared-owned and stays valid (sends are dropped)
-// for as long as anyone holds it.
+// request the client sent before (in the connection's order, as one more of its requests): for
+// each proxy with a detach message, the message is handed to the invoker on the client's behalf
+// (getProxy still finds the proxy meanwhile, but makes no new one), then the proxy is deleted.
+// Its ProxyRequest is shared-owned and stays valid (sends are dropped) for as long as anyone
+// holds it.
 //
 // Locks, in the order they may be taken (a lock is only ever taken while holding locks above it):
 //   1. m_mutex of the server (handlers, factories, target, the connection table)
