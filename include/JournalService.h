@@ -3,7 +3,8 @@
 //
 // Lifecycle: made by the exported factory createJournalService (plug-in), initialised once with
 // the framework's Context (init), then driven by the framework's threads: CSTA events, client
-// requests, management callbacks and timer expiries (timerEvent, on the timer thread) may overlap.
+// requests (of different clients at the same time too), management callbacks and timer expiries
+// (timerEvent, on the timer thread) may overlap.
 //
 // Ownership: the service owns its observer notifier (also one handed to the constructor), the
 // tracked calls and the five lists. The framework services found at init are not owned.

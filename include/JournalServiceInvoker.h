@@ -2,7 +2,8 @@
 // and answers each with an XML reply built by the journal helper library.
 //
 // Stateless apart from the framework context (used to obtain the observer proxy of a client that
-// subscribes); called on the framework's request thread, possibly several at once. The framework
+// subscribes); called on the framework's request threads, for several clients at once (one
+// request of each client at a time), so it keeps no state of a request. The framework
 // owns the invoker, the target service and the response.
 #pragma once
 

@@ -98,7 +98,7 @@ bool JournalHost::configure(const std::string& path, const std::map<std::string,
   for (const auto& [key, value] : phoneDefaults()) m_parts->mgmt.setDefault(key, value);
   m_settings = settings;
   useLogFile(settings.logFile, sink);
-  applyLogThresholds();
+  applyLogThresholds(m_settings.logLevels);
   return true;
 }
 
@@ -130,10 +130,10 @@ void JournalHost::useLogFile(const std::string& path, std::shared_ptr<fw::LogSin
   m_settings.logFile = path;
 }
 
-void JournalHost::applyLogThresholds() {
+void JournalHost::applyLogThresholds(const std::string& levels) {
   std::string error;
-  if (!fw::setLogThresholds(m_settings.logLevels, &error))
-    HOSTLOG(2, "log-levels \"%s\" not used: %s", m_settings.logLevels.c_str(), error.c_str());
+  if (!fw::setLogThresholds(levels, &error))
+    HOSTLOG(2, "log-levels \"%s\" not used: %s", levels.c_str(), error.c_str());
 }
 
 bool JournalHost::start(std::string& error) {
@@ -298,7 +298,7 @@ bool JournalHost::reload(std::string& error) {
   m_settings.logLevels = settings.logLevels;
   m_settings.mobilityUrl = settings.mobilityUrl;
   if (newLogFile) useLogFile(settings.logFile, sink);
-  applyLogThresholds();
+  applyLogThresholds(m_settings.logLevels);
   if (m_parts->mobility) m_parts->mobility->setUrl(settings.mobilityUrl);
   m_parts->mgmt.drainNotifications();
   HOSTLOG(4, "configuration %s read again", m_configPath.c_str());
@@ -311,12 +311,13 @@ std::string JournalHost::request(const std::string& message) {
 }
 
 std::string JournalHost::handleManagement(const std::string& message) {
+  // On the client server's request threads, several at once: the levels a set gives are read
+  // from the management values and applied, and m_settings (the main thread's) is left alone.
   ManagementContext context{m_parts->mgmt,
                             [this] {
                               Settings s;
                               std::string error;
-                              if (readSettings(m_parts->mgmt.values(), s, error)) m_settings.logLevels = s.logLevels;
-                              applyLogThresholds();
+                              if (readSettings(m_parts->mgmt.values(), s, error)) applyLogThresholds(s.logLevels);
                             },
                             [this] { return status(); }};
   return answerManagement(message, context);

@@ -80,7 +80,9 @@ class JournalHost {
   static bool openLogFile(const std::string& path, std::shared_ptr<fw::LogSink>& sink, std::string& error);
   // Logs to `sink` (opened for `path`), or again to stderr when `path` is empty.
   void useLogFile(const std::string& path, std::shared_ptr<fw::LogSink> sink);
-  void applyLogThresholds();
+  // Sets the framework's log thresholds to `levels` (a log-levels text). Any thread: it touches
+  // nothing of the host.
+  static void applyLogThresholds(const std::string& levels);
   // Waits until events, timers and configuration notifications queued so far are delivered.
   void settle();
 

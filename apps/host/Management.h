@@ -14,7 +14,7 @@
 //   </mgmtResponse>
 //
 // Both sides are here: the daemon answers with answerManagement (on the client server's request
-// thread), the command-line client builds requests and reads replies.
+// threads, for several clients at once), the command-line client builds requests and reads replies.
 #pragma once
 
 #include <functional>

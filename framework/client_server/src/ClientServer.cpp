@@ -1,5 +1,5 @@
-// The client server: listeners, the connection table, request dispatch on the request thread,
-// the proxies of each client and their detaching.
+// The client server: listeners, the connection table, request dispatch on the request threads
+// (each connection's requests on its own lane), the proxies of each client and their detaching.
 #include "client_server/ClientServer.h"
 
 #include <pthread.h>
@@ -43,7 +43,7 @@ bool ClientServer::Impl::start(std::string& error) {
   }
   m_started = true;
   m_closing = false;
-  m_requests = std::make_unique<WorkQueue>("Client Requests");
+  m_requests = std::make_unique<clientserver::RequestPool>("Client Request", options.requestThreads);
   m_work = std::make_unique<asio::executor_work_guard<asio::io_context::executor_type>>(io.get_executor());
   if (m_unixAcceptor.is_open()) acceptUnix();
   if (m_tcpAcceptor.is_open()) acceptTcp();
@@ -206,13 +206,17 @@ void ClientServer::Impl::refuseConnection(Connection::Socket& socket, bool first
 
 void ClientServer::Impl::requestArrived(std::shared_ptr<Connection> connection, std::string message) {
   if (!m_requests) return;
-  m_requests->post(
-      [this, connection = std::move(connection), message = std::move(message)] { handleRequest(connection, message); });
+  const auto lane = connection->lane();
+  m_requests->post(lane, [this, connection = std::move(connection), message = std::move(message)] {
+    handleRequest(connection, message);
+  });
 }
 
 void ClientServer::Impl::connectionClosed(std::shared_ptr<Connection> connection) {
   if (!m_requests) return;
-  m_requests->post([this, connection = std::move(connection)] { detach(connection); });
+  // On the connection's lane: after every request the client sent before.
+  const auto lane = connection->lane();
+  m_requests->post(lane, [this, connection = std::move(connection)] { detach(connection); });
 }
 
 std::string ClientServer::Impl::invoke(const std::string& message, const std::string& clientId) {
@@ -366,7 +370,7 @@ void ClientServer::Impl::stop() {
   });
   closed.get_future().wait();
   // Pending requests and the detaching run while the proxy provider is still installed.
-  m_requests->drain();
+  m_requests->waitIdle();
   m_work.reset();
   io.stop();
   m_ioThread.join();

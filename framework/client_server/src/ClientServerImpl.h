@@ -15,13 +15,11 @@
 #include <vector>
 
 #include "ClientMessages.h"
+#include "RequestPool.h"
 #include "client_server/ClientServer.h"
-#include "framework/WorkQueue.h"
 
 namespace fw {
 namespace clientserver {
-
-constexpr const char* kLogHandle = "Client Server";
 
 class Connection;
 
@@ -43,7 +41,7 @@ struct ProxyEntry {
   std::string detachMessage;
 };
 
-// The answer to one request, collected on the request thread and sent when the invoker returns.
+// The answer to one request, collected on a request thread and sent when the invoker returns.
 class Response : public InvokerResponse {
  public:
   explicit Response(std::string clientId) : m_clientId(std::move(clientId)) {}
@@ -59,13 +57,15 @@ class Response : public InvokerResponse {
   bool m_completed = false;
 };
 
-// One client. Reading and closing happen on the I/O thread; enqueue from any thread.
+// One client. Reading and closing happen on the I/O thread; enqueue from any thread; its requests
+// and, at its end, the detaching of its proxies run one at a time on its lane of request threads.
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
   using Socket = asio::generic::stream_protocol::socket;
 
   Connection(ClientServer::Impl& server, Socket socket, std::string clientId);
   const std::string& clientId() const { return m_clientId; }
+  const std::shared_ptr<RequestPool::Lane>& lane() const { return m_lane; }
 
   // I/O thread: starts the read loop.
   void start();
@@ -74,12 +74,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void enqueue(const std::string& payload);
   // I/O thread: closes the socket (once) and hands the connection to the server for detaching.
   void close(const std::string& why, int level);
-  // Request thread: one of this client's requests has been answered.
+  // A request thread: one of this client's requests has been answered.
   void requestDone();
 
-  // Requests of one client waiting for the request thread at most; beyond that the connection is
-  // not read until one is answered, so a client that floods requests waits instead of the server
-  // holding them all.
+  // Requests of one client waiting to be handled at most; beyond that the connection is not read
+  // until one is answered, so a client that floods requests waits instead of the server holding
+  // them all.
   static constexpr std::size_t kMaxPendingRequests = 16;
 
   // Proxies of this client, guarded by proxyMutex (lock 2 of the server's order). While
@@ -99,6 +99,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   ClientServer::Impl& m_server;
   Socket m_socket;
   const std::string m_clientId;
+  const std::shared_ptr<RequestPool::Lane> m_lane = RequestPool::newLane();
   unsigned char m_header[4] = {0, 0, 0, 0};
   std::string m_body;  // I/O thread only: the frame being read; grows as its bytes arrive
   static constexpr std::size_t kReadPiece = 16 * 1024;  // the most one read adds to m_body
@@ -171,7 +172,7 @@ class ClientServer::Impl {
   asio::local::stream_protocol::acceptor m_unixAcceptor;
   asio::ip::tcp::acceptor m_tcpAcceptor;
   std::unique_ptr<asio::executor_work_guard<asio::io_context::executor_type>> m_work;
-  std::unique_ptr<WorkQueue> m_requests;
+  std::unique_ptr<clientserver::RequestPool> m_requests;
   std::thread m_ioThread;
   bool m_started = false;
   bool m_closing = false;  // I/O thread only: stop() began, no more connections

@@ -6,6 +6,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstring>
@@ -232,6 +233,64 @@ TEST_F(ClientServerTest, AClientFloodingRequestsIsReadNoFasterThanItIsAnswered) 
     EXPECT_EQ(reply, "<slow n=\"" + std::to_string(i) + "\"/>");
   }
   m_server.reset();  // the requests still queued use `held`
+}
+
+// The request threads: one client's requests run one at a time in its order, answered in that
+// order, and the detaching of its proxy after them, while another client is served meanwhile.
+TEST_F(ClientServerTest, OneClientsRequestsRunInItsOrderWhileAnotherClientIsServed) {
+  start();
+  call(a, kSubscribe);
+  const std::string idA = idOf(a);
+  std::mutex held, noted;
+  std::unique_lock<std::mutex> hold(held);
+  std::vector<std::string> started;  // guarded by `noted`, as are the two below
+  int running = 0, mostAtOnce = 0;
+  m_server->setHandler("slow", [&](const std::string& message, const std::string&) {
+    {
+      std::lock_guard<std::mutex> note(noted);
+      started.push_back(message);
+      mostAtOnce = std::max(mostAtOnce, ++running);
+    }
+    { std::lock_guard<std::mutex> wait(held); }
+    std::lock_guard<std::mutex> note(noted);
+    --running;
+    return message;
+  });
+  // The server stops before the handler's state goes, with the gate open, also when an assertion
+  // ends the test early.
+  struct StopServerFirst {
+    std::unique_lock<std::mutex>& hold;
+    std::unique_ptr<fw::ClientServer>& server;
+    ~StopServerFirst() {
+      if (hold.owns_lock()) hold.unlock();
+      server.reset();
+    }
+  } stopServerFirst{hold, m_server};
+  auto startedCount = [&] {
+    std::lock_guard<std::mutex> note(noted);
+    return started.size();
+  };
+  auto slow = [](int n) { return "<slow n=\"" + std::to_string(n) + "\"/>"; };
+  std::string error;
+  for (int n = 0; n < 3; ++n) ASSERT_TRUE(a.send(slow(n), error)) << error;
+  ASSERT_TRUE(waitFor([&] { return startedCount() > 0; }));
+  EXPECT_EQ("|<m/>", echoed(call(b, "<m/>")));  // while a's first request waits
+  EXPECT_EQ(1u, startedCount());                // a's others wait for it
+
+  hold.unlock();
+  for (int n = 0; n < 3; ++n) EXPECT_EQ(slow(n), call(a, "<m/>"));  // each call reads the next reply
+  EXPECT_EQ((std::vector<std::string>{slow(0), slow(1), slow(2)}), started);
+  EXPECT_EQ(1, mostAtOnce);
+
+  hold.lock();
+  ASSERT_TRUE(a.send(slow(3), error)) << error;
+  ASSERT_TRUE(waitFor([&] { return startedCount() > 3; }));
+  a.close();
+  ASSERT_TRUE(waitFor([&] { return m_log.contains("client " + idA + ": connection closed"); }));
+  EXPECT_EQ(0u, m_invoker.seen().detached.count(idA));  // not while its request runs
+  hold.unlock();
+  ASSERT_TRUE(waitFor([&] { return m_server->connectionCount() == 1; }));
+  EXPECT_EQ(m_invoker.seen().detached, (std::map<std::string, bool>{{idA, true}}));
 }
 
 TEST_F(ClientServerTest, ConnectionsBeyondTheLimitAreRefusedUntilOneCloses) {

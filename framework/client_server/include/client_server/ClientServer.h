@@ -12,10 +12,14 @@
 // every other message goes to invoker->handleMessage(target, ...). Exactly one reply is sent per
 // request, in request order per connection.
 //
-// Threads: one I/O thread runs every socket; requests of all connections are handled one at a
-// time on one request thread, in arrival order, so that a slow service never stalls socket I/O.
-// The invoker, the handlers, the proxy factories and the detach messages all run on the request
-// thread.
+// Threads: one I/O thread runs every socket, so that a slow service never stalls socket I/O.
+// Requests are handled on a fixed pool of request threads (options.requestThreads). The requests
+// of one connection are handled one at a time, in the order they arrived, each answered before
+// the next starts; requests of different connections are handled at the same time, so a request
+// that waits (on the switch, say) holds up only its own client, as long as a request thread is
+// free for the others. Connections with work take turns, one request each. The invoker, the
+// handlers, the proxy factories and the detach messages run on the request threads, possibly
+// several at once for different clients: each must be safe to call from several threads.
 //
 // Client identity (InvokerResponse::getClientId and the context's getProxy): one text per
 // connection, never reused while the server runs: "unix:7", "tcp:127.0.0.1:5555#8".
@@ -31,17 +35,20 @@
 // however large (a reply of a large list can always be read). Messages for a closed connection
 // are dropped.
 //
-// Connection end: the proxies of that client are detached on the request thread, after every
-// request the client sent before: for each proxy with a detach message, the message is handed
-// to the invoker on the client's behalf (getProxy still finds the proxy meanwhile, but makes no
-// new one), then the proxy is deleted. Its ProxyRequest is shared-owned and stays valid (sends
-// are dropped) for as long as anyone holds it.
+// Connection end: the proxies of that client are detached on a request thread, after every
+// request the client sent before (in the connection's order, as one more of its requests): for
+// each proxy with a detach message, the message is handed to the invoker on the client's behalf
+// (getProxy still finds the proxy meanwhile, but makes no new one), then the proxy is deleted.
+// Its ProxyRequest is shared-owned and stays valid (sends are dropped) for as long as anyone
+// holds it.
 //
 // Locks, in the order they may be taken (a lock is only ever taken while holding locks above it):
 //   1. m_mutex of the server (handlers, factories, target, the connection table)
 //   2. each connection's proxy mutex (its proxies, the "detaching" flag)
 //   3. each connection's output mutex (outgoing queue, byte count, closed flag): a leaf lock,
 //      the only lock ProxyRequest::send takes, so a notifier may send while holding its own lock.
+//   -  the request pool's mutex (the requests waiting per connection): a leaf, taken with no
+//      other lock of the server held, never held while a request runs.
 // No lock of the server is held while the invoker, a handler or a proxy factory runs, nor while
 // a proxy is initialised or deleted, nor while logging.
 //
@@ -70,6 +77,7 @@ struct ClientServerOptions {
   std::size_t maxFrameSize = 4u << 20;    // a larger frame closes that connection with a log line
   std::size_t maxQueuedBytes = 8u << 20;  // per connection; more piled up disconnects the client
   std::size_t maxConnections = 64;        // more at once are refused (closed at once, logged)
+  std::size_t requestThreads = 4;         // requests of this many connections run at once (0 counts as 1)
 };
 
 class ClientServer {

@@ -49,7 +49,8 @@ class Invoker {
  public:
   virtual ~Invoker();
   // Handles one message of `length` bytes for `target` and completes `response` (the module may
-  // complete it without text). Called on the framework's request thread.
+  // complete it without text). Called on the framework's request threads: the requests of one
+  // client one at a time, those of different clients at the same time.
   virtual void handleMessage(Executable* target, const char* msg, int length, InvokerResponse* response) = 0;
   virtual void initInvoker(FrameworkContext* context);
 };
