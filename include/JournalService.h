@@ -21,6 +21,11 @@
 // The notifier is never called while a list lock is held: its lock comes before the list locks,
 // since it reads lists while holding it. Work that notifies computes what observers are told
 // under the list lock, gives the lock, then notifies.
+// The compiler checks these rules (framework/ThreadAnnotations.h, the clang-tsa preset): the
+// members below are GUARDED_BY their lock, helpers that run under a lock REQUIRES it, the order
+// among this class's locks is declared with ACQUIRED_AFTER, and the requests to the switch
+// EXCLUDES the list locks. The notifier's, the store's and the entry ids' locks live in other
+// objects: their place in the order is kept by the rules above, not checked.
 // Event handling: the call event handlers run on the link's event thread and hold m_callsLock
 // for the whole of their tracking step (in trackEvent or under a guard of their own), as
 // applyCallLogEntry does for a switch's call-log entry on a worker thread the event thread waits
@@ -353,7 +358,8 @@ class JournalService : public Service,
   // A dialled entry merged with `added`: reports the occurrences that the merge pushes out of the
   // entry's ten (where the switch keeps the call log).
   void sendCSTACAllLogEntryDeleteRequest(DialledCallItem::InfoList const& previous,
-                                         DialledCallItem::DialledCallInfo const& added);
+                                         DialledCallItem::DialledCallInfo const& added)
+      EXCLUDES(m_missedLock, m_dialledLock, m_receivedLock, m_forwardedLock, m_callBackLock);
 
   // ---- Received, dialled and forwarded call entries --------------------------------------------
   // Each files one occurrence under its party; false only for an occurrence already there (KPX).
