@@ -18,6 +18,7 @@
 #include <unordered_set>
 
 #include "framework/Semaphore.h"
+#include "framework/ThreadAnnotations.h"
 
 class EntryIds {
  public:
@@ -39,10 +40,11 @@ class EntryIds {
   static bool splitId(const std::string& id, std::string& stamp, uint32_t& digits);
 
  private:
-  bool isFreeLocked(const std::string& id) const;
+  bool isFreeLocked(const std::string& id) const REQUIRES(m_lock);
 
-  mutable Semaphore m_lock;                          // a leaf: nothing is taken while it is held
-  std::unordered_map<std::string, unsigned> m_held;  // ids of the entries in the lists, with how many hold each
-  std::string m_stamp;                               // the time stamp of the ids in m_handedOut
-  std::unordered_set<std::string> m_handedOut;
+  mutable Semaphore m_lock;  // a leaf: nothing is taken while it is held
+  // Ids of the entries in the lists, with how many hold each.
+  std::unordered_map<std::string, unsigned> m_held GUARDED_BY(m_lock);
+  std::string m_stamp GUARDED_BY(m_lock);  // the time stamp of the ids in m_handedOut
+  std::unordered_set<std::string> m_handedOut GUARDED_BY(m_lock);
 };

@@ -22,6 +22,11 @@
 // The notifier is never called while a list lock is held: its lock comes before the list locks,
 // since it reads lists while holding it. Work that notifies computes what observers are told
 // under the list lock, gives the lock, then notifies.
+// The compiler checks these rules (framework/ThreadAnnotations.h, the clang-tsa preset): the
+// members below are GUARDED_BY their lock, helpers that run under a lock REQUIRES it, the order
+// among this class's locks is declared with ACQUIRED_AFTER, and the requests to the switch
+// EXCLUDES the list locks. The notifier's, the store's and the entry ids' locks live in other
+// objects: their place in the order is kept by the rules above, not checked.
 // Event handling: the call event handlers run on the link's event thread and hold m_callsLock
 // for the whole of their tracking step (in trackEvent or under a guard of their own), as
 // applyCallLogEntry does for a switch's call-log entry on a worker thread the event thread waits
@@ -61,6 +66,7 @@
 #include "framework/LocalMgmt.h"
 #include "framework/Semaphore.h"
 #include "framework/Services.h"
+#include "framework/ThreadAnnotations.h"
 
 class CallLogEntryRequest;
 // Reports to the switch's call log noted under a list lock, sent once it is given
@@ -198,8 +204,8 @@ class JournalService : public Service,
   ReceivedCallItem getFrontReceivedCall();
   ForwardedCallItem getFrontForwardedCall();
   CallBackItem getFrontCallbackCall();
-  // Missed entries not yet viewed. Takes no lock: call it holding m_missedLock for an exact count.
-  unsigned getUnviewedMissedCallsCount() const;
+  // Missed entries not yet viewed; the caller holds m_missedLock.
+  unsigned getUnviewedMissedCallsCount() const REQUIRES(m_missedLock);
   // The same count taken under m_missedLock, for callers that hold no list lock.
   unsigned countUnviewedMissedCalls();
   // Whole-list deletions; deleteCallLists keeps the callbacks (and the forwarded list off SIP).
@@ -323,26 +329,38 @@ class JournalService : public Service,
   Contact lookUpParty(const std::string& number, const std::string& name);
 
   // ---- CSTA monitor of the local device -------------------------------------------------------
-  void startEvents();
-  void stopEvents();
+  // The monitor's requests wait for the switch: they are made with no lock of the journal held.
+  void startEvents()
+      EXCLUDES(m_dataLock, m_callsLock, m_missedLock, m_dialledLock, m_receivedLock, m_forwardedLock, m_callBackLock);
+  void stopEvents()
+      EXCLUDES(m_dataLock, m_callsLock, m_missedLock, m_dialledLock, m_receivedLock, m_forwardedLock, m_callBackLock);
   bool eventsStarted() const { return m_eventsStarted; }
   // Registers with the CSTA service for the switch's system status (phones other than SIP).
-  void CSTASystemRegister();
+  void CSTASystemRegister()
+      EXCLUDES(m_dataLock, m_callsLock, m_missedLock, m_dialledLock, m_receivedLock, m_forwardedLock, m_callBackLock);
 
   // ---- Reports to the switch's call log (escape requests) ----------------------------------------
   // Each sends at once and waits for the switch's answer (up to the link's time limit): the caller
   // holds no list lock. Work under a list lock notes its reports in a PendingSwitchReports.
-  bool sendCSTAEscapeRequest(CallLogEntryRequest* entry);
-  bool sendMissedCallLogEntryRequest(MissedCallItem::MissedCallInfo const* info);
-  bool sendReceivedCallLogEntryRequest(ReceivedCallItem::ReceivedCallInfo const* info);
-  bool sendDialledCallLogEntryRequest(DialledCallItem::DialledCallInfo const* info);
-  void sendMissedCallLogEntryRequests(MissedCallItem::InfoList const& infos);
-  void sendReceivedCallLogEntryRequests(ReceivedCallItem::InfoList const& infos);
-  void sendDialledCallLogEntryRequests(DialledCallItem::InfoList const& infos);
+  bool sendCSTAEscapeRequest(CallLogEntryRequest* entry)
+      EXCLUDES(m_missedLock, m_dialledLock, m_receivedLock, m_forwardedLock, m_callBackLock);
+  bool sendMissedCallLogEntryRequest(MissedCallItem::MissedCallInfo const* info)
+      EXCLUDES(m_missedLock, m_dialledLock, m_receivedLock, m_forwardedLock, m_callBackLock);
+  bool sendReceivedCallLogEntryRequest(ReceivedCallItem::ReceivedCallInfo const* info)
+      EXCLUDES(m_missedLock, m_dialledLock, m_receivedLock, m_forwardedLock, m_callBackLock);
+  bool sendDialledCallLogEntryRequest(DialledCallItem::DialledCallInfo const* info)
+      EXCLUDES(m_missedLock, m_dialledLock, m_receivedLock, m_forwardedLock, m_callBackLock);
+  void sendMissedCallLogEntryRequests(MissedCallItem::InfoList const& infos)
+      EXCLUDES(m_missedLock, m_dialledLock, m_receivedLock, m_forwardedLock, m_callBackLock);
+  void sendReceivedCallLogEntryRequests(ReceivedCallItem::InfoList const& infos)
+      EXCLUDES(m_missedLock, m_dialledLock, m_receivedLock, m_forwardedLock, m_callBackLock);
+  void sendDialledCallLogEntryRequests(DialledCallItem::InfoList const& infos)
+      EXCLUDES(m_missedLock, m_dialledLock, m_receivedLock, m_forwardedLock, m_callBackLock);
   // A dialled entry merged with `added`: reports the occurrences that the merge pushes out of the
   // entry's ten (where the switch keeps the call log).
   void sendCSTACAllLogEntryDeleteRequest(DialledCallItem::InfoList const& previous,
-                                         DialledCallItem::DialledCallInfo const& added);
+                                         DialledCallItem::DialledCallInfo const& added)
+      EXCLUDES(m_missedLock, m_dialledLock, m_receivedLock, m_forwardedLock, m_callBackLock);
 
   // ---- Received, dialled and forwarded call entries --------------------------------------------
   // Each files one occurrence under its party; false only for an occurrence already there (KPX).
@@ -390,11 +408,11 @@ class JournalService : public Service,
   // the call on; false when the event was dropped or refused.
   bool onCallEvent(Call* pCall, Call::states_t state, Call::directions_t direction, std::string callId,
                    std::string remoteParty = {}, std::string remotePartyName = {}, std::string divertedParty = {},
-                   std::string divertedPartyName = {}, bool treatAsIncoming = false);
-  bool setCallState(Call* pCall, Call::states_t state, Call::directions_t direction);
+                   std::string divertedPartyName = {}, bool treatAsIncoming = false) REQUIRES(m_callsLock);
+  bool setCallState(Call* pCall, Call::states_t state, Call::directions_t direction) REQUIRES(m_callsLock);
   // Files the finished call by the state it reached, and ends its record (but for a SIP outgoing
   // call diverted elsewhere, which goes on).
-  bool createCallEntry(Call const* pCall, Call::states_t state);
+  bool createCallEntry(Call const* pCall, Call::states_t state) REQUIRES(m_callsLock);
   // Destination not obtainable and do not disturb: the call never rang anywhere.
   static bool ignoreEventByCause(CSTAEventCause cause);
 
@@ -421,27 +439,29 @@ class JournalService : public Service,
 
   // Conferences (the caller holds m_callsLock). KPX conferences live in slots, as many as there are
   // conferences at once; SIP conferences in records of their own.
-  int getNumberOfConferences() const;
+  int getNumberOfConferences() const REQUIRES(m_callsLock);
   // The first free slot, a new one when all are taken; always true.
-  bool getNewConferenceIDIndex(int& index);
-  bool searchConferenceIDIndex(std::string const& conferenceCallId, int& index) const;
-  bool isConferenceMember(int index, const std::string& callId) const;
+  bool getNewConferenceIDIndex(int& index) REQUIRES(m_callsLock);
+  bool searchConferenceIDIndex(std::string const& conferenceCallId, int& index) const REQUIRES(m_callsLock);
+  bool isConferenceMember(int index, const std::string& callId) const REQUIRES(m_callsLock);
   bool searchDeviceIDInConference(int index, std::string const& deviceId,
-                                  std::list<KPXConferencedCallID*>::iterator& it);
+                                  std::list<KPXConferencedCallID*>::iterator& it) REQUIRES(m_callsLock);
   // Frees the KPX conferences (the SIP record stays).
-  void removeAllConferences();
+  void removeAllConferences() REQUIRES(m_callsLock);
 
   // Tracked calls. The caller holds m_callsLock.
-  Call* findCallFromId(std::string callId);
-  bool removeCall(std::string callId);
-  void removeAllCalls();
-  int getNumberOfCalls() const { return static_cast<int>(m_calls.size()); }
+  Call* findCallFromId(std::string callId) REQUIRES(m_callsLock);
+  bool removeCall(std::string callId) REQUIRES(m_callsLock);
+  void removeAllCalls() REQUIRES(m_callsLock);
+  int getNumberOfCalls() const REQUIRES(m_callsLock) { return static_cast<int>(m_calls.size()); }
+  // The same count taken under m_callsLock, for callers that hold no lock.
+  int countTrackedCalls() EXCLUDES(m_callsLock);
   // Lets go of the records of calls without an event for the configured hours
   // ("call-record-max-idle-hours", 4 by default, on the phone's clock), and of conferences none of
   // whose calls is still tracked: a call whose end the switch never reports would otherwise stay
   // for good. Runs on a timer of the context every 15 minutes while calls are tracked (on the
   // timer thread); takes m_callsLock.
-  void sweepIdleCalls();
+  void sweepIdleCalls() EXCLUDES(m_callsLock);
   static constexpr int kDefaultCallRecordMaxIdleHours = 4;
   static constexpr int kCallSweepIntervalMs = 15 * 60 * 1000;
 
@@ -480,24 +500,26 @@ class JournalService : public Service,
     unsigned unviewed;
   };
 
-  Call* trackCall(Call* call, Call::states_t state, Call::directions_t direction, const std::string& callId);
+  // The call tracking below runs with m_callsLock held (see onCallEvent).
+  Call* trackCall(Call* call, Call::states_t state, Call::directions_t direction, const std::string& callId)
+      REQUIRES(m_callsLock);
   bool onKpxCallEvent(Call* pCall, Call::states_t state, Call::directions_t direction, const std::string& callId,
-                      const CallParties& event);
+                      const CallParties& event) REQUIRES(m_callsLock);
   bool onSipCallEvent(Call* pCall, Call::states_t state, Call::directions_t direction, const std::string& callId,
-                      const CallParties& event, bool treatAsIncoming);
+                      const CallParties& event, bool treatAsIncoming) REQUIRES(m_callsLock);
   static void mergeSipParties(Call& call, Call::states_t state, const CallParties& event);
   static void mergeSipDiversion(Call& call, Call::states_t state, Call::directions_t direction,
                                 const CallParties& event);
   bool establishCall(Call& call, Call::directions_t direction);
-  bool createKpxCallEntry(const Call& call, Call::states_t state);
-  bool createSipCallEntry(const Call& call, Call::states_t state);
+  bool createKpxCallEntry(const Call& call, Call::states_t state) REQUIRES(m_callsLock);
+  bool createSipCallEntry(const Call& call, Call::states_t state) REQUIRES(m_callsLock);
   bool fileKpxCall(const Call& call, Call::states_t state);
   bool fileSipCall(const Call& call, Call::states_t state, bool incoming);
   void fileMissedCall(const Call& call, bool sip);
   void fileReceivedCall(const Call& call);
   void fileForwardedCall(const Call& call);
   bool fileDivertedDialledCall(const Call& call);
-  bool fileUnknownState(const Call& call);
+  bool fileUnknownState(const Call& call) REQUIRES(m_callsLock);
   bool isSipSwitch() const;
   // Exactly "Velmora KPX" (the hourly visitor upload runs only there).
   bool isKpxSoftware() const;
@@ -511,12 +533,13 @@ class JournalService : public Service,
   void trackDelivery(const CSTADeliveredEvent& event);
   void trackSipDelivery(const CSTADeliveredEvent& event);
   void markCallMissed(const std::string& callId, const std::string& number, const std::string& name);
-  void trackKpxConference(const CSTAConferencedEvent& event);
-  void trackSipConference(const CSTAConferencedEvent& event);
+  // Conferences: with m_callsLock held.
+  void trackKpxConference(const CSTAConferencedEvent& event) REQUIRES(m_callsLock);
+  void trackSipConference(const CSTAConferencedEvent& event) REQUIRES(m_callsLock);
   // The clearing of a conference call ends its member calls; false when it is no conference's.
-  bool clearKpxConference(const std::string& callId, const std::string& deviceId);
-  bool clearSipConference(const std::string& callId, const std::string& deviceId);
-  void endConferencedCall(const std::string& callId);
+  bool clearKpxConference(const std::string& callId, const std::string& deviceId) REQUIRES(m_callsLock);
+  bool clearSipConference(const std::string& callId, const std::string& deviceId) REQUIRES(m_callsLock);
+  void endConferencedCall(const std::string& callId) REQUIRES(m_callsLock);
   void applyCallLogEntry(const CallLogEntryEvent& event);
   void addServerEntry(const CallLogEntryEvent& event, const std::string& entryId);
   void removeServerEntry(const CallLogEntryEvent& event);
@@ -559,6 +582,10 @@ class JournalService : public Service,
   bool removeOccurrencesUpTo(const std::string& number, const std::string& entryTime, Replace replace);
   template <class Item>
   friend struct JournalListTraits;
+  // The lock of the list of Item (JournalListTraits<Item>::lock), named so that the analysis can
+  // tell which lock a list's generic work requires.
+  template <class Item>
+  Semaphore& listLock() RETURN_CAPABILITY(JournalListTraits<Item>::lock(*this));
 
   // Generic list work, one instance per list type (src/JournalService/ListAccess.h).
   template <class Item>
@@ -574,68 +601,68 @@ class JournalService : public Service,
   template <class Item>
   void updateStoredEntry(const Item& item, const std::string& reason);
   template <class Item>
-  void arrivingInList(const Item& item);
+  void arrivingInList(const Item& item) REQUIRES(listLock<Item>());
   template <class Item>
-  void leavingList(const Item& item);
+  void leavingList(const Item& item) REQUIRES(listLock<Item>());
   template <class Item>
-  void listChanged();
+  void listChanged() REQUIRES(listLock<Item>());
   template <class Item>
   void releaseIdsOf(const std::deque<Item>& list);
   template <class Item>
-  void holdLoadedIds(std::deque<Item>& list);
+  void holdLoadedIds(std::deque<Item>& list) REQUIRES(listLock<Item>());
   template <class Item>
   void readStoredList();
   template <class Item>
   void replaceWithStored(const std::string& reply);
   template <class Item>
-  void replaceWithStoredLocked(const std::string& reply);  // the caller holds the list's lock
+  void replaceWithStoredLocked(const std::string& reply) REQUIRES(listLock<Item>());
   // Notes in `reports` the occurrences that merging `added` pushes out of a dialled entry.
   void reportCallsPushedOut(DialledCallItem::InfoList const& previous, DialledCallItem::DialledCallInfo const& added,
                             PendingSwitchReports& reports);
   // Writes the list's front entry after a new call was filed, under `trimmedId` when the limit
   // dropped an entry; the entry takes the unique id the store gave it. The caller holds the lock.
   template <class Item>
-  void storeFrontEntry(std::deque<Item>& list, const std::string& trimmedId);
+  void storeFrontEntry(std::deque<Item>& list, const std::string& trimmedId) REQUIRES(listLock<Item>());
   // One store exchange; the unique id the store gave, or nothing when it failed.
   bool storeEntries(std::string const& body, std::string const& reason, std::string const& table, std::string& id);
 
   // Changes of a stored list on their way to the store, written at once or kept in the list's
   // backlog while the store fails (src/JournalService/StoreChanges.h). The caller holds the lock.
   template <class Item>
-  void storeWrite(Item& entry);  // an entry of the list; it takes the unique id the store gives
+  void storeWrite(Item& entry)
+      REQUIRES(listLock<Item>());  // an entry of the list; it takes the unique id the store gives
   template <class Item>
-  void storeWriteSet(const std::vector<Item*>& entries);
+  void storeWriteSet(const std::vector<Item*>& entries) REQUIRES(listLock<Item>());
   template <class Item>
-  void storeDelete(const Item& entry);  // before it leaves the list
+  void storeDelete(const Item& entry) REQUIRES(listLock<Item>());  // before it leaves the list
   template <class Item>
-  void storeDeletes(const std::vector<const Item*>& entries);
+  void storeDeletes(const std::vector<const Item*>& entries) REQUIRES(listLock<Item>());
   template <class Item>
-  void storeClear();
+  void storeClear() REQUIRES(listLock<Item>());
   // Gives list[index] its list order; when the list had to be numbered anew the others are stored.
   template <class Item>
-  void placeEntry(std::deque<Item>& list, size_t index);
+  void placeEntry(std::deque<Item>& list, size_t index) REQUIRES(listLock<Item>());
   template <class Item>
-  void forgetWaitingWrite(int64_t order);
+  void forgetWaitingWrite(int64_t order) REQUIRES(listLock<Item>());
   template <class Item>
-  ListBacklog& backlogOf();
+  ListBacklog& backlogOf() REQUIRES(listLock<Item>());
   template <class Item, class Change>
-  void changeBacklog(Change change);
+  void changeBacklog(Change change) REQUIRES(listLock<Item>());
   template <class Item>
-  bool changeWaits();
+  bool changeWaits() REQUIRES(listLock<Item>());
   template <class Item>
-  bool flushBacklog(size_t& written);
+  bool flushBacklog(size_t& written) REQUIRES(listLock<Item>());
   template <class Item>
   bool flushBacklogLocked(size_t& written);  // takes the list's lock
   template <class Item>
-  bool listIsStored();
+  bool listIsStored() REQUIRES(listLock<Item>());
   template <class Item>
-  void settleStoredList(std::deque<Item>& list);
+  void settleStoredList(std::deque<Item>& list) REQUIRES(listLock<Item>());
   // The store's state (src/JournalService/StoreRetry.cpp). storeFailed and storeWorked follow an
   // exchange of a list change; the retry runs on the timer thread.
   void storeFailed();
   void storeWorked();
   void noteStoreWritten(size_t written);
-  void armStoreRetry();  // m_storeBacklog->lock held
   bool isStoreRetryTimer(int timerId);
   void retryStore();
   bool probeStore();
@@ -647,11 +674,12 @@ class JournalService : public Service,
   std::string manageableValue(const std::string& key) const;
   void onUserDataChanged();
   void onCallLogAccessChanged(const std::string& value);
-  void changeMonitorFilter();
+  void changeMonitorFilter()
+      EXCLUDES(m_dataLock, m_callsLock, m_missedLock, m_dialledLock, m_receivedLock, m_forwardedLock, m_callBackLock);
   void lookUpServices();
   void startAutoSaveTimer();
-  void armCallSweep();  // the caller holds m_callsLock
-  void dropConferencesWithoutCalls();
+  void armCallSweep() REQUIRES(m_callsLock);
+  void dropConferencesWithoutCalls() REQUIRES(m_callsLock);
   void deriveLoggingMode();
   void uploadVisitorCallLog();
 
@@ -660,24 +688,33 @@ class JournalService : public Service,
   DirectoryServiceIfc* m_pDirectorySvc = nullptr;
   LocalMgmtIfc* m_pLocalMgmt = nullptr;
   DigitAnalysisServiceIfc* m_pDigitAnalysisSvc = nullptr;
-  std::deque<MissedCallItem> m_missedCallList;    // guarded by m_missedLock
-  NumberIndex m_missedNumbers;                    // numbers of m_missedCallList's occurrences; guarded by m_missedLock
-  NumberIndex m_receivedNumbers;                  // of m_receivedCallList; guarded by m_receivedLock
-  NumberIndex m_dialledNumbers;                   // group-by numbers of m_dialledCallList; guarded by m_dialledLock
-  NumberIndex m_forwardedNumbers;                 // of m_forwardedCallList; guarded by m_forwardedLock
-  std::deque<DialledCallItem> m_dialledCallList;  // guarded by m_dialledLock
-  std::deque<ReceivedCallItem> m_receivedCallList;    // guarded by m_receivedLock
-  std::deque<CallBackItem> m_callBackList;            // guarded by m_callBackLock
-  std::deque<ForwardedCallItem> m_forwardedCallList;  // guarded by m_forwardedLock
-  EntryIds m_entryIds;                                // the ids of the entries of all five lists; its own leaf lock
-  Semaphore m_missedLock;
-  Semaphore m_dialledLock;
-  Semaphore m_receivedLock;
-  Semaphore m_forwardedLock;
-  Semaphore m_callBackLock;
+  // The locks, in the order they are taken (see the top of this file); clang checks the order
+  // declared here with -Wthread-safety-beta. The notifier's lock, in another object, sits between
+  // m_dataLock / m_callsLock and the list locks; that cannot be declared here.
   Semaphore m_dataLock;
-  std::string m_lastUniqueId;        // guarded by m_uniqueIdLock
-  mutable Semaphore m_uniqueIdLock;  // a leaf: nothing is taken while it is held
+  Semaphore m_callsLock;
+  Semaphore m_dialledLock ACQUIRED_AFTER(m_dataLock, m_callsLock);
+  Semaphore m_missedLock ACQUIRED_AFTER(m_dataLock, m_callsLock, m_dialledLock);
+  Semaphore m_receivedLock ACQUIRED_AFTER(m_dataLock, m_callsLock);
+  Semaphore m_forwardedLock ACQUIRED_AFTER(m_dataLock, m_callsLock);
+  Semaphore m_callBackLock ACQUIRED_AFTER(m_dataLock, m_callsLock);
+  // Leaves: nothing is taken while one is held.
+  mutable Semaphore m_uniqueIdLock ACQUIRED_AFTER(m_missedLock, m_dialledLock, m_receivedLock, m_forwardedLock,
+                                                  m_callBackLock);
+  mutable Semaphore m_softwareTypeLock ACQUIRED_AFTER(m_missedLock, m_dialledLock, m_receivedLock, m_forwardedLock,
+                                                      m_callBackLock);
+
+  std::deque<MissedCallItem> m_missedCallList GUARDED_BY(m_missedLock);
+  NumberIndex m_missedNumbers GUARDED_BY(m_missedLock);        // numbers of m_missedCallList's occurrences
+  NumberIndex m_receivedNumbers GUARDED_BY(m_receivedLock);    // of m_receivedCallList
+  NumberIndex m_dialledNumbers GUARDED_BY(m_dialledLock);      // group-by numbers of m_dialledCallList
+  NumberIndex m_forwardedNumbers GUARDED_BY(m_forwardedLock);  // of m_forwardedCallList
+  std::deque<DialledCallItem> m_dialledCallList GUARDED_BY(m_dialledLock);
+  std::deque<ReceivedCallItem> m_receivedCallList GUARDED_BY(m_receivedLock);
+  std::deque<CallBackItem> m_callBackList GUARDED_BY(m_callBackLock);
+  std::deque<ForwardedCallItem> m_forwardedCallList GUARDED_BY(m_forwardedLock);
+  EntryIds m_entryIds;  // the ids of the entries of all five lists; its own leaf lock
+  std::string m_lastUniqueId GUARDED_BY(m_uniqueIdLock);
   // Changes waiting to be stored, per list (each part under its list's lock), and the store's
   // state under its own leaf lock, taken under a list lock or none.
   std::unique_ptr<StoreBacklog> m_storeBacklog;
@@ -686,13 +723,11 @@ class JournalService : public Service,
   // it (which switch flavour) as an atomic snapshot taken with each change.
   enum class Flavour { Other, Kpx, Sip };
   std::atomic<Flavour> m_flavour{Flavour::Other};
-  std::string m_softwareType;                                 // guarded by m_softwareTypeLock
-  mutable Semaphore m_softwareTypeLock;                       // a leaf: nothing is taken while it is held
-  std::map<std::string, Call*> m_calls;                       // owning; guarded by m_callsLock
-  std::vector<std::unique_ptr<KPXConference>> m_conferences;  // slots, null when free; guarded by m_callsLock
-  std::vector<SipConference> m_sipConferences;                // guarded by m_callsLock
-  Semaphore m_callsLock;
-  int m_callSweepTimer = -1;  // armed while calls are tracked; guarded by m_callsLock
+  std::string m_softwareType GUARDED_BY(m_softwareTypeLock);
+  std::map<std::string, Call*> m_calls GUARDED_BY(m_callsLock);                       // owning
+  std::vector<std::unique_ptr<KPXConference>> m_conferences GUARDED_BY(m_callsLock);  // slots, null when free
+  std::vector<SipConference> m_sipConferences GUARDED_BY(m_callsLock);
+  int m_callSweepTimer GUARDED_BY(m_callsLock) = -1;  // armed while calls are tracked
   std::atomic<int> m_callRecordMaxIdleHours{kDefaultCallRecordMaxIdleHours};
   // Configuration values: written on the management thread (a change of the configuration) while
   // the CSTA event thread and client requests read them, hence atomic. Each is read on its own; no

@@ -13,6 +13,7 @@
 
 #include "ObserverNotifierIfc.h"
 #include "framework/Semaphore.h"
+#include "framework/ThreadAnnotations.h"
 
 class JournalServiceIfc;
 class JournalServiceObserverIfc;
@@ -50,8 +51,8 @@ class ObserverNotifier : public ObserverNotifierIfc {
   void updateCallbacksAndCount() override;
   void updateCallbacksAndCount(const std::string& id) override;
 
-  JournalServiceIfc* getService() const { return service; }
-  bool isSip() const { return isSipPhone; }
+  JournalServiceIfc* getService() const;
+  bool isSip() const;
 
  private:
   using Routine = void (ObserverNotifier::*)(JournalServiceObserverIfc*, const ObserverData&);
@@ -59,24 +60,26 @@ class ObserverNotifier : public ObserverNotifierIfc {
   // Runs `routine` for every observer, in subscription order, under `lock`.
   void forEachObserver(Routine routine, const ObserverData& data);
 
-  // What one observer is sent for each kind of update.
-  void updateSingleMissedCallCount(JournalServiceObserverIfc* observer, const ObserverData& data);
-  void updateSingleMissedCallCountAndCalls(JournalServiceObserverIfc* observer, const ObserverData& data);
-  void updateSingleDialledCalls(JournalServiceObserverIfc* observer, const ObserverData& data);
-  void updateSingleReceivedCalls(JournalServiceObserverIfc* observer, const ObserverData& data);
-  void updateSingleForwardedCalls(JournalServiceObserverIfc* observer, const ObserverData& data);
-  void updateSingleCallbacks(JournalServiceObserverIfc* observer, const ObserverData& data);
-  void updateSingleCallbackCount(JournalServiceObserverIfc* observer, const ObserverData& data);
-  void updateSingleCallbacksAndCount(JournalServiceObserverIfc* observer, const ObserverData& data);
-  void updateSingleAllExceptCallbacks(JournalServiceObserverIfc* observer, const ObserverData& data);
-  void updateSingleAll(JournalServiceObserverIfc* observer, const ObserverData& data);
+  // What one observer is sent for each kind of update; run by forEachObserver under `lock`.
+  void updateSingleMissedCallCount(JournalServiceObserverIfc* observer, const ObserverData& data) REQUIRES(lock);
+  void updateSingleMissedCallCountAndCalls(JournalServiceObserverIfc* observer, const ObserverData& data)
+      REQUIRES(lock);
+  void updateSingleDialledCalls(JournalServiceObserverIfc* observer, const ObserverData& data) REQUIRES(lock);
+  void updateSingleReceivedCalls(JournalServiceObserverIfc* observer, const ObserverData& data) REQUIRES(lock);
+  void updateSingleForwardedCalls(JournalServiceObserverIfc* observer, const ObserverData& data) REQUIRES(lock);
+  void updateSingleCallbacks(JournalServiceObserverIfc* observer, const ObserverData& data) REQUIRES(lock);
+  void updateSingleCallbackCount(JournalServiceObserverIfc* observer, const ObserverData& data) REQUIRES(lock);
+  void updateSingleCallbacksAndCount(JournalServiceObserverIfc* observer, const ObserverData& data) REQUIRES(lock);
+  void updateSingleAllExceptCallbacks(JournalServiceObserverIfc* observer, const ObserverData& data) REQUIRES(lock);
+  void updateSingleAll(JournalServiceObserverIfc* observer, const ObserverData& data) REQUIRES(lock);
 
   // Counts read from the service, each on a copy of its list.
-  unsigned getUnviewedMissedCallsCount();
-  unsigned getCallBackListSize();
+  unsigned getUnviewedMissedCallsCount() REQUIRES(lock);
+  unsigned getCallBackListSize() REQUIRES(lock);
 
-  JournalServiceIfc* service = nullptr;  // not owned; read for counts and start-up state
-  bool isSipPhone = false;               // software type is "Velmora SIP"
-  Semaphore lock;                        // guards `observers`; order: before every list lock
-  std::vector<JournalServiceObserverIfc*> observers;  // not owned
+  // Guards the members below; order: before every list lock.
+  mutable Semaphore lock;
+  JournalServiceIfc* service GUARDED_BY(lock) = nullptr;               // not owned; read for counts and start-up state
+  bool isSipPhone GUARDED_BY(lock) = false;                            // software type is "Velmora SIP"
+  std::vector<JournalServiceObserverIfc*> observers GUARDED_BY(lock);  // not owned
 };

@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Builds and runs every test: the whole suite on the default preset and under address+undefined
-# sanitizers, and the concurrency tests (with those of the switch link, the client server and the
-# daemon) under the thread sanitizer. Prints ctest's summary for each.
+# sanitizers, the concurrency tests (with those of the switch link, the client server and the
+# daemon) under the thread sanitizer, and the whole suite once more built by clang with its
+# thread-safety analysis of the lock annotations (any finding fails that build). Prints ctest's
+# summary for each.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -24,4 +26,6 @@ run_preset tsan -L concurrency
 # The threads of the daemon's parts: the CSTA link, the client server, and the daemon end to end.
 echo "==== tsan: tests of the switch link, the client server and the daemon"
 ctest --preset tsan -R 'CstaLinkTest|ClientServerTest|DaemonTest'
+# The lock rules the compiler checks (GUARDED_BY, REQUIRES, lock order): a finding is a build error.
+run_preset clang-tsa
 echo "==== all test runs passed"

@@ -3,11 +3,9 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <condition_variable>
 #include <cstring>
 #include <deque>
 #include <future>
-#include <mutex>
 #include <optional>
 #include <pugixml.hpp>
 #include <set>
@@ -17,6 +15,8 @@
 #include <asio.hpp>
 
 #include "csta_link/CstaXml.h"
+#include "framework/Mutex.h"
+#include "framework/ThreadAnnotations.h"
 
 namespace {
 
@@ -71,10 +71,10 @@ struct SwitchSimulator::Impl {
       close();
       current = connection;
       {
-        std::lock_guard<std::mutex> guard(mutex);
+        fw::MutexLock guard(mutex);
         ++connections;
       }
-      cv.notify_all();
+      cv.notifyAll();
       if (options.sendSystemStatus)
         write(connection, options.systemStatusInvokeId,
               document("SystemStatus", "<systemStatus>normal</systemStatus>"));
@@ -133,7 +133,7 @@ struct SwitchSimulator::Impl {
     Answer answer = Answer::Normal;
     Timing timing;
     {
-      std::lock_guard<std::mutex> guard(mutex);
+      fw::MutexLock guard(mutex);
       received.push_back({frame.invokeId, name, frame.xml});
       const auto set = answers.find(name);
       if (set != answers.end()) answer = set->second;
@@ -148,7 +148,7 @@ struct SwitchSimulator::Impl {
         body = "<sysStatRegisterID>1</sysStatRegisterID>";
       }
     }
-    cv.notify_all();
+    cv.notifyAll();
     if (name == "SystemStatusResponse" || answer == Answer::None) return;
     if (answer == Answer::Error) {
       answerWhenDue(connection, name, timing,
@@ -161,7 +161,7 @@ struct SwitchSimulator::Impl {
       std::vector<std::string> events;
       std::string id;
       {
-        std::lock_guard<std::mutex> guard(mutex);
+        fw::MutexLock guard(mutex);
         events = eventsAfterMonitorStart;
         id = monitorId;
       }
@@ -176,7 +176,7 @@ struct SwitchSimulator::Impl {
     int delayMs = 0;
     bool held = false;
   };
-  Timing timingOf(const std::string& name) const {  // mutex held
+  Timing timingOf(const std::string& name) const REQUIRES(mutex) {
     Timing timing;
     const auto delay = answerDelays.find(name);
     if (delay != answerDelays.end()) timing.delayMs = delay->second;
@@ -223,7 +223,7 @@ struct SwitchSimulator::Impl {
   std::string withMonitorId(const std::string& xml) {
     std::string id;
     {
-      std::lock_guard<std::mutex> guard(mutex);
+      fw::MutexLock guard(mutex);
       id = monitorId;
     }
     return fillMonitorId(xml, id);
@@ -253,16 +253,23 @@ struct SwitchSimulator::Impl {
   int boundPort = 0;                   // set before the I/O thread starts
   std::thread thread;
 
-  mutable std::mutex mutex;  // guards the members below
-  std::condition_variable cv;
-  std::vector<Received> received;
-  std::map<std::string, Answer> answers;
-  std::map<std::string, int> answerDelays;
-  std::set<std::string> heldNames;
-  std::string monitorId;
-  int nextMonitorId = 0;
-  std::vector<std::string> eventsAfterMonitorStart;
-  std::size_t connections = 0;
+  mutable fw::Mutex mutex;  // guards the members below
+  fw::CondVar cv;
+  std::vector<Received> received GUARDED_BY(mutex);
+  std::map<std::string, Answer> answers GUARDED_BY(mutex);
+  std::map<std::string, int> answerDelays GUARDED_BY(mutex);
+  std::set<std::string> heldNames GUARDED_BY(mutex);
+  std::string monitorId GUARDED_BY(mutex);
+  int nextMonitorId GUARDED_BY(mutex) = 0;
+  std::vector<std::string> eventsAfterMonitorStart GUARDED_BY(mutex);
+  std::size_t connections GUARDED_BY(mutex) = 0;
+
+  // The number of requests named `name` received so far.
+  std::size_t receivedCount(const std::string& name) const REQUIRES(mutex) {
+    std::size_t n = 0;
+    for (const Received& r : received) n += r.name == name;
+    return n;
+  }
 };
 
 SwitchSimulator::SwitchSimulator(Options options) : m_impl(std::make_unique<Impl>(options)) {
@@ -281,24 +288,24 @@ SwitchSimulator::~SwitchSimulator() {
 int SwitchSimulator::port() const { return m_impl->boundPort; }
 
 void SwitchSimulator::setAnswer(const std::string& requestName, Answer answer) {
-  std::lock_guard<std::mutex> guard(m_impl->mutex);
+  fw::MutexLock guard(m_impl->mutex);
   m_impl->answers[requestName] = answer;
 }
 
 void SwitchSimulator::setAnswerDelay(const std::string& requestName, int delayMs) {
-  std::lock_guard<std::mutex> guard(m_impl->mutex);
+  fw::MutexLock guard(m_impl->mutex);
   m_impl->answerDelays[requestName] = delayMs;
 }
 
 void SwitchSimulator::holdAnswers(const std::string& requestName) {
-  std::lock_guard<std::mutex> guard(m_impl->mutex);
+  fw::MutexLock guard(m_impl->mutex);
   m_impl->heldNames.insert(requestName);
 }
 
 void SwitchSimulator::releaseAnswers(const std::string& requestName) {
   m_impl->onIoThread([this, requestName] {  // no request is handled in between
     {
-      std::lock_guard<std::mutex> guard(m_impl->mutex);
+      fw::MutexLock guard(m_impl->mutex);
       m_impl->heldNames.erase(requestName);
     }
     m_impl->releaseHeld(requestName);
@@ -359,7 +366,7 @@ int SwitchSimulator::playTrace(const std::string& path, int delayMs, std::string
 }
 
 void SwitchSimulator::setEventsAfterMonitorStart(std::vector<std::string> events) {
-  std::lock_guard<std::mutex> guard(m_impl->mutex);
+  fw::MutexLock guard(m_impl->mutex);
   m_impl->eventsAfterMonitorStart = std::move(events);
 }
 
@@ -380,21 +387,25 @@ void SwitchSimulator::restore() {
 }
 
 bool SwitchSimulator::waitForRequest(const std::string& name, int timeoutMs, std::size_t count) {
-  std::unique_lock<std::mutex> lock(m_impl->mutex);
-  return m_impl->cv.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] {
-    std::size_t n = 0;
-    for (const Received& r : m_impl->received) n += r.name == name;
-    return n >= count;
-  });
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+  Impl& d = *m_impl;
+  fw::MutexLock guard(d.mutex);
+  while (d.receivedCount(name) < count && d.cv.waitUntil(d.mutex, deadline)) {
+  }
+  return d.receivedCount(name) >= count;
 }
 
 bool SwitchSimulator::waitForConnections(std::size_t count, int timeoutMs) {
-  std::unique_lock<std::mutex> lock(m_impl->mutex);
-  return m_impl->cv.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] { return m_impl->connections >= count; });
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+  Impl& d = *m_impl;
+  fw::MutexLock guard(d.mutex);
+  while (d.connections < count && d.cv.waitUntil(d.mutex, deadline)) {
+  }
+  return d.connections >= count;
 }
 
 std::vector<SwitchSimulator::Received> SwitchSimulator::requests(const std::string& name) const {
-  std::lock_guard<std::mutex> guard(m_impl->mutex);
+  fw::MutexLock guard(m_impl->mutex);
   std::vector<Received> result;
   for (const Received& r : m_impl->received)
     if (r.name == name) result.push_back(r);
@@ -402,6 +413,6 @@ std::vector<SwitchSimulator::Received> SwitchSimulator::requests(const std::stri
 }
 
 std::string SwitchSimulator::currentMonitorId() const {
-  std::lock_guard<std::mutex> guard(m_impl->mutex);
+  fw::MutexLock guard(m_impl->mutex);
   return m_impl->monitorId;
 }

@@ -5,6 +5,24 @@
 #include "JournalLog.h"
 #include "JournalService.h"
 
+namespace {
+
+using CallTable = std::map<std::string, JournalService::Call*>;
+
+// True when a call that went into `conference` (and, for SIP, has not ended) is in `calls`.
+bool holdsTrackedCall(const CallTable& calls, const JournalService::KPXConference& conference) {
+  return std::any_of(conference.members.begin(), conference.members.end(),
+                     [&](const JournalService::KPXConferencedCallID* m) { return calls.count(m->callId) != 0; });
+}
+
+bool holdsTrackedCall(const CallTable& calls, const JournalService::SipConference& conference) {
+  return std::any_of(
+      conference.members.begin(), conference.members.end(),
+      [&](const JournalService::SipConference::Member& m) { return !m.cleared && calls.count(m.callId) != 0; });
+}
+
+}  // namespace
+
 JournalService::Call::Call(directions_t const& dir, std::string const& id)
     : direction(dir), callId(id), startTime(JournalService::getCurrentTimeSec()), lastEventTime(startTime) {}
 
@@ -27,6 +45,11 @@ void JournalService::removeAllCalls() {
     JLOG(journal::kEventsLog, 5, "%s():removeAllCalls - Call removed", __func__);
   }
   m_calls.clear();
+}
+
+int JournalService::countTrackedCalls() {
+  CriticalSection guard(m_callsLock);
+  return getNumberOfCalls();
 }
 
 void JournalService::armCallSweep() {
@@ -65,23 +88,13 @@ void JournalService::sweepIdleCalls() {
 
 // A conference none of whose calls is tracked any more will end no call: its record goes.
 void JournalService::dropConferencesWithoutCalls() {
-  auto tracked = [this](const std::string& callId) { return m_calls.count(callId) != 0; };
   for (auto& slot : m_conferences) {
-    if (!slot) continue;
-    const auto& members = slot->members;
-    if (std::any_of(members.begin(), members.end(), [&](const KPXConferencedCallID* m) { return tracked(m->callId); }))
-      continue;
+    if (!slot || holdsTrackedCall(m_calls, *slot)) continue;
     JLOG(journal::kEventsLog, 4, "%s():{%s} conference without tracked calls let go", __func__,
          slot->conferenceCallId.c_str());
     slot.reset();
   }
   while (!m_conferences.empty() && !m_conferences.back()) m_conferences.pop_back();
-  m_sipConferences.erase(std::remove_if(m_sipConferences.begin(), m_sipConferences.end(),
-                                        [&](const SipConference& c) {
-                                          return std::none_of(c.members.begin(), c.members.end(),
-                                                              [&](const SipConference::Member& m) {
-                                                                return !m.cleared && tracked(m.callId);
-                                                              });
-                                        }),
-                         m_sipConferences.end());
+  for (auto it = m_sipConferences.begin(); it != m_sipConferences.end();)
+    it = holdsTrackedCall(m_calls, *it) ? std::next(it) : m_sipConferences.erase(it);
 }

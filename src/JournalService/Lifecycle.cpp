@@ -30,16 +30,16 @@ I* serviceAs(JournalService& service, const char* name) {
 }  // namespace
 
 JournalService::JournalService(ObserverNotifierIfc* notifier)
-    : m_missedLock(1, 1, true, "m_missedLock"),
+    : m_dataLock(1, 1, false, "m_dataLock"),
+      m_callsLock(1, 1, true, "m_callsLock"),
       m_dialledLock(1, 1, true, "m_dialledLock"),
+      m_missedLock(1, 1, true, "m_missedLock"),
       m_receivedLock(1, 1, true, "m_receivedLock"),
       m_forwardedLock(1, 1, true, "m_forwardedLock"),
       m_callBackLock(1, 1, true, "m_callBackLock"),
-      m_dataLock(1, 1, false, "m_dataLock"),
       m_uniqueIdLock(1, 1, false, "m_uniqueIdLock"),
-      m_storeBacklog(std::make_unique<StoreBacklog>()),
       m_softwareTypeLock(1, 1, false, "m_softwareTypeLock"),
-      m_callsLock(1, 1, true, "m_callsLock"),
+      m_storeBacklog(std::make_unique<StoreBacklog>()),
       m_pObserverNotifier(notifier ? notifier : new ObserverNotifier) {
   JournalServiceHelper::init();
 }
@@ -69,7 +69,7 @@ void JournalService::initWithContext(Context* context) {
   if (m_pCSTASvc) {
     initEvents();
     startEvents();
-    if (m_softwareType != journal::kSipSoftware) CSTASystemRegister();
+    if (!isSipSwitch()) CSTASystemRegister();
   }
   readConfigItemsFromDB();
 

@@ -20,10 +20,10 @@ struct JournalListTraits<MissedCallItem> {
   static constexpr bool stored = true;
   static constexpr int slot = 0;  // of its backlog
   static constexpr const char* table = Helper::DAS_CALLLOGMISSEDCALLS;
-  static std::deque<MissedCallItem>& list(JournalService& s) { return s.m_missedCallList; }
+  static std::deque<MissedCallItem>& list(JournalService& s) REQUIRES(s.m_missedLock) { return s.m_missedCallList; }
   static constexpr bool indexed = true;
-  static NumberIndex& numbers(JournalService& s) { return s.m_missedNumbers; }
-  static Semaphore& lock(JournalService& s) { return s.m_missedLock; }
+  static NumberIndex& numbers(JournalService& s) REQUIRES(s.m_missedLock) { return s.m_missedNumbers; }
+  static Semaphore& lock(JournalService& s) RETURN_CAPABILITY(s.m_missedLock) { return s.m_missedLock; }
   static std::string body(const MissedCallItem& i, bool del) { return Helper::createXMLMissedCallItemBody(i, del); }
   static void appendEntry(const MissedCallItem& i, std::string& text, bool del) {
     Helper::createXMLMissedCallItemBody(i, text, del);
@@ -49,10 +49,10 @@ struct JournalListTraits<DialledCallItem> {
   static constexpr bool stored = true;
   static constexpr int slot = 1;  // of its backlog
   static constexpr const char* table = Helper::DAS_CALLLOGDIALLEDCALLS;
-  static std::deque<DialledCallItem>& list(JournalService& s) { return s.m_dialledCallList; }
+  static std::deque<DialledCallItem>& list(JournalService& s) REQUIRES(s.m_dialledLock) { return s.m_dialledCallList; }
   static constexpr bool indexed = true;
-  static NumberIndex& numbers(JournalService& s) { return s.m_dialledNumbers; }
-  static Semaphore& lock(JournalService& s) { return s.m_dialledLock; }
+  static NumberIndex& numbers(JournalService& s) REQUIRES(s.m_dialledLock) { return s.m_dialledNumbers; }
+  static Semaphore& lock(JournalService& s) RETURN_CAPABILITY(s.m_dialledLock) { return s.m_dialledLock; }
   static std::string body(const DialledCallItem& i, bool del) { return Helper::createXMLDialledCallItemBody(i, del); }
   static void appendEntry(const DialledCallItem& i, std::string& text, bool del) {
     Helper::createXMLDialledCallItemBody(i, text, del);
@@ -79,10 +79,12 @@ struct JournalListTraits<ReceivedCallItem> {
   static constexpr bool stored = true;
   static constexpr int slot = 2;  // of its backlog
   static constexpr const char* table = Helper::DAS_CALLLOGRECEIVEDCALLS;
-  static std::deque<ReceivedCallItem>& list(JournalService& s) { return s.m_receivedCallList; }
+  static std::deque<ReceivedCallItem>& list(JournalService& s) REQUIRES(s.m_receivedLock) {
+    return s.m_receivedCallList;
+  }
   static constexpr bool indexed = true;
-  static NumberIndex& numbers(JournalService& s) { return s.m_receivedNumbers; }
-  static Semaphore& lock(JournalService& s) { return s.m_receivedLock; }
+  static NumberIndex& numbers(JournalService& s) REQUIRES(s.m_receivedLock) { return s.m_receivedNumbers; }
+  static Semaphore& lock(JournalService& s) RETURN_CAPABILITY(s.m_receivedLock) { return s.m_receivedLock; }
   static std::string body(const ReceivedCallItem& i, bool del) { return Helper::createXMLReceivedCallItemBody(i, del); }
   static void appendEntry(const ReceivedCallItem& i, std::string& text, bool del) {
     Helper::createXMLReceivedCallItemBody(i, text, del);
@@ -108,10 +110,12 @@ struct JournalListTraits<ForwardedCallItem> {
   static constexpr bool stored = true;
   static constexpr int slot = 3;  // of its backlog
   static constexpr const char* table = Helper::DAS_CALLLOGFORWARDEDCALLS;
-  static std::deque<ForwardedCallItem>& list(JournalService& s) { return s.m_forwardedCallList; }
+  static std::deque<ForwardedCallItem>& list(JournalService& s) REQUIRES(s.m_forwardedLock) {
+    return s.m_forwardedCallList;
+  }
   static constexpr bool indexed = true;
-  static NumberIndex& numbers(JournalService& s) { return s.m_forwardedNumbers; }
-  static Semaphore& lock(JournalService& s) { return s.m_forwardedLock; }
+  static NumberIndex& numbers(JournalService& s) REQUIRES(s.m_forwardedLock) { return s.m_forwardedNumbers; }
+  static Semaphore& lock(JournalService& s) RETURN_CAPABILITY(s.m_forwardedLock) { return s.m_forwardedLock; }
   static std::string body(const ForwardedCallItem& i, bool del) {
     return Helper::createXMLForwardedCallItemBody(i, del);
   }
@@ -131,11 +135,16 @@ struct JournalListTraits<ForwardedCallItem> {
 template <>
 struct JournalListTraits<CallBackItem> {
   static constexpr bool stored = false;
-  static std::deque<CallBackItem>& list(JournalService& s) { return s.m_callBackList; }
+  static std::deque<CallBackItem>& list(JournalService& s) REQUIRES(s.m_callBackLock) { return s.m_callBackList; }
   static constexpr bool indexed = false;  // no number index
-  static Semaphore& lock(JournalService& s) { return s.m_callBackLock; }
+  static Semaphore& lock(JournalService& s) RETURN_CAPABILITY(s.m_callBackLock) { return s.m_callBackLock; }
   static void reportToServer(JournalService&, const CallBackItem&, PendingSwitchReports&) {}
 };
+
+template <class Item>
+Semaphore& JournalService::listLock() {
+  return JournalListTraits<Item>::lock(*this);
+}
 
 template <class Item>
 bool JournalService::copyList(std::deque<Item>& out) {

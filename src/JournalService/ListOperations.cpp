@@ -49,7 +49,7 @@ unsigned JournalService::countUnviewedMissedCalls() {
 bool JournalService::deleteMissedCall(const std::string& entryId) {
   JLOG(kCoreLog, 5, "JournalService::deleteMissedCall: entryId = %s", entryId.c_str());
   unsigned unviewed = 0;
-  bool found = eraseEntry<MissedCallItem>(entryId, [&](const std::deque<MissedCallItem>&) {
+  bool found = eraseEntry<MissedCallItem>(entryId, [&](const std::deque<MissedCallItem>&) REQUIRES(m_missedLock) {
     JLOG(kCoreLog, 5, "JournalService::deleteMissedCall: entry found");
     unviewed = getUnviewedMissedCallsCount();
   });
@@ -98,8 +98,9 @@ bool JournalService::deleteCallBack(const std::string& entryId) {
 bool JournalService::deleteMissedCallList(const std::set<std::string>& entryIds) {
   JLOG(kCoreLog, 5, "JournalService::deleteMissedCallList");
   unsigned unviewed = 0;
-  if (eraseEntries<MissedCallItem>(
-          entryIds, [&](const std::deque<MissedCallItem>&) { unviewed = getUnviewedMissedCallsCount(); }))
+  auto countUnviewed = [&](const std::deque<MissedCallItem>&)
+                           REQUIRES(m_missedLock) { unviewed = getUnviewedMissedCallsCount(); };
+  if (eraseEntries<MissedCallItem>(entryIds, countUnviewed))
     m_pObserverNotifier->updateMissedCallCountAndCalls(unviewed);
   return true;
 }

@@ -9,7 +9,8 @@
 // retry on the service's timer (growing delays) finds it working and writes the backlogs.
 //
 // Private to the module; owned by the JournalService. Each ListBacklog is guarded by its list's
-// lock; the rest as noted.
+// lock (the service reaches it only through backlogOf<Item>(), which requires that lock); the rest
+// as noted.
 #pragma once
 
 #include <atomic>
@@ -18,7 +19,9 @@
 #include <string>
 #include <vector>
 
+#include "framework/Executable.h"
 #include "framework/Semaphore.h"
+#include "framework/ThreadAnnotations.h"
 
 // The four stored lists, in the order the retry writes their backlogs.
 constexpr int kStoredListCount = 4;
@@ -36,7 +39,7 @@ struct StoreBacklog {
   static constexpr int kFirstRetryMs = 1000;
   static constexpr int kLongestRetryMs = 16000;
 
-  ListBacklog lists[kStoredListCount];  // each guarded by its list's lock
+  ListBacklog lists[kStoredListCount];  // each guarded by its list's lock: see backlogOf<Item>()
   std::atomic<bool> down{false};        // a retry is due: changes go to the backlogs
   std::atomic<bool> failing{false};     // from the "store fails" line to the "works again" line
   std::atomic<size_t> waiting{0};       // changes in all backlogs (a list's part changes under its lock)
@@ -44,8 +47,15 @@ struct StoreBacklog {
   // A leaf: taken under a list lock or none, nothing is taken while it is held (the context's
   // timer table and the logger aside, which are leaves too).
   Semaphore lock{1, 1, false, "m_storeBacklog.lock"};
-  std::string failingSince;          // guarded by lock: time text of the first failure
-  size_t written = 0;                // guarded by lock: changes written since the store failed
-  int retryTimer = -1;               // guarded by lock: the armed retry, -1 when none
-  int retryDelayMs = kFirstRetryMs;  // guarded by lock
+  std::string failingSince GUARDED_BY(lock);  // time text of the first failure
+  size_t written GUARDED_BY(lock) = 0;        // changes written since the store failed
+  int retryTimer GUARDED_BY(lock) = -1;       // the armed retry, -1 when none
+  int retryDelayMs GUARDED_BY(lock) = kFirstRetryMs;
+
+  // Arms the retry on `owner`'s timer of `context` unless one is armed; while it is, changes go
+  // straight to the backlogs. Without a context the next change of a list tries the store itself.
+  void armRetry(Context* context, Executable* owner) REQUIRES(lock) {
+    if (retryTimer == -1 && context) retryTimer = context->createTimer(owner, retryDelayMs);
+    down = retryTimer != -1;
+  }
 };

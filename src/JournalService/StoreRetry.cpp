@@ -19,14 +19,7 @@ void JournalService::storeFailed() {
     state.written = 0;
     JLOG(kCoreLog, 2, "the store fails: changes are kept in the lists and written when it works again");
   }
-  armStoreRetry();
-}
-
-void JournalService::armStoreRetry() {
-  StoreBacklog& state = *m_storeBacklog;
-  if (state.retryTimer == -1 && m_pContext) state.retryTimer = m_pContext->createTimer(this, state.retryDelayMs);
-  // Without a timer the next change of a list tries the store again itself.
-  state.down = state.retryTimer != -1;
+  state.armRetry(m_pContext, this);
 }
 
 void JournalService::noteStoreWritten(size_t written) {
@@ -82,9 +75,9 @@ void JournalService::retryStore() {
   CriticalSection guard(m_storeBacklog->lock);
   if (!stored) {
     m_storeBacklog->retryDelayMs = std::min(2 * m_storeBacklog->retryDelayMs, StoreBacklog::kLongestRetryMs);
-    armStoreRetry();
+    m_storeBacklog->armRetry(m_pContext, this);
   } else if (m_storeBacklog->waiting != 0 && !m_storeBacklog->down) {
-    armStoreRetry();  // what a refused change left behind meanwhile
+    m_storeBacklog->armRetry(m_pContext, this);  // what a refused change left behind meanwhile
   }
 }
 

@@ -48,9 +48,10 @@ FiledOccurrence<Item> JournalService::fileOccurrence(const typename Item::InfoLi
   // A party has no entry when no entry holds its number (or, for a phonebook person, its name).
   bool mayMatch = true;
   if constexpr (T::indexed) {
-    mayMatch = rules.matchKeys.empty() ||
-               std::any_of(rules.matchKeys.begin(), rules.matchKeys.end(),
-                           [&](const std::string& key) { return T::numbers(*this).mayHold(list, key); });
+    NumberIndex& numbers = T::numbers(*this);
+    mayMatch =
+        rules.matchKeys.empty() || std::any_of(rules.matchKeys.begin(), rules.matchKeys.end(),
+                                               [&](const std::string& key) { return numbers.mayHold(list, key); });
   }
   auto found = mayMatch ? std::find_if(list.begin(), list.end(), rules.matches) : list.end();
   if (found == list.end()) {

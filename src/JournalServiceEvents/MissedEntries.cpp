@@ -90,7 +90,7 @@ bool JournalService::newMissedCallEntry(
     };
   }
   unsigned unviewed = 0;
-  auto filed = fileOccurrence(info, rules, [&] { unviewed = getUnviewedMissedCallsCount(); });
+  auto filed = fileOccurrence(info, rules, [&]() REQUIRES(m_missedLock) { unviewed = getUnviewedMissedCallsCount(); });
   reports.send();
   if (filed.repeated) {
     JLOG(kCoreLog, 5, "%s():newMissedCallEntry: Entry already exists, ignore", __func__);

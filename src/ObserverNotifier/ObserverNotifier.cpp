@@ -47,13 +47,23 @@ bool ObserverNotifier::subscribe(JournalServiceObserverIfc* observer, const Dial
   CriticalSection guard(lock);
   observers.push_back(observer);
   observer->missedCallsCountUpdate(static_cast<int>(getUnviewedMissedCallsCount()));
-  JLOG(kEventsLog, 6, "subscribe:%s:%s:%s:%d", lastDialled.getFirstname().c_str(), lastDialled.getSurname().c_str(),
-       "", 3);
+  JLOG(kEventsLog, 6, "subscribe:%s:%s:%s:%d", lastDialled.getFirstname().c_str(), lastDialled.getSurname().c_str(), "",
+       3);
   logDialledNumbers(lastDialled);
   JLOG(kEventsLog, 6, "subscribe:%d:%s:%d", static_cast<int>(lastDialled.infos().size()), "", 3);
   observer->dialledCallsUpdate(lastDialled, std::string(), JournalServiceObserverIfc::LIST_CHANGED);
   if (unsigned callbacks = getCallBackListSize()) observer->callBacksCountUpdate(static_cast<int>(callbacks));
   return true;
+}
+
+JournalServiceIfc* ObserverNotifier::getService() const {
+  CriticalSection guard(lock);
+  return service;
+}
+
+bool ObserverNotifier::isSip() const {
+  CriticalSection guard(lock);
+  return isSipPhone;
 }
 
 bool ObserverNotifier::unsubscribe(JournalServiceObserverIfc* observer) {
@@ -134,8 +144,7 @@ void ObserverNotifier::updateForwardedCalls(const std::string& id) {
   updateForwardedCalls(ForwardedCallItem(), id, JournalServiceObserverIfc::DELETED_ENTRY);
 }
 
-void ObserverNotifier::updateForwardedCalls(const ForwardedCallItem& item, const std::string& id,
-                                            ActionType action) {
+void ObserverNotifier::updateForwardedCalls(const ForwardedCallItem& item, const std::string& id, ActionType action) {
   ObserverData data = makeData(0, id, action);
   data.forwardedCall = item;
   forEachObserver(&ObserverNotifier::updateSingleForwardedCalls, data);
@@ -201,8 +210,8 @@ void ObserverNotifier::updateSingleReceivedCalls(JournalServiceObserverIfc* obse
 }
 
 void ObserverNotifier::updateSingleForwardedCalls(JournalServiceObserverIfc* observer, const ObserverData& data) {
-  JLOG(kEventsLog, 6, "updateSingleForwardedCalls:%s:%s:%d", data.forwardedCall.getEntryId().c_str(),
-       data.id.c_str(), data.action);
+  JLOG(kEventsLog, 6, "updateSingleForwardedCalls:%s:%s:%d", data.forwardedCall.getEntryId().c_str(), data.id.c_str(),
+       data.action);
   observer->forwardedCallsUpdate(data.forwardedCall, data.id, data.action);
 }
 
@@ -223,8 +232,7 @@ void ObserverNotifier::updateSingleCallbacksAndCount(JournalServiceObserverIfc* 
   updateSingleCallbackCount(observer, data);
 }
 
-void ObserverNotifier::updateSingleAllExceptCallbacks(JournalServiceObserverIfc* observer,
-                                                      const ObserverData& data) {
+void ObserverNotifier::updateSingleAllExceptCallbacks(JournalServiceObserverIfc* observer, const ObserverData& data) {
   updateSingleMissedCallCountAndCalls(observer, data);
   updateSingleDialledCalls(observer, data);
   updateSingleReceivedCalls(observer, data);

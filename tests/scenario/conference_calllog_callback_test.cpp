@@ -28,7 +28,7 @@ Script left(const std::string& id, const std::string& device, int wait = 0) {
 class Journal : public Scenario {
  protected:
   void send(std::unique_ptr<CSTAEvent> event) { phone->service->deliverEvent(event.get()); }
-  int tracked() { return phone->service->getNumberOfCalls(); }
+  int tracked() { return phone->service->countTrackedCalls(); }
   // The numbers of all entries, list by list and newest first, then how many calls are still tracked.
   std::string state() {
     std::string out;

@@ -134,7 +134,7 @@ class EntryIds : public TraceDay {
       const bool deleted = kind == "missed" ? phone->service->deleteMissedCall(id) : phone->service->deleteCalls({id});
       EXPECT_TRUE(deleted) << id;
       remaining.erase(
-          std::remove_if(remaining.begin(), remaining.end(), [&](const Shown& s) { return s.entryId == id; }),
+          std::remove_if(remaining.begin(), remaining.end(), [&id = id](const Shown& s) { return s.entryId == id; }),
           remaining.end());
       if (everyStep) {
         const Lines left = kept(entries());

@@ -31,7 +31,7 @@ TEST_F(OfficeDay, LeavesTheListsItsCommentsDescribe) {
   std::string error;
   ASSERT_TRUE(phonebook.load(EXAMPLES_DIR "/phonebook.csv", error).has_value()) << error;
   replayHere(EXAMPLES_DIR "/traces/office-day.xml", kSip);  // the hourly save runs on the way
-  EXPECT_EQ(phone->service->getNumberOfCalls(), 0);
+  EXPECT_EQ(phone->service->countTrackedCalls(), 0);
 
   Lines shown;
   forEachList([&](const char* kind, const auto& list) { render(shown, kind, list); });

@@ -54,10 +54,15 @@ bool ClientServer::Impl::start(std::string& error) {
   context.setProxyProvider([this](const std::string& interfaceName, const std::string& clientId) {
     return getProxy(interfaceName, clientId);
   });
+  int port;
+  {
+    MutexLock guard(mutex);
+    port = boundPort;
+  }
   logAppUni(kLogHandle, __FILE__, kLogNotable, __LINE__, "listening on %s%s%s",
             options.socketPath.empty() ? "" : options.socketPath.c_str(),
-            !options.socketPath.empty() && boundPort >= 0 ? " and " : "",
-            boundPort >= 0 ? (options.tcpHost + ":" + std::to_string(boundPort)).c_str() : "");
+            !options.socketPath.empty() && port >= 0 ? " and " : "",
+            port >= 0 ? (options.tcpHost + ":" + std::to_string(port)).c_str() : "");
   return true;
 }
 
@@ -140,7 +145,7 @@ bool ClientServer::Impl::listenTcp(std::string& error) {
     return false;
   }
   const int port = m_tcpAcceptor.local_endpoint(ec).port();
-  std::lock_guard<std::mutex> guard(mutex);
+  MutexLock guard(mutex);
   boundPort = port;
   return true;
 }
@@ -162,7 +167,12 @@ void ClientServer::Impl::acceptTcp() {
   m_tcpAcceptor.async_accept([this](const asio::error_code& ec, asio::ip::tcp::socket socket) {
     if (ec == asio::error::operation_aborted || m_closing) return;
     if (ec) {
-      logAppUni(kLogHandle, __FILE__, kLogError, __LINE__, "accepting on TCP port %d failed: %s", boundPort,
+      int port;
+      {
+        MutexLock guard(mutex);
+        port = boundPort;
+      }
+      logAppUni(kLogHandle, __FILE__, kLogError, __LINE__, "accepting on TCP port %d failed: %s", port,
                 ec.message().c_str());
     } else {
       asio::error_code peerError;
@@ -178,7 +188,7 @@ void ClientServer::Impl::acceptTcp() {
 void ClientServer::Impl::addConnection(Connection::Socket socket, const std::string& prefix) {
   std::shared_ptr<Connection> connection;
   {
-    std::unique_lock<std::mutex> guard(mutex);
+    MutexLock guard(mutex);
     if (connections.size() >= options.maxConnections) {
       const bool first = !refusing;
       refusing = true;
@@ -223,7 +233,7 @@ std::string ClientServer::Impl::invoke(const std::string& message, const std::st
   Executable* service;
   Invoker* serviceInvoker;
   {
-    std::lock_guard<std::mutex> guard(mutex);
+    MutexLock guard(mutex);
     service = target;
     serviceInvoker = invoker;
   }
@@ -246,7 +256,7 @@ void ClientServer::Impl::handleRequest(const std::shared_ptr<Connection>& connec
   const std::string root = clientserver::rootElementName(message);
   Handler handler;
   {
-    std::lock_guard<std::mutex> guard(mutex);
+    MutexLock guard(mutex);
     auto found = handlers.find(root);
     if (found != handlers.end()) handler = found->second;
   }
@@ -271,7 +281,7 @@ void ClientServer::Impl::handleRequest(const std::shared_ptr<Connection>& connec
 void ClientServer::Impl::detach(const std::shared_ptr<Connection>& connection) {
   std::vector<std::string> detachMessages;
   {
-    std::lock_guard<std::mutex> guard(connection->proxyMutex);
+    MutexLock guard(connection->proxyMutex);
     connection->detaching = true;
     for (const auto& entry : connection->proxies) {
       if (!entry.second.detachMessage.empty()) detachMessages.push_back(entry.second.detachMessage);
@@ -280,12 +290,12 @@ void ClientServer::Impl::detach(const std::shared_ptr<Connection>& connection) {
   for (const std::string& message : detachMessages) detachAll(message, connection->clientId());
   std::map<std::string, clientserver::ProxyEntry> proxies;
   {
-    std::lock_guard<std::mutex> guard(connection->proxyMutex);
+    MutexLock guard(connection->proxyMutex);
     proxies.swap(connection->proxies);
   }
   for (auto& entry : proxies) delete entry.second.proxy;
   proxies.clear();
-  std::lock_guard<std::mutex> guard(mutex);
+  MutexLock guard(mutex);
   connections.erase(connection->clientId());
 }
 
@@ -314,7 +324,7 @@ Proxy* ClientServer::Impl::getProxy(const std::string& interfaceName, const std:
   std::shared_ptr<Connection> connection;
   Factory factory;
   {
-    std::lock_guard<std::mutex> guard(mutex);
+    MutexLock guard(mutex);
     auto foundConnection = connections.find(clientId);
     auto foundFactory = factories.find(interfaceName);
     if (foundConnection == connections.end() || foundFactory == factories.end()) return nullptr;
@@ -322,7 +332,7 @@ Proxy* ClientServer::Impl::getProxy(const std::string& interfaceName, const std:
     factory = foundFactory->second;
   }
   {
-    std::lock_guard<std::mutex> guard(connection->proxyMutex);
+    MutexLock guard(connection->proxyMutex);
     auto found = connection->proxies.find(interfaceName);
     if (found != connection->proxies.end()) return found->second.proxy;
     if (connection->detaching) return nullptr;
@@ -337,7 +347,7 @@ Proxy* ClientServer::Impl::getProxy(const std::string& interfaceName, const std:
   proxy->initProxy(*channel);
   Proxy* existing = nullptr;
   {
-    std::lock_guard<std::mutex> guard(connection->proxyMutex);
+    MutexLock guard(connection->proxyMutex);
     auto found = connection->proxies.find(interfaceName);
     if (found != connection->proxies.end()) {
       existing = found->second.proxy;  // made meanwhile on another thread
@@ -362,7 +372,7 @@ void ClientServer::Impl::stop() {
     m_tcpAcceptor.close(ignored);
     std::vector<std::shared_ptr<Connection>> open;
     {
-      std::lock_guard<std::mutex> guard(mutex);
+      MutexLock guard(mutex);
       for (const auto& entry : connections) open.push_back(entry.second);
     }
     for (const auto& connection : open) connection->close("the server stops", kLogNotable);
@@ -396,20 +406,20 @@ ClientServer::ClientServer(FrameworkContext& context, ClientServerOptions option
 ClientServer::~ClientServer() { stop(); }
 
 void ClientServer::setTarget(Executable* target, Invoker* invoker) {
-  std::lock_guard<std::mutex> guard(m_impl->mutex);
+  MutexLock guard(m_impl->mutex);
   m_impl->target = target;
   m_impl->invoker = invoker;
 }
 
 void ClientServer::addProxyFactory(const std::string& interfaceName, std::function<Proxy*()> factory,
                                    std::string detachMessage) {
-  std::lock_guard<std::mutex> guard(m_impl->mutex);
+  MutexLock guard(m_impl->mutex);
   m_impl->factories[interfaceName] = Impl::Factory{std::move(factory), std::move(detachMessage)};
 }
 
 void ClientServer::setHandler(const std::string& rootElement,
                               std::function<std::string(const std::string&, const std::string&)> handler) {
-  std::lock_guard<std::mutex> guard(m_impl->mutex);
+  MutexLock guard(m_impl->mutex);
   if (handler) {
     m_impl->handlers[rootElement] = std::move(handler);
   } else {
@@ -427,12 +437,12 @@ bool ClientServer::start(std::string& error) {
 void ClientServer::stop() { m_impl->stop(); }
 
 int ClientServer::tcpPort() const {
-  std::lock_guard<std::mutex> guard(m_impl->mutex);
+  MutexLock guard(m_impl->mutex);
   return m_impl->boundPort;
 }
 
 std::size_t ClientServer::connectionCount() const {
-  std::lock_guard<std::mutex> guard(m_impl->mutex);
+  MutexLock guard(m_impl->mutex);
   return m_impl->connections.size();
 }
 

@@ -118,7 +118,7 @@ void Connection::enqueue(const std::string& payload) {
   bool overflow = false;
   std::size_t queued = 0;
   {
-    std::lock_guard<std::mutex> guard(m_outMutex);
+    MutexLock guard(m_outMutex);
     if (m_closed) return;
     if (m_queuedBytes > 0 && m_queuedBytes + framed.size() > m_server.options.maxQueuedBytes) {
       // The queue is left as it is: its front may be in the middle of being written.
@@ -147,7 +147,7 @@ void Connection::enqueue(const std::string& payload) {
 void Connection::writeNext() {
   const std::string* front = nullptr;
   {
-    std::lock_guard<std::mutex> guard(m_outMutex);
+    MutexLock guard(m_outMutex);
     if (m_closed || m_out.empty()) {
       m_writing = false;
       return;
@@ -161,7 +161,7 @@ void Connection::writeNext() {
       return;
     }
     {
-      std::lock_guard<std::mutex> guard(self->m_outMutex);
+      MutexLock guard(self->m_outMutex);
       self->m_out.pop_front();
       self->m_queuedBytes -= written;
     }
@@ -173,7 +173,7 @@ void Connection::close(const std::string& why, int level) {
   if (m_shut) return;
   m_shut = true;
   {
-    std::lock_guard<std::mutex> guard(m_outMutex);
+    MutexLock guard(m_outMutex);
     m_closed = true;
   }
   // Logged first: the line is written before the client can see the connection end.

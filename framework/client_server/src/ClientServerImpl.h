@@ -9,7 +9,6 @@
 #include <deque>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,6 +16,8 @@
 #include "ClientMessages.h"
 #include "RequestPool.h"
 #include "client_server/ClientServer.h"
+#include "framework/Mutex.h"
+#include "framework/ThreadAnnotations.h"
 
 namespace fw {
 namespace clientserver {
@@ -84,9 +85,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
   // Proxies of this client, guarded by proxyMutex (lock 2 of the server's order). While
   // `detaching`, existing proxies are still found but no new one is made.
-  std::mutex proxyMutex;
-  std::map<std::string, ProxyEntry> proxies;
-  bool detaching = false;
+  Mutex proxyMutex;
+  std::map<std::string, ProxyEntry> proxies GUARDED_BY(proxyMutex);
+  bool detaching GUARDED_BY(proxyMutex) = false;
 
  private:
   void readHeader();
@@ -107,11 +108,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
   std::size_t m_pending = 0;                            // I/O thread only: requests handed on and not yet answered
   bool m_readPaused = false;                            // I/O thread only: reading waits for an answer
 
-  std::mutex m_outMutex;          // leaf lock (3): guards the members below
-  std::deque<std::string> m_out;  // framed messages; the front one is being written while m_writing
-  std::size_t m_queuedBytes = 0;
-  bool m_writing = false;
-  bool m_closed = false;  // nothing more is queued
+  Mutex m_outMutex ACQUIRED_AFTER(proxyMutex);  // leaf lock (3): guards the members below
+  // Framed messages; the front one is being written while m_writing.
+  std::deque<std::string> m_out GUARDED_BY(m_outMutex);
+  std::size_t m_queuedBytes GUARDED_BY(m_outMutex) = 0;
+  bool m_writing GUARDED_BY(m_outMutex) = false;
+  bool m_closed GUARDED_BY(m_outMutex) = false;  // nothing more is queued
 };
 
 }  // namespace clientserver
@@ -141,15 +143,16 @@ class ClientServer::Impl {
   FrameworkContext& context;
   const ClientServerOptions options;
 
-  mutable std::mutex mutex;  // lock 1: guards the members below
-  Executable* target = nullptr;
-  Invoker* invoker = nullptr;
-  std::map<std::string, Factory> factories;
-  std::map<std::string, Handler> handlers;
-  std::map<std::string, std::shared_ptr<clientserver::Connection>> connections;  // until detached
-  uint64_t nextConnection = 1;
-  int boundPort = -1;
-  bool refusing = false;  // the last connection was refused for the limit (logged once per run)
+  mutable Mutex mutex;  // lock 1: guards the members below
+  Executable* target GUARDED_BY(mutex) = nullptr;
+  Invoker* invoker GUARDED_BY(mutex) = nullptr;
+  std::map<std::string, Factory> factories GUARDED_BY(mutex);
+  std::map<std::string, Handler> handlers GUARDED_BY(mutex);
+  // Until detached.
+  std::map<std::string, std::shared_ptr<clientserver::Connection>> connections GUARDED_BY(mutex);
+  uint64_t nextConnection GUARDED_BY(mutex) = 1;
+  int boundPort GUARDED_BY(mutex) = -1;
+  bool refusing GUARDED_BY(mutex) = false;  // the last connection was refused for the limit (logged once per run)
 
  private:
   bool listenUnix(std::string& error);

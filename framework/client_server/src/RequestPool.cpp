@@ -36,27 +36,27 @@ RequestPool::RequestPool(const std::string& name, std::size_t threads) {
 
 RequestPool::~RequestPool() {
   {
-    std::lock_guard<std::mutex> guard(m_mutex);
+    MutexLock guard(m_mutex);
     m_stop = true;
   }
-  m_ready.notify_all();
+  m_ready.notifyAll();
   for (std::thread& thread : m_threads) thread.join();
 }
 
 void RequestPool::post(const std::shared_ptr<Lane>& lane, std::function<void()> task) {
   {
-    std::lock_guard<std::mutex> guard(m_mutex);
+    MutexLock guard(m_mutex);
     lane->m_tasks.push_back(std::move(task));
     if (lane->m_queued) return;  // a thread takes it up after the lane's earlier tasks
     lane->m_queued = true;
     m_queue.push_back(lane);
   }
-  m_ready.notify_one();
+  m_ready.notifyOne();
 }
 
 void RequestPool::waitIdle() {
-  std::unique_lock<std::mutex> lock(m_mutex);
-  m_idle.wait(lock, [&] { return m_queue.empty() && m_running == 0; });
+  MutexLock guard(m_mutex);
+  while (!m_queue.empty() || m_running != 0) m_idle.wait(m_mutex);
 }
 
 // Takes the next lane in turn and runs its first task. The lane stays marked queued while the task
@@ -64,9 +64,9 @@ void RequestPool::waitIdle() {
 // its tasks wait.
 void RequestPool::loop(const std::string& threadName) {
   pthread_setname_np(pthread_self(), threadName.c_str());
-  std::unique_lock<std::mutex> lock(m_mutex);
+  MutexLock lock(m_mutex);
   for (;;) {
-    m_ready.wait(lock, [&] { return m_stop || !m_queue.empty(); });
+    while (!m_stop && m_queue.empty()) m_ready.wait(m_mutex);
     if (m_queue.empty()) return;  // stopping, and nothing left to run
     std::shared_ptr<Lane> lane = std::move(m_queue.front());
     m_queue.pop_front();
@@ -82,9 +82,9 @@ void RequestPool::loop(const std::string& threadName) {
       lane->m_queued = false;
     } else {
       m_queue.push_back(std::move(lane));
-      m_ready.notify_one();
+      m_ready.notifyOne();
     }
-    if (m_queue.empty() && m_running == 0) m_idle.notify_all();
+    if (m_queue.empty() && m_running == 0) m_idle.notifyAll();
   }
 }
 

@@ -12,15 +12,16 @@
 // already posted, then joins the threads. Private to the client server.
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "framework/Mutex.h"
+#include "framework/ThreadAnnotations.h"
 
 namespace fw {
 namespace clientserver {
@@ -55,12 +56,12 @@ class RequestPool {
  private:
   void loop(const std::string& threadName);
 
-  std::mutex m_mutex;  // a leaf: guards the members below and every lane's tasks; never held while a task runs
-  std::condition_variable m_ready;            // a lane was queued, or the pool stops
-  std::condition_variable m_idle;             // the last running task ended with nothing queued
-  std::deque<std::shared_ptr<Lane>> m_queue;  // lanes with a task to run, in turn
-  std::size_t m_running = 0;                  // tasks running now
-  bool m_stop = false;
+  Mutex m_mutex;    // a leaf: guards the members below and every lane's tasks; never held while a task runs
+  CondVar m_ready;  // a lane was queued, or the pool stops
+  CondVar m_idle;   // the last running task ended with nothing queued
+  std::deque<std::shared_ptr<Lane>> m_queue GUARDED_BY(m_mutex);  // lanes with a task to run, in turn
+  std::size_t m_running GUARDED_BY(m_mutex) = 0;                  // tasks running now
+  bool m_stop GUARDED_BY(m_mutex) = false;
   std::vector<std::thread> m_threads;
 };
 

@@ -4,12 +4,10 @@
 
 #include <array>
 #include <atomic>
-#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -21,6 +19,8 @@
 #include "csta_link/CstaXml.h"
 #include "framework/CstaRequests.h"
 #include "framework/Logging.h"
+#include "framework/Mutex.h"
+#include "framework/ThreadAnnotations.h"
 #include "framework/WorkQueue.h"
 
 #define CSTA_LOG(level, ...) logAppUni(fw::link::kLogHandle, __FILE__, level, __LINE__, __VA_ARGS__)
@@ -54,7 +54,8 @@ struct CstaLinkService::Impl {
   // any later frame is read.
   using AnswerHook = std::function<void(const std::string& answerXml)>;
 
-  // A request waiting for its answer; lives on the waiting thread's stack, under m_linkMutex.
+  // A request waiting for its answer; lives on the waiting thread's stack, under m_linkMutex (its
+  // fields are read and written with m_linkMutex held while `pending` holds it).
   struct Pending {
     bool done = false;
     int code = kCstaLinkAnswered;
@@ -136,10 +137,10 @@ struct CstaLinkService::Impl {
   // 0 when requests are answered here and the service runs; kCstaLinkNotConnected otherwise.
   int localState();
   // The next free invoke id of a request. The caller holds m_linkMutex.
-  int takeInvokeId();
+  int takeInvokeId() REQUIRES(m_linkMutex);
   // The monitor of a MonitorStart's sink and device, made at its first request, with the
   // request's filter. The caller holds m_monitorMutex.
-  Monitor* monitorOf(const CSTAMonitorStartRequest& request);
+  Monitor* monitorOf(const CSTAMonitorStartRequest& request) REQUIRES(m_monitorMutex);
   // I/O thread: an answer no request waits for any more. A monitor the switch started for a
   // MonitorStart that timed out belongs to nobody: it is stopped at the switch.
   void lateAnswer(const std::string& xml);
@@ -186,28 +187,29 @@ struct CstaLinkService::Impl {
   // stops at the first failure (a retry is armed).
   void startIdleMonitors();
 
-  mutable std::mutex m_linkMutex;  // leaf; guards the members down to m_monitorMutex
-  std::condition_variable m_linkCv;
-  std::map<int, Pending*> pending;
-  int nextInvokeId = 0;
-  bool running = false;
-  bool stopping = false;
-  bool firstAttemptDone = false;
-  unsigned linkGeneration = 0;  // `generation` of the current connection
-  std::shared_ptr<WorkQueue> events;
-  bool eventsHeld = false;                      // holdEvents() until releaseEvents()
-  bool releasing = false;                       // held tasks are being handed over
-  std::deque<std::function<void()>> heldTasks;  // posted while held or releasing, in order
-  std::atomic<bool> isConnected{false};
+  mutable Mutex m_linkMutex;  // leaf; guards the members down to m_monitorMutex
+  CondVar m_linkCv;
+  std::map<int, Pending*> pending GUARDED_BY(m_linkMutex);
+  int nextInvokeId GUARDED_BY(m_linkMutex) = 0;
+  bool running GUARDED_BY(m_linkMutex) = false;
+  bool stopping GUARDED_BY(m_linkMutex) = false;
+  bool firstAttemptDone GUARDED_BY(m_linkMutex) = false;
+  unsigned linkGeneration GUARDED_BY(m_linkMutex) = 0;  // `generation` of the current connection
+  std::shared_ptr<WorkQueue> events GUARDED_BY(m_linkMutex);
+  bool eventsHeld GUARDED_BY(m_linkMutex) = false;  // holdEvents() until releaseEvents()
+  bool releasing GUARDED_BY(m_linkMutex) = false;   // held tasks are being handed over
+  // Posted while held or releasing, in order.
+  std::deque<std::function<void()>> heldTasks GUARDED_BY(m_linkMutex);
+  std::atomic<bool> isConnected{false};  // written under m_linkMutex, read without it
 
-  mutable std::mutex m_monitorMutex;  // leaf; guards the members below
-  std::vector<Monitor> monitors;
-  std::vector<CSTAEventIfc*> statusSinks;  // sources of SystemRegister requests
-  bool systemRegisterMade = false;
-  bool registering = false;   // a SystemRegister is on its way
-  unsigned registeredOn = 0;  // linkGeneration of the last accepted SystemRegister
-  int localCrossRefId = 0;    // ids the link hands out itself
-  unsigned monitorSerial = 0;
+  mutable Mutex m_monitorMutex;  // leaf; guards the members below
+  std::vector<Monitor> monitors GUARDED_BY(m_monitorMutex);
+  std::vector<CSTAEventIfc*> statusSinks GUARDED_BY(m_monitorMutex);  // sources of SystemRegister requests
+  bool systemRegisterMade GUARDED_BY(m_monitorMutex) = false;
+  bool registering GUARDED_BY(m_monitorMutex) = false;   // a SystemRegister is on its way
+  unsigned registeredOn GUARDED_BY(m_monitorMutex) = 0;  // linkGeneration of the last accepted SystemRegister
+  int localCrossRefId GUARDED_BY(m_monitorMutex) = 0;    // ids the link hands out itself
+  unsigned monitorSerial GUARDED_BY(m_monitorMutex) = 0;
 };
 
 }  // namespace fw

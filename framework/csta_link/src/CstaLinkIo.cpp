@@ -95,10 +95,10 @@ void CstaLinkService::Impl::scheduleMonitorRetry(const std::string& reason) {
 
 void CstaLinkService::Impl::finishFirstAttempt() {
   {
-    std::lock_guard<std::mutex> guard(m_linkMutex);
+    MutexLock guard(m_linkMutex);
     firstAttemptDone = true;
   }
-  m_linkCv.notify_all();
+  m_linkCv.notifyAll();
 }
 
 void CstaLinkService::Impl::onConnected() {
@@ -115,12 +115,12 @@ void CstaLinkService::Impl::onConnected() {
   socket.set_option(asio::ip::tcp::no_delay(true), ignored);
   CSTA_LOG(kLogNotable, "CSTA link to %s %s", address().c_str(), isReturn ? "is back" : "connected");
   {
-    std::lock_guard<std::mutex> guard(m_linkMutex);
+    MutexLock guard(m_linkMutex);
     linkGeneration = generation;
     isConnected = true;
     firstAttemptDone = true;
   }
-  m_linkCv.notify_all();
+  m_linkCv.notifyAll();
   post([this, isReturn] { resumeSession(isReturn); });
   readMore();
 }
@@ -132,7 +132,7 @@ void CstaLinkService::Impl::dropLink(const std::string& reason) {
   ++generation;
   writeQueue.clear();
   {
-    std::lock_guard<std::mutex> guard(m_linkMutex);
+    MutexLock guard(m_linkMutex);
     isConnected = false;
     for (auto& [id, request] : pending) {
       request->done = true;
@@ -140,7 +140,7 @@ void CstaLinkService::Impl::dropLink(const std::string& reason) {
     }
     pending.clear();
   }
-  m_linkCv.notify_all();
+  m_linkCv.notifyAll();
   ++monitorRetryToken;
   monitorRetryArmed = false;
   monitorRetryTimer.cancel();
@@ -189,14 +189,14 @@ void CstaLinkService::Impl::handleFrame(csta_xml::CstaFrame& frame) {
   // right behind a MonitorStart answer finds the monitor's new id in place.
   AnswerHook hook;
   {
-    std::lock_guard<std::mutex> guard(m_linkMutex);
+    MutexLock guard(m_linkMutex);
     const auto waiting = pending.find(frame.invokeId);
     if (waiting != pending.end()) hook = waiting->second->onAnswer;
   }
   if (hook) hook(frame.xml);
   bool matched = false;
   {
-    std::lock_guard<std::mutex> guard(m_linkMutex);
+    MutexLock guard(m_linkMutex);
     const auto waiting = pending.find(frame.invokeId);
     if (waiting != pending.end()) {
       waiting->second->answerXml = std::move(frame.xml);
@@ -207,7 +207,7 @@ void CstaLinkService::Impl::handleFrame(csta_xml::CstaFrame& frame) {
     }
   }
   if (matched) {
-    m_linkCv.notify_all();
+    m_linkCv.notifyAll();
   } else {
     CSTA_LOG(kLogTrace, "CSTA link: answer %04d matches no waiting request (late?); skipped", frame.invokeId);
     lateAnswer(frame.xml);
@@ -221,13 +221,13 @@ void CstaLinkService::Impl::lateAnswer(const std::string& xml) {
   const std::string id = started && !started->isError() ? started->GetMonitorCrossRefID() : std::string();
   if (id.empty()) return;
   {
-    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    MutexLock guard(m_monitorMutex);
     for (const Monitor& m : monitors)
       if (m.currentId == id) return;  // it is known after all
   }
   int invokeId = 0;
   {
-    std::lock_guard<std::mutex> guard(m_linkMutex);
+    MutexLock guard(m_linkMutex);
     invokeId = takeInvokeId();
   }
   CSTA_LOG(kLogNotable, "CSTA monitor %s was started after its request had timed out; stopped again", id.c_str());

@@ -64,7 +64,7 @@ void CstaLinkService::Impl::monitorStart(CSTAMonitorStartRequest& request) {
 }
 
 void CstaLinkService::Impl::markClaimed(unsigned serial) {
-  std::lock_guard<std::mutex> guard(m_monitorMutex);
+  MutexLock guard(m_monitorMutex);
   for (Monitor& m : monitors)
     if (m.serial == serial) m.claimed = true;
 }
@@ -72,7 +72,7 @@ void CstaLinkService::Impl::markClaimed(unsigned serial) {
 std::size_t CstaLinkService::Impl::stopUnclaimedMonitors() {
   std::vector<Monitor> unclaimed;
   {
-    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    MutexLock guard(m_monitorMutex);
     const auto split =
         std::stable_partition(monitors.begin(), monitors.end(), [](const Monitor& m) { return m.claimed; });
     unclaimed.assign(split, monitors.end());
@@ -115,7 +115,7 @@ CstaLinkService::Impl::Monitor* CstaLinkService::Impl::monitorOf(const CSTAMonit
 void CstaLinkService::Impl::monitorStartLocally(CSTAMonitorStartRequest& request) {
   const int state = localState();
   if (state != kCstaLinkAnswered) return request.setResponse(state, nullptr);
-  std::lock_guard<std::mutex> guard(m_monitorMutex);
+  MutexLock guard(m_monitorMutex);
   Monitor* monitor = monitorOf(request);
   if (monitor->moduleId.empty()) monitor->moduleId = monitor->currentId = std::to_string(++localCrossRefId);
   monitor->claimed = true;
@@ -123,7 +123,7 @@ void CstaLinkService::Impl::monitorStartLocally(CSTAMonitorStartRequest& request
 }
 
 CstaLinkService::Impl::Claim CstaLinkService::Impl::claimMonitor(const CSTAMonitorStartRequest& request) {
-  std::lock_guard<std::mutex> guard(m_monitorMutex);
+  MutexLock guard(m_monitorMutex);
   Monitor* monitor = monitorOf(request);
 
   Claim claim;
@@ -152,7 +152,7 @@ CstaLinkService::Impl::Answer CstaLinkService::Impl::startAtSwitch(const Claim& 
   std::string runningAs, moduleId;
   bool kept = false;  // not stopped meanwhile
   {
-    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    MutexLock guard(m_monitorMutex);
     for (Monitor& m : monitors) {
       if (m.serial != serial) continue;
       kept = true;
@@ -178,7 +178,7 @@ CstaLinkService::Impl::Answer CstaLinkService::Impl::startAtSwitch(const Claim& 
 void CstaLinkService::Impl::monitorAnswered(unsigned serial, const std::string& answerXml) {
   const std::string id = startedId(link::parseResponse("MonitorStart", answerXml).get());
   if (id.empty()) return;
-  std::lock_guard<std::mutex> guard(m_monitorMutex);
+  MutexLock guard(m_monitorMutex);
   for (Monitor& m : monitors) {
     if (m.serial != serial) continue;
     m.currentId = id;
@@ -191,7 +191,7 @@ void CstaLinkService::Impl::monitorStop(CSTAMonitorStopRequest& request) {
   std::string onWire = id;
   bool known = false;
   {
-    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    MutexLock guard(m_monitorMutex);
     const auto monitor = std::find_if(monitors.begin(), monitors.end(),
                                       [&](const Monitor& m) { return !id.empty() && m.moduleId == id; });
     if (monitor != monitors.end()) {
@@ -212,7 +212,7 @@ void CstaLinkService::Impl::monitorStop(CSTAMonitorStopRequest& request) {
   if (known && onWire != id) CSTA_LOG(kLogTrace, "CSTA MonitorStop %s sent as %s", id.c_str(), onWire.c_str());
   Answer answer = exchange("MonitorStop", link::monitorStopXml(onWire));
   if (known && answer.response && !answer.response->isError()) {
-    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    MutexLock guard(m_monitorMutex);
     monitors.erase(std::remove_if(monitors.begin(), monitors.end(), [&](const Monitor& m) { return m.moduleId == id; }),
                    monitors.end());
   }
@@ -222,7 +222,7 @@ void CstaLinkService::Impl::monitorStop(CSTAMonitorStopRequest& request) {
 void CstaLinkService::Impl::changeFilter(CSTAChangeMonitorFilterRequest& request) {
   std::string onWire;
   {
-    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    MutexLock guard(m_monitorMutex);
     auto monitor = std::find_if(monitors.begin(), monitors.end(), [&](const Monitor& m) {
       return m.device == request.getDeviceObject() && m.sink == request.getCSTAEventIfc();
     });
@@ -248,7 +248,7 @@ void CstaLinkService::Impl::changeFilter(CSTAChangeMonitorFilterRequest& request
       exchange("ChangeMonitorFilter", link::changeMonitorFilterXml(onWire, request.getRequestedFilterList()));
   if (answer.response && !answer.response->isError()) {
     // Kept for the start after a return.
-    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    MutexLock guard(m_monitorMutex);
     for (Monitor& m : monitors) {
       if (m.currentId != onWire) continue;
       m.filter = request.getRequestedFilterList();
@@ -259,7 +259,7 @@ void CstaLinkService::Impl::changeFilter(CSTAChangeMonitorFilterRequest& request
 }
 
 void CstaLinkService::Impl::forgetRunningMonitors() {
-  std::lock_guard<std::mutex> guard(m_monitorMutex);
+  MutexLock guard(m_monitorMutex);
   for (Monitor& m : monitors) m.currentId.clear();
 }
 
@@ -269,7 +269,7 @@ void CstaLinkService::Impl::resumeSession(bool isReturn) {
   const unsigned connection = currentConnection();
   bool registerAgain = false;
   {
-    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    MutexLock guard(m_monitorMutex);
     registerAgain = systemRegisterMade && !registering && registeredOn != connection;
     if (registerAgain) registering = true;
   }
@@ -286,7 +286,7 @@ void CstaLinkService::Impl::startIdleMonitors() {
   for (;;) {
     Claim claim;
     {
-      std::lock_guard<std::mutex> guard(m_monitorMutex);
+      MutexLock guard(m_monitorMutex);
       if (!isConnected) return;
       const auto idle = std::find_if(monitors.begin(), monitors.end(),
                                      [](const Monitor& m) { return m.currentId.empty() && !m.starting; });

@@ -21,7 +21,7 @@ CstaLinkService::~CstaLinkService() { stop(); }
 void CstaLinkService::start() {
   Impl& d = *m_impl;
   {
-    std::lock_guard<std::mutex> guard(d.m_linkMutex);
+    MutexLock guard(d.m_linkMutex);
     if (d.running) return;
     d.running = true;
     d.events = std::make_shared<WorkQueue>("CSTA events");
@@ -37,14 +37,16 @@ void CstaLinkService::start() {
   d.work.emplace(asio::make_work_guard(d.io));
   asio::post(d.io, [&d] { d.connect(); });
   d.ioThread = std::thread([&d] { d.io.run(); });
-  std::unique_lock<std::mutex> lock(d.m_linkMutex);
-  d.m_linkCv.wait_for(lock, std::chrono::milliseconds(d.options.requestTimeoutMs), [&d] { return d.firstAttemptDone; });
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(d.options.requestTimeoutMs);
+  MutexLock guard(d.m_linkMutex);
+  while (!d.firstAttemptDone && d.m_linkCv.waitUntil(d.m_linkMutex, deadline)) {
+  }
 }
 
 void CstaLinkService::stop() {
   Impl& d = *m_impl;
   {
-    std::lock_guard<std::mutex> guard(d.m_linkMutex);
+    MutexLock guard(d.m_linkMutex);
     if (!d.running || d.stopping) return;
     d.stopping = true;
   }
@@ -56,7 +58,7 @@ void CstaLinkService::stop() {
   d.socket.close(ignored);
   std::shared_ptr<WorkQueue> events;
   {
-    std::lock_guard<std::mutex> guard(d.m_linkMutex);
+    MutexLock guard(d.m_linkMutex);
     d.isConnected = false;
     for (auto& [id, request] : d.pending) {
       request->done = true;
@@ -64,10 +66,10 @@ void CstaLinkService::stop() {
     }
     d.pending.clear();
   }
-  d.m_linkCv.notify_all();
+  d.m_linkCv.notifyAll();
   d.releaseHeld();  // held events are delivered like the others already queued
   {
-    std::lock_guard<std::mutex> guard(d.m_linkMutex);
+    MutexLock guard(d.m_linkMutex);
     events = std::move(d.events);
   }
   events.reset();  // the last owner delivers what is queued and joins the event thread
@@ -77,14 +79,14 @@ void CstaLinkService::stop() {
 bool CstaLinkService::connected() const {
   const Impl& d = *m_impl;
   if (d.options.answerLocally) {
-    std::lock_guard<std::mutex> guard(d.m_linkMutex);
+    MutexLock guard(d.m_linkMutex);
     return d.running && !d.stopping;
   }
   return d.isConnected;
 }
 
 CstaLinkService::MonitorCount CstaLinkService::monitors() const {
-  std::lock_guard<std::mutex> guard(m_impl->m_monitorMutex);
+  MutexLock guard(m_impl->m_monitorMutex);
   MonitorCount count;
   for (const Impl::Monitor& m : m_impl->monitors) {
     ++count.asked;
@@ -96,7 +98,7 @@ CstaLinkService::MonitorCount CstaLinkService::monitors() const {
 std::size_t CstaLinkService::stopUnclaimedMonitors() { return m_impl->stopUnclaimedMonitors(); }
 
 void CstaLinkService::holdEvents() {
-  std::lock_guard<std::mutex> guard(m_impl->m_linkMutex);
+  MutexLock guard(m_impl->m_linkMutex);
   m_impl->eventsHeld = true;
 }
 
@@ -105,7 +107,7 @@ void CstaLinkService::releaseEvents() { m_impl->releaseHeld(); }
 void CstaLinkService::drainEvents() {
   std::shared_ptr<WorkQueue> events;
   {
-    std::lock_guard<std::mutex> guard(m_impl->m_linkMutex);
+    MutexLock guard(m_impl->m_linkMutex);
     events = m_impl->events;
   }
   if (events) events->drain();
@@ -122,7 +124,7 @@ bool CstaLinkService::deliverDocument(const std::string& xml, std::string& error
     return false;
   }
   {
-    std::lock_guard<std::mutex> guard(m_impl->m_linkMutex);
+    MutexLock guard(m_impl->m_linkMutex);
     if (!m_impl->events) {
       error = "the CSTA service is not running";
       return false;
@@ -159,7 +161,7 @@ CstaLinkService::Impl::Answer CstaLinkService::Impl::exchange(const char* reques
   waiting.onAnswer = std::move(onAnswer);
   int invokeId = 0;
   unsigned connection = 0;
-  std::unique_lock<std::mutex> lock(m_linkMutex);
+  MutexLock lock(m_linkMutex);
   if (!isConnected || stopping) {
     CSTA_LOG(kLogTrace, "CSTA %s not sent: no link to the switch", requestName);
     return answer;
@@ -177,8 +179,11 @@ CstaLinkService::Impl::Answer CstaLinkService::Impl::exchange(const char* reques
   });
   CSTA_LOG(kLogTrace, "CSTA %s sent as %04d", requestName, invokeId);
 
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(options.requestTimeoutMs);
   lock.lock();
-  if (!m_linkCv.wait_for(lock, std::chrono::milliseconds(options.requestTimeoutMs), [&] { return waiting.done; })) {
+  while (!waiting.done && m_linkCv.waitUntil(m_linkMutex, deadline)) {
+  }
+  if (!waiting.done) {
     pending.erase(invokeId);
     lock.unlock();
     CSTA_LOG(kLogError, "CSTA %s (%04d): no answer within %d ms", requestName, invokeId, options.requestTimeoutMs);
@@ -206,7 +211,7 @@ int CstaLinkService::Impl::takeInvokeId() {
 }
 
 int CstaLinkService::Impl::localState() {
-  std::lock_guard<std::mutex> guard(m_linkMutex);
+  MutexLock guard(m_linkMutex);
   return running && !stopping ? kCstaLinkAnswered : kCstaLinkNotConnected;
 }
 
@@ -216,7 +221,7 @@ std::string CstaLinkService::Impl::deviceOnWire(const std::string& device) const
 
 void CstaLinkService::Impl::systemRegister(CSTASystemStatusRequest& request) {
   {
-    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    MutexLock guard(m_monitorMutex);
     if (auto* sink = dynamic_cast<CSTAEventIfc*>(request.getSourceService());
         sink && std::find(statusSinks.begin(), statusSinks.end(), sink) == statusSinks.end())
       statusSinks.push_back(sink);
@@ -233,13 +238,13 @@ void CstaLinkService::Impl::systemRegister(CSTASystemStatusRequest& request) {
 }
 
 void CstaLinkService::Impl::noteRegistration(const Answer& answer) {
-  std::lock_guard<std::mutex> guard(m_monitorMutex);
+  MutexLock guard(m_monitorMutex);
   registering = false;
   if (answer.response && !answer.response->isError()) registeredOn = answer.connection;
 }
 
 unsigned CstaLinkService::Impl::currentConnection() {
-  std::lock_guard<std::mutex> guard(m_linkMutex);
+  MutexLock guard(m_linkMutex);
   return linkGeneration;
 }
 
@@ -261,7 +266,7 @@ void CstaLinkService::Impl::escape(CSTAEscapeRequest& request) {
 void CstaLinkService::Impl::post(std::function<void()> task) {
   std::shared_ptr<WorkQueue> queue;
   {
-    std::lock_guard<std::mutex> guard(m_linkMutex);
+    MutexLock guard(m_linkMutex);
     if (eventsHeld || releasing) {
       heldTasks.push_back(std::move(task));
       return;
@@ -276,7 +281,7 @@ void CstaLinkService::Impl::post(std::function<void()> task) {
 // follow the batch.
 void CstaLinkService::Impl::releaseHeld() {
   {
-    std::lock_guard<std::mutex> guard(m_linkMutex);
+    MutexLock guard(m_linkMutex);
     if (!eventsHeld || releasing) return;
     eventsHeld = false;
     releasing = true;
@@ -285,7 +290,7 @@ void CstaLinkService::Impl::releaseHeld() {
     std::deque<std::function<void()>> batch;
     std::shared_ptr<WorkQueue> queue;
     {
-      std::lock_guard<std::mutex> guard(m_linkMutex);
+      MutexLock guard(m_linkMutex);
       if (heldTasks.empty()) {
         releasing = false;
         return;
@@ -315,7 +320,7 @@ void CstaLinkService::Impl::queueEvent(csta_xml::CstaParseResult parsed) {
 }
 
 std::vector<CSTAEventIfc*> CstaLinkService::Impl::registrants() {
-  std::lock_guard<std::mutex> guard(m_monitorMutex);
+  MutexLock guard(m_monitorMutex);
   std::vector<CSTAEventIfc*> sinks = statusSinks;
   for (const Monitor& m : monitors)
     if (m.sink && std::find(sinks.begin(), sinks.end(), m.sink) == sinks.end()) sinks.push_back(m.sink);
@@ -327,7 +332,7 @@ void CstaLinkService::Impl::routeEvent(CSTAEvent& event, const std::string& cros
   if (systemStatus) {
     sinks = registrants();
   } else {
-    std::lock_guard<std::mutex> guard(m_monitorMutex);
+    MutexLock guard(m_monitorMutex);
     for (const Monitor& m : monitors) {
       if (!crossRefId.empty() && m.currentId == crossRefId && m.sink) {
         sinks.assign(1, m.sink);

@@ -1,7 +1,6 @@
 // ConfiguredDigitAnalysis: feature access codes from a configuration value.
 #include "digit_analysis/ConfiguredDigitAnalysis.h"
 
-#include <mutex>
 #include <sstream>
 
 #include "framework/Logging.h"
@@ -38,7 +37,7 @@ void ConfiguredDigitAnalysis::configure(const std::string& list) {
   std::vector<std::string> codes = parseCodes(list);
   const size_t count = codes.size();
   {
-    std::unique_lock<std::shared_mutex> lock(m_mutex);
+    fw::WriterLock lock(m_mutex);
     m_codes.swap(codes);
   }
   logAppUni(kLogHandle, __FILE__, fw::kLogNotable, __LINE__, "%s(): %zu feature access codes: %s", __func__, count,
@@ -46,12 +45,12 @@ void ConfiguredDigitAnalysis::configure(const std::string& list) {
 }
 
 std::vector<std::string> ConfiguredDigitAnalysis::codes() const {
-  std::shared_lock<std::shared_mutex> lock(m_mutex);
+  fw::ReaderLock lock(m_mutex);
   return m_codes;
 }
 
 bool ConfiguredDigitAnalysis::isFeatureAccessCode(const std::string& digits) {
-  std::shared_lock<std::shared_mutex> lock(m_mutex);
+  fw::ReaderLock lock(m_mutex);
   for (const std::string& code : m_codes)
     if (digits.compare(0, code.size(), code) == 0) return true;
   return false;

@@ -113,7 +113,7 @@ MemoryDataAccessService::~MemoryDataAccessService() = default;
 std::string MemoryDataAccessService::processRequest(const std::string& request) {
   std::string why;
   {
-    std::lock_guard<std::mutex> guard(m_mutex);
+    fw::MutexLock guard(m_mutex);
     try {
       std::string reply;
       if (m_tables->handle(request, reply, why)) return reply;

@@ -77,11 +77,14 @@ UploadMobilityService::UploadMobilityService(DataAccessServiceIfc* store, std::s
     : m_store(store), m_visitorId(std::move(visitorId)), m_timeoutMs(timeoutMs), m_url(std::move(url)) {}
 
 void UploadMobilityService::setUrl(std::string url) {
-  std::lock_guard<std::mutex> lock(m_urlMutex);
+  fw::MutexLock lock(m_urlMutex);
   m_url = std::move(url);
 }
 
-const std::string& UploadMobilityService::lastError() const { return m_lastError; }
+std::string UploadMobilityService::lastError() const {
+  fw::MutexLock upload(m_uploadMutex);
+  return m_lastError;
+}
 
 bool UploadMobilityService::fail(const std::string& text, int line) {
   m_lastError = text;
@@ -115,10 +118,10 @@ bool UploadMobilityService::buildDocument(std::string& document, std::string& er
 }
 
 bool UploadMobilityService::saveVisitorCallLog() {
-  std::lock_guard<std::mutex> upload(m_uploadMutex);
+  fw::MutexLock upload(m_uploadMutex);
   std::string url;
   {
-    std::lock_guard<std::mutex> lock(m_urlMutex);
+    fw::MutexLock lock(m_urlMutex);
     url = m_url;
   }
   if (url.empty()) return fail("no upload URL is configured", __LINE__);

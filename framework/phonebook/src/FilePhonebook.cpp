@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <mutex>
 #include <sstream>
 #include <utility>
 
@@ -170,7 +169,7 @@ std::optional<std::size_t> FilePhonebook::load(const std::string& path, std::str
   const std::size_t numbers = index->size();
   std::shared_ptr<const Index> previous = std::move(index);
   {
-    std::unique_lock<std::shared_mutex> lock(m_mutex);
+    fw::WriterLock lock(m_mutex);
     m_index.swap(previous);
     m_path = path;
   }
@@ -206,11 +205,11 @@ bool FilePhonebook::lookupContact(Contact& contact) {
 std::size_t FilePhonebook::size() const { return snapshot()->size(); }
 
 std::string FilePhonebook::path() const {
-  std::shared_lock<std::shared_mutex> lock(m_mutex);
+  fw::ReaderLock lock(m_mutex);
   return m_path;
 }
 
 std::shared_ptr<const FilePhonebook::Index> FilePhonebook::snapshot() const {
-  std::shared_lock<std::shared_mutex> lock(m_mutex);
+  fw::ReaderLock lock(m_mutex);
   return m_index;
 }

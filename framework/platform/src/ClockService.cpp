@@ -185,7 +185,7 @@ bool SettableClockService::setLocalTime(const std::string& localTime) {
   fw::CivilTime civil;
   if (!fw::parseCivil(localTime, civil)) return false;
   const int64_t nowMs = m_time.nowMs();  // read outside m_mutex, which stays a leaf
-  std::lock_guard<std::mutex> guard(m_mutex);
+  fw::MutexLock guard(m_mutex);
   m_anchorSeconds = fw::secondsFromCivil(civil);
   m_anchorMs = nowMs;
   return true;
@@ -198,7 +198,7 @@ fw::CivilTime SettableClockService::nowCivil() { return fw::civilFromSeconds(now
 int64_t SettableClockService::nowSeconds() {
   int64_t anchorSeconds, anchorMs;
   {
-    std::lock_guard<std::mutex> guard(m_mutex);
+    fw::MutexLock guard(m_mutex);
     anchorSeconds = m_anchorSeconds;
     anchorMs = m_anchorMs;
   }

@@ -2,11 +2,11 @@
 // and the library's set-up.
 #include <array>
 #include <memory>
-#include <mutex>
 #include <unordered_map>
 
 #include "framework/JournalServiceHelper.h"
 #include "framework/JournalServiceHelperXml.h"
+#include "framework/Mutex.h"
 
 namespace {
 
@@ -53,10 +53,10 @@ const std::array<const char*, H::METHOD_LAST + 1> kMethodNames = {
 using MethodIndex = std::unordered_map<std::string, int>;
 
 // The name -> code index: the library's one piece of shared state.
-std::mutex g_indexMutex;
-std::unique_ptr<MethodIndex> g_methodIndex;
+fw::Mutex g_indexMutex;
+std::unique_ptr<MethodIndex> g_methodIndex GUARDED_BY(g_indexMutex);
 
-void buildIndexLocked() {
+void buildIndexLocked() REQUIRES(g_indexMutex) {
   if (g_methodIndex) return;
   auto index = std::make_unique<MethodIndex>();
   for (int code = 1; code <= H::METHOD_LAST; ++code) index->emplace(kMethodNames[code], code);
@@ -99,17 +99,17 @@ std::string listResponse(const std::deque<Item>& list) {
 const std::string JournalServiceHelper::FAILURE = journalxml::wrap(CLIENTRESPONSE, createXMLField(RESULT, FAILURETEXT));
 
 void JournalServiceHelper::init() {
-  std::lock_guard<std::mutex> guard(g_indexMutex);
+  fw::MutexLock guard(g_indexMutex);
   buildIndexLocked();
 }
 
 void JournalServiceHelper::finit() {
-  std::lock_guard<std::mutex> guard(g_indexMutex);
+  fw::MutexLock guard(g_indexMutex);
   g_methodIndex.reset();
 }
 
 bool JournalServiceHelper::isInitialised() {
-  std::lock_guard<std::mutex> guard(g_indexMutex);
+  fw::MutexLock guard(g_indexMutex);
   return g_methodIndex != nullptr;
 }
 
@@ -118,7 +118,7 @@ std::string JournalServiceHelper::methodName(int code) {
 }
 
 int JournalServiceHelper::methodCode(const std::string& name) {
-  std::lock_guard<std::mutex> guard(g_indexMutex);
+  fw::MutexLock guard(g_indexMutex);
   buildIndexLocked();
   const auto found = g_methodIndex->find(name);
   return found == g_methodIndex->end() ? METHOD_NONE : found->second;

@@ -119,7 +119,7 @@ bool FileLocalMgmt::loadFile(const std::string& path, std::string& error) {
     return false;
   }
   {
-    std::lock_guard<std::mutex> guard(m_mutex);
+    fw::MutexLock guard(m_mutex);
     m_path = path;
   }
   replaceValues(parsed);
@@ -130,7 +130,7 @@ bool FileLocalMgmt::loadFile(const std::string& path, std::string& error) {
 
 void FileLocalMgmt::replaceValues(const std::map<std::string, std::string>& values) {
   // What `values` no longer holds is removed in the same step.
-  std::lock_guard<std::mutex> guard(m_mutex);
+  fw::MutexLock guard(m_mutex);
   std::set<std::string> removed;
   for (const auto& entry : m_values)
     if (!values.count(entry.first)) removed.insert(entry.first);
@@ -140,7 +140,7 @@ void FileLocalMgmt::replaceValues(const std::map<std::string, std::string>& valu
 bool FileLocalMgmt::reload(std::string& error) {
   std::string path;
   {
-    std::lock_guard<std::mutex> guard(m_mutex);
+    fw::MutexLock guard(m_mutex);
     path = m_path;
   }
   if (path.empty()) {
@@ -156,7 +156,7 @@ void FileLocalMgmt::setValue(const std::string& key, const std::string& value) {
 }
 
 bool FileLocalMgmt::value(const std::string& key, std::string& value) const {
-  std::lock_guard<std::mutex> guard(m_mutex);
+  fw::MutexLock guard(m_mutex);
   auto it = m_values.find(key);
   if (it == m_values.end()) return false;
   value = it->second;
@@ -164,13 +164,13 @@ bool FileLocalMgmt::value(const std::string& key, std::string& value) const {
 }
 
 std::map<std::string, std::string> FileLocalMgmt::values() const {
-  std::lock_guard<std::mutex> guard(m_mutex);
+  fw::MutexLock guard(m_mutex);
   return m_values;
 }
 
 void FileLocalMgmt::setDefault(const std::string& key, const std::string& value) {
   if (key.empty()) return;
-  std::lock_guard<std::mutex> guard(m_mutex);
+  fw::MutexLock guard(m_mutex);
   std::string before;
   const bool had = inForceLocked(key, before);
   m_defaults[key] = value;
@@ -178,7 +178,7 @@ void FileLocalMgmt::setDefault(const std::string& key, const std::string& value)
 }
 
 bool FileLocalMgmt::defaultValue(const std::string& key, std::string& value) const {
-  std::lock_guard<std::mutex> guard(m_mutex);
+  fw::MutexLock guard(m_mutex);
   auto it = m_defaults.find(key);
   if (it == m_defaults.end()) return false;
   value = it->second;
@@ -186,7 +186,7 @@ bool FileLocalMgmt::defaultValue(const std::string& key, std::string& value) con
 }
 
 std::map<std::string, std::string> FileLocalMgmt::defaults() const {
-  std::lock_guard<std::mutex> guard(m_mutex);
+  fw::MutexLock guard(m_mutex);
   return m_defaults;
 }
 
@@ -201,7 +201,7 @@ bool FileLocalMgmt::inForceLocked(const std::string& key, std::string& value) co
 }
 
 MgmtAgentIfc* FileLocalMgmt::agent(const std::string& agentId) const {
-  std::lock_guard<std::mutex> guard(m_mutex);
+  fw::MutexLock guard(m_mutex);
   auto it = m_agents.find(agentId);
   return it == m_agents.end() ? nullptr : it->second;
 }
@@ -214,7 +214,7 @@ void FileLocalMgmt::drainNotifications() {
 
 void FileLocalMgmt::forget(MgmtAgentIfc* agent) {
   {
-    std::lock_guard<std::mutex> guard(m_mutex);
+    fw::MutexLock guard(m_mutex);
     for (auto it = m_agents.begin(); it != m_agents.end();)
       it = it->second == agent ? m_agents.erase(it) : std::next(it);
     for (auto it = m_observers.begin(); it != m_observers.end();)
@@ -226,7 +226,7 @@ void FileLocalMgmt::forget(MgmtAgentIfc* agent) {
 }
 
 bool FileLocalMgmt::readData(ManageableData& data) {
-  std::lock_guard<std::mutex> guard(m_mutex);
+  fw::MutexLock guard(m_mutex);
   bool filled = false;
   for (const std::string& key : data.getRootIds()) {
     std::string value;
@@ -251,7 +251,7 @@ bool FileLocalMgmt::publishData(ManageableData& data) {
 bool FileLocalMgmt::registerAgent(const std::string& agentId, MgmtAgentIfc* agent, bool serveData) {
   if (agentId.empty() || !agent) return false;
   {
-    std::lock_guard<std::mutex> guard(m_mutex);
+    fw::MutexLock guard(m_mutex);
     m_agents[agentId] = agent;
   }
   logAppUni("Framework", __FILE__, fw::kLogTrace, __LINE__, "management agent %s registered%s", agentId.c_str(),
@@ -260,13 +260,13 @@ bool FileLocalMgmt::registerAgent(const std::string& agentId, MgmtAgentIfc* agen
 }
 
 bool FileLocalMgmt::unregisterAgent(const std::string& agentId) {
-  std::lock_guard<std::mutex> guard(m_mutex);
+  fw::MutexLock guard(m_mutex);
   return m_agents.erase(agentId) != 0;
 }
 
 bool FileLocalMgmt::observe(const std::string& key, MgmtAgentIfc* agent) {
   if (key.empty() || !agent) return false;
-  std::lock_guard<std::mutex> guard(m_mutex);
+  fw::MutexLock guard(m_mutex);
   if (!isObservingLocked(key, agent)) m_observers.emplace(key, agent);
   return true;
 }
@@ -279,7 +279,7 @@ bool FileLocalMgmt::isObservingLocked(const std::string& key, MgmtAgentIfc* agen
 }
 
 void FileLocalMgmt::apply(const std::map<std::string, std::string>& changes, const std::set<std::string>& removed) {
-  std::lock_guard<std::mutex> guard(m_mutex);
+  fw::MutexLock guard(m_mutex);
   applyLocked(changes, removed);
 }
 
@@ -315,7 +315,7 @@ void FileLocalMgmt::queueNotificationsLocked(const std::string& key, bool hasVal
 
 void FileLocalMgmt::deliver(const std::string& key, bool hasValue, const std::string& value, MgmtAgentIfc* observer) {
   {
-    std::lock_guard<std::mutex> guard(m_mutex);
+    fw::MutexLock guard(m_mutex);
     if (!isObservingLocked(key, observer)) return;  // forgotten since the change was queued
   }
   ManageableData data(key);

@@ -4,7 +4,6 @@
 #include <atomic>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <thread>
 #include <unordered_map>
@@ -37,11 +36,11 @@ using LockGraph = std::unordered_map<uint64_t, LockNode>;
 using LockPair = std::pair<uint64_t, uint64_t>;
 
 struct CheckerState {
-  std::mutex mutex;  // leaf: guards the members below; never held while logging or calling the hook
-  LockGraph graph;
-  std::set<LockPair> reportedPairs;  // unordered pairs (smaller id first); (id, id) for recursion
-  std::vector<LockOrderReport> reports;
-  std::function<void(const LockOrderReport&)> hook;
+  Mutex mutex;  // leaf: guards the members below; never held while logging or calling the hook
+  LockGraph graph GUARDED_BY(mutex);
+  std::set<LockPair> reportedPairs GUARDED_BY(mutex);  // unordered pairs (smaller id first); (id, id) for recursion
+  std::vector<LockOrderReport> reports GUARDED_BY(mutex);
+  std::function<void(const LockOrderReport&)> hook GUARDED_BY(mutex);
 };
 
 CheckerState& state() {
@@ -119,7 +118,8 @@ LockOrderReport recursionReport(const LockTrack& lock) {
 }
 
 // Adds a report unless its pair was reported before. Called with the checker's mutex held.
-void noteReport(CheckerState& s, const LockPair& pair, LockOrderReport report, std::vector<LockOrderReport>& found) {
+void noteReport(CheckerState& s, const LockPair& pair, LockOrderReport report, std::vector<LockOrderReport>& found)
+    REQUIRES(s.mutex) {
   if (!s.reportedPairs.insert(pair).second) return;
   s.reports.push_back(report);
   found.push_back(std::move(report));
@@ -128,7 +128,7 @@ void noteReport(CheckerState& s, const LockPair& pair, LockOrderReport report, s
 // Records the order of every held lock before `taken` and reports the new edges that close a
 // cycle. Called with the checker's mutex held.
 void checkOrder(CheckerState& s, const std::vector<HeldLock>& held, const LockTrack& taken,
-                std::vector<LockOrderReport>& found) {
+                std::vector<LockOrderReport>& found) REQUIRES(s.mutex) {
   for (const HeldLock& h : held) {
     if (!addOrder(s.graph, *h.track, taken)) continue;
     std::vector<uint64_t> path = orderPath(s.graph, taken.id, h.track->id);
@@ -137,7 +137,8 @@ void checkOrder(CheckerState& s, const std::vector<HeldLock>& held, const LockTr
   }
 }
 
-void removeNode(CheckerState& s, uint64_t id) {
+// Called with the checker's mutex held.
+void removeNode(CheckerState& s, uint64_t id) REQUIRES(s.mutex) {
   auto node = s.graph.find(id);
   if (node == s.graph.end()) return;
   for (uint64_t next : node->second.after) s.graph[next].before.erase(id);
@@ -145,7 +146,8 @@ void removeNode(CheckerState& s, uint64_t id) {
   s.graph.erase(node);
 }
 
-void removeReportedPairs(CheckerState& s, uint64_t id) {
+// Called with the checker's mutex held.
+void removeReportedPairs(CheckerState& s, uint64_t id) REQUIRES(s.mutex) {
   for (auto it = s.reportedPairs.begin(); it != s.reportedPairs.end();)
     it = (it->first == id || it->second == id) ? s.reportedPairs.erase(it) : std::next(it);
 }
@@ -180,7 +182,7 @@ void LockOrderChecker::beforeTake(const Semaphore& sem) {
   std::function<void(const LockOrderReport&)> hook;
   {
     CheckerState& s = state();
-    std::lock_guard<std::mutex> guard(s.mutex);
+    MutexLock guard(s.mutex);
     if (holds(held, taken->id))
       noteReport(s, {taken->id, taken->id}, recursionReport(*taken), found);
     else
@@ -215,7 +217,7 @@ void LockOrderChecker::afterGive(const Semaphore& sem) {
   // per such semaphore, is safe).
   if (heldElsewhere && !track->handedAcross.exchange(true, std::memory_order_acq_rel)) {
     CheckerState& s = state();
-    std::lock_guard<std::mutex> guard(s.mutex);
+    MutexLock guard(s.mutex);
     removeNode(s, track->id);
   }
 }
@@ -225,7 +227,7 @@ void LockOrderChecker::forget(const Semaphore& sem) {
   if (!sem.m_track) return;
   sem.m_track->destroyed.store(true, std::memory_order_release);  // voids holds still recorded
   CheckerState& s = state();
-  std::lock_guard<std::mutex> guard(s.mutex);
+  MutexLock guard(s.mutex);
   removeNode(s, sem.m_track->id);
   removeReportedPairs(s, sem.m_track->id);
 }
@@ -236,19 +238,19 @@ bool LockOrderChecker::enabled() { return g_enabled.load(std::memory_order_relax
 
 std::vector<LockOrderReport> LockOrderChecker::reports() {
   CheckerState& s = state();
-  std::lock_guard<std::mutex> guard(s.mutex);
+  MutexLock guard(s.mutex);
   return s.reports;
 }
 
 void LockOrderChecker::clearReports() {
   CheckerState& s = state();
-  std::lock_guard<std::mutex> guard(s.mutex);
+  MutexLock guard(s.mutex);
   s.reports.clear();
 }
 
 void LockOrderChecker::setReportHook(std::function<void(const LockOrderReport&)> hook) {
   CheckerState& s = state();
-  std::lock_guard<std::mutex> guard(s.mutex);
+  MutexLock guard(s.mutex);
   s.hook = std::move(hook);
 }
 

@@ -11,13 +11,13 @@ namespace fw {
 namespace {
 
 struct LoggerState {
-  std::mutex mutex;  // leaf: guards thresholds and sink; the sink is called under it
-  std::map<std::string, int, std::less<>> thresholds;
-  int defaultThreshold = kLogNotable;
+  Mutex mutex;  // leaf: guards thresholds and sink; the sink is called under it
+  std::map<std::string, int, std::less<>> thresholds GUARDED_BY(mutex);
+  int defaultThreshold GUARDED_BY(mutex) = kLogNotable;
   // The highest threshold of all handles: a line above it is dropped without taking the mutex,
   // which most trace lines are. Written under the mutex.
   std::atomic<int> highest{kLogNotable};
-  std::shared_ptr<LogSink> sink = std::make_shared<StderrSink>();
+  std::shared_ptr<LogSink> sink GUARDED_BY(mutex) = std::make_shared<StderrSink>();
 };
 
 LoggerState& state() {
@@ -25,13 +25,13 @@ LoggerState& state() {
   return *s;
 }
 
-void refreshHighestLocked(LoggerState& s) {
+void refreshHighestLocked(LoggerState& s) REQUIRES(s.mutex) {
   int highest = s.defaultThreshold;
   for (const auto& entry : s.thresholds) highest = std::max(highest, entry.second);
   s.highest.store(highest, std::memory_order_relaxed);
 }
 
-int thresholdLocked(LoggerState& s, const char* handle) {
+int thresholdLocked(LoggerState& s, const char* handle) REQUIRES(s.mutex) {
   auto it = s.thresholds.find(std::string_view(handle ? handle : ""));
   return it == s.thresholds.end() ? s.defaultThreshold : it->second;
 }
@@ -76,44 +76,44 @@ void FileSink::write(const LogRecord& record) {
 }
 
 void MemorySink::write(const LogRecord& record) {
-  std::lock_guard<std::mutex> guard(m_mutex);
+  MutexLock guard(m_mutex);
   m_records.push_back(record);
 }
 
 std::vector<LogRecord> MemorySink::records() const {
-  std::lock_guard<std::mutex> guard(m_mutex);
+  MutexLock guard(m_mutex);
   return m_records;
 }
 
 bool MemorySink::contains(const std::string& needle, int level) const {
-  std::lock_guard<std::mutex> guard(m_mutex);
+  MutexLock guard(m_mutex);
   for (const auto& r : m_records)
     if (r.text.find(needle) != std::string::npos && (level < 0 || r.level == level)) return true;
   return false;
 }
 
 void MemorySink::clear() {
-  std::lock_guard<std::mutex> guard(m_mutex);
+  MutexLock guard(m_mutex);
   m_records.clear();
 }
 
 void setLogThreshold(const std::string& handle, int level) {
   auto& s = state();
-  std::lock_guard<std::mutex> guard(s.mutex);
+  fw::MutexLock guard(s.mutex);
   s.thresholds[handle] = level;
   refreshHighestLocked(s);
 }
 
 void setDefaultLogThreshold(int level) {
   auto& s = state();
-  std::lock_guard<std::mutex> guard(s.mutex);
+  fw::MutexLock guard(s.mutex);
   s.defaultThreshold = level;
   refreshHighestLocked(s);
 }
 
 int logThreshold(const std::string& handle) {
   auto& s = state();
-  std::lock_guard<std::mutex> guard(s.mutex);
+  fw::MutexLock guard(s.mutex);
   return thresholdLocked(s, handle.c_str());
 }
 
@@ -147,7 +147,7 @@ bool setLogThresholds(const std::string& spec, std::string* error) {
 
 std::shared_ptr<LogSink> setLogSink(std::shared_ptr<LogSink> sink) {
   auto& s = state();
-  std::lock_guard<std::mutex> guard(s.mutex);
+  fw::MutexLock guard(s.mutex);
   if (!sink) sink = std::make_shared<StderrSink>();
   std::swap(s.sink, sink);
   return sink;
@@ -158,7 +158,7 @@ std::shared_ptr<LogSink> setLogSink(std::shared_ptr<LogSink> sink) {
 bool loggingOnAppUni(const char* handle, int level) {
   auto& s = fw::state();
   if (level > s.highest.load(std::memory_order_relaxed)) return false;
-  std::lock_guard<std::mutex> guard(s.mutex);
+  fw::MutexLock guard(s.mutex);
   return level <= fw::thresholdLocked(s, handle);
 }
 
@@ -166,7 +166,7 @@ void logAppUni(const char* handle, const char* file, int level, int line, const 
   auto& s = fw::state();
   if (level > s.highest.load(std::memory_order_relaxed)) return;
   {
-    std::lock_guard<std::mutex> guard(s.mutex);
+    fw::MutexLock guard(s.mutex);
     if (level > fw::thresholdLocked(s, handle)) return;
   }
   fw::LogRecord record;
@@ -189,6 +189,6 @@ void logAppUni(const char* handle, const char* file, int level, int line, const 
   } else if (n > 0) {
     record.text.assign(buffer, static_cast<size_t>(n));
   }
-  std::lock_guard<std::mutex> guard(s.mutex);
+  fw::MutexLock guard(s.mutex);
   s.sink->write(record);
 }

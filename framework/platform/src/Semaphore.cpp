@@ -16,17 +16,6 @@ std::string nameOrDefault(const char* name, uint64_t id) {
   return "semaphore#" + std::to_string(id);
 }
 
-// Blocks on `cv` until `ready()` holds or `ms` milliseconds pass (negative: no limit).
-// Returns ready() as last evaluated under the lock.
-template <class Ready>
-bool waitUntilReady(std::condition_variable& cv, std::unique_lock<std::mutex>& guard, int ms, Ready ready) {
-  if (ms < 0) {
-    cv.wait(guard, ready);
-    return true;
-  }
-  return cv.wait_for(guard, std::chrono::milliseconds(ms), ready);
-}
-
 }  // namespace
 
 Semaphore::Semaphore(int initial, int max, bool fifo, const char* name)
@@ -51,8 +40,8 @@ bool Semaphore::take(int ms) {
   // Before blocking, so that an inversion is reported even when this take then deadlocks.
   if (isLock()) fw::LockOrderChecker::beforeTake(*this);
 #endif
-  std::unique_lock<std::mutex> guard(m_mutex);
-  if (!waitTurn(guard, ms)) return false;
+  fw::MutexLock guard(m_mutex);
+  if (!waitTurn(ms)) return false;
   --m_count;
 #if FW_LOCK_ORDER_CHECK
   // Under m_mutex, so that the checker's record of the holder changes together with the count
@@ -63,7 +52,7 @@ bool Semaphore::take(int ms) {
 }
 
 void Semaphore::give() {
-  std::lock_guard<std::mutex> guard(m_mutex);
+  fw::MutexLock guard(m_mutex);
 #if FW_LOCK_ORDER_CHECK
   // Under m_mutex for the same reason as afterTake, and before the count changes, so that the
   // checker sees whether this give adds a unit. afterGive takes at most the checker's own mutex,
@@ -74,44 +63,58 @@ void Semaphore::give() {
   if (m_blocked == 0) return;
   // In arrival order only the first in line may proceed, and notify_one might wake another one.
   if (m_fifo)
-    m_cv.notify_all();
+    m_cv.notifyAll();
   else
-    m_cv.notify_one();
+    m_cv.notifyOne();
 }
 
-bool Semaphore::waitTurn(std::unique_lock<std::mutex>& guard, int ms) {
-  return m_fifo ? waitInArrivalOrder(guard, ms) : waitAnyOrder(guard, ms);
+bool Semaphore::waitTurn(int ms) { return m_fifo ? waitInArrivalOrder(ms) : waitAnyOrder(ms); }
+
+// Negative `ms`: no limit. A deadline that passed ends the wait; the caller then looks at its
+// condition once more.
+bool Semaphore::waitUntil(int ms, std::chrono::steady_clock::time_point deadline) {
+  if (ms < 0) {
+    m_cv.wait(m_mutex);
+    return true;
+  }
+  return m_cv.waitUntil(m_mutex, deadline);
 }
 
-bool Semaphore::waitAnyOrder(std::unique_lock<std::mutex>& guard, int ms) {
+bool Semaphore::waitAnyOrder(int ms) {
   if (m_count > 0) return true;
   if (ms == 0) return false;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::max(ms, 0));
   ++m_blocked;
-  const bool ready = waitUntilReady(m_cv, guard, ms, [this] { return m_count > 0; });
+  while (m_count <= 0 && waitUntil(ms, deadline)) {
+  }
   --m_blocked;
-  return ready;
+  return m_count > 0;
 }
 
 // Each waiter draws a ticket; it may proceed only when its ticket is first in m_waiters and the
 // count is positive. A caller that finds nobody queued and a positive count proceeds at once;
 // a try (ms == 0) never jumps the queue.
-bool Semaphore::waitInArrivalOrder(std::unique_lock<std::mutex>& guard, int ms) {
+bool Semaphore::waitInArrivalOrder(int ms) {
   if (m_waiters.empty() && m_count > 0) return true;
   if (ms == 0) return false;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(std::max(ms, 0));
   const uint64_t ticket = m_nextTicket++;
   m_waiters.push_back(ticket);
   ++m_blocked;
-  const bool ready = waitUntilReady(m_cv, guard, ms, [&] { return m_count > 0 && m_waiters.front() == ticket; });
+  const auto myTurn = [&]() REQUIRES(m_mutex) { return m_count > 0 && m_waiters.front() == ticket; };
+  while (!myTurn() && waitUntil(ms, deadline)) {
+  }
+  const bool ready = myTurn();
   --m_blocked;
   m_waiters.erase(std::find(m_waiters.begin(), m_waiters.end(), ticket));
   // Our ticket left the queue (served or timed out): if units remain once we are done, the new
   // first in line must wake up and claim one.
   const int remaining = ready ? m_count - 1 : m_count;
-  if (remaining > 0 && !m_waiters.empty()) m_cv.notify_all();
+  if (remaining > 0 && !m_waiters.empty()) m_cv.notifyAll();
   return ready;
 }
 
 std::size_t Semaphore::blockedWaiters() {
-  std::lock_guard<std::mutex> guard(m_mutex);
+  fw::MutexLock guard(m_mutex);
   return m_blocked;
 }

@@ -16,19 +16,19 @@ int64_t SteadyTimeSource::nowMs() const {
 }
 
 int64_t ManualTimeSource::nowMs() const {
-  std::lock_guard<std::mutex> guard(m_mutex);
+  MutexLock guard(m_mutex);
   return m_now;
 }
 
 int ManualTimeSource::addListener(std::function<void()> listener) {
-  std::lock_guard<std::mutex> guard(m_mutex);
+  MutexLock guard(m_mutex);
   int token = m_nextToken++;
   m_listeners.emplace_back(token, std::move(listener));
   return token;
 }
 
 void ManualTimeSource::removeListener(int token) {
-  std::lock_guard<std::mutex> guard(m_mutex);
+  MutexLock guard(m_mutex);
   for (auto it = m_listeners.begin(); it != m_listeners.end(); ++it) {
     if (it->first == token) {
       m_listeners.erase(it);
@@ -40,7 +40,7 @@ void ManualTimeSource::removeListener(int token) {
 void ManualTimeSource::advance(int64_t ms) {
   if (ms <= 0) return;
   {
-    std::lock_guard<std::mutex> guard(m_mutex);
+    MutexLock guard(m_mutex);
     m_now += ms;
   }
   notify();
@@ -48,7 +48,7 @@ void ManualTimeSource::advance(int64_t ms) {
 
 void ManualTimeSource::set(int64_t ms) {
   {
-    std::lock_guard<std::mutex> guard(m_mutex);
+    MutexLock guard(m_mutex);
     if (ms <= m_now) return;
     m_now = ms;
   }
@@ -58,7 +58,7 @@ void ManualTimeSource::set(int64_t ms) {
 void ManualTimeSource::notify() {
   std::vector<std::pair<int, std::function<void()>>> listeners;
   {
-    std::lock_guard<std::mutex> guard(m_mutex);
+    MutexLock guard(m_mutex);
     listeners = m_listeners;
   }
   for (auto& entry : listeners) entry.second();

@@ -31,20 +31,20 @@ WorkQueue::WorkQueue(std::string name) : m_name(std::move(name)) { m_thread = st
 
 WorkQueue::~WorkQueue() {
   {
-    std::lock_guard<std::mutex> guard(m_mutex);
+    MutexLock guard(m_mutex);
     m_stop = true;
   }
-  m_cv.notify_all();
+  m_cv.notifyAll();
   m_thread.join();
 }
 
 void WorkQueue::post(std::function<void()> task) {
   {
-    std::lock_guard<std::mutex> guard(m_mutex);
+    MutexLock guard(m_mutex);
     m_tasks.push_back(std::move(task));
     ++m_posted;
   }
-  m_cv.notify_one();
+  m_cv.notifyOne();
 }
 
 void WorkQueue::drain() {
@@ -53,18 +53,18 @@ void WorkQueue::drain() {
     logAppUni("Framework", __FILE__, kLogError, __LINE__, "work queue %s: drain called from a task", m_name.c_str());
     return;
   }
-  std::unique_lock<std::mutex> lock(m_mutex);
+  MutexLock guard(m_mutex);
   const uint64_t target = m_posted;
-  m_idleCv.wait(lock, [&] { return m_completed >= target; });
+  while (m_completed < target) m_idleCv.wait(m_mutex);
 }
 
 bool WorkQueue::onQueueThread() const { return std::this_thread::get_id() == m_thread.get_id(); }
 
 void WorkQueue::loop() {
   nameCurrentThread(m_name);
-  std::unique_lock<std::mutex> lock(m_mutex);
+  MutexLock lock(m_mutex);
   for (;;) {
-    m_cv.wait(lock, [&] { return m_stop || !m_tasks.empty(); });
+    while (!m_stop && m_tasks.empty()) m_cv.wait(m_mutex);
     if (m_tasks.empty()) return;  // stopping, and nothing left to run
     std::function<void()> task = std::move(m_tasks.front());
     m_tasks.pop_front();
@@ -75,7 +75,7 @@ void WorkQueue::loop() {
     lock.lock();
     m_running = false;
     ++m_completed;
-    m_idleCv.notify_all();
+    m_idleCv.notifyAll();
   }
 }
 

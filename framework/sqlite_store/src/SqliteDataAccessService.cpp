@@ -158,7 +158,12 @@ SqliteDataAccessService::SqliteDataAccessService(Durability durability)
 SqliteDataAccessService::~SqliteDataAccessService() { close(); }
 
 bool SqliteDataAccessService::open(const std::string& path, std::string& error) {
-  return open(path, m_durability, error);
+  Durability durability;
+  {
+    CriticalSection guard(m_lock);
+    durability = m_durability;
+  }
+  return open(path, durability, error);
 }
 
 bool SqliteDataAccessService::open(const std::string& path, Durability durability, std::string& error) {

@@ -109,7 +109,7 @@ std::string readReply(const std::string& entries) {
 template <class Item>
 class JournalHelperItems : public ::testing::Test {};
 using ItemTypes = ::testing::Types<MissedCallItem, ReceivedCallItem, DialledCallItem, ForwardedCallItem, CallBackItem>;
-TYPED_TEST_SUITE(JournalHelperItems, ItemTypes);
+TYPED_TEST_SUITE(JournalHelperItems, ItemTypes, );
 
 TYPED_TEST(JournalHelperItems, EveryFieldRoundTripsAndMalformedEntriesAreSkipped) {
   using Item = TypeParam;

@@ -11,12 +11,12 @@
 // replace the list; nothing is logged while it is held.
 #pragma once
 
-#include <shared_mutex>
 #include <string>
 #include <vector>
 
 #include "framework/Executable.h"
 #include "framework/LocalMgmt.h"
+#include "framework/Mutex.h"
 #include "framework/Services.h"
 
 #pragma GCC visibility push(default)
@@ -38,8 +38,8 @@ class ConfiguredDigitAnalysis : public Service, public DigitAnalysisServiceIfc {
   bool isFeatureAccessCode(const std::string& digits) override;
 
  private:
-  mutable std::shared_mutex m_mutex;  // leaf lock, guards m_codes
-  std::vector<std::string> m_codes;
+  mutable fw::SharedMutex m_mutex;  // leaf lock, guards m_codes
+  std::vector<std::string> m_codes GUARDED_BY(m_mutex);
 };
 
 #pragma GCC visibility pop

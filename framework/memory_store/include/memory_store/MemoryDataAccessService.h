@@ -14,10 +14,10 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string>
 
 #include "framework/Executable.h"
+#include "framework/Mutex.h"
 #include "framework/Services.h"
 
 #pragma GCC visibility push(default)
@@ -34,8 +34,8 @@ class MemoryDataAccessService : public Service, public DataAccessServiceIfc {
  private:
   struct Tables;  // framework/memory_store/src
 
-  std::mutex m_mutex;  // leaf lock, guards m_tables
-  std::unique_ptr<Tables> m_tables;
+  fw::Mutex m_mutex;  // leaf lock, guards m_tables
+  std::unique_ptr<Tables> m_tables PT_GUARDED_BY(m_mutex);
 };
 
 #pragma GCC visibility pop

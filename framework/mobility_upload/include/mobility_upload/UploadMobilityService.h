@@ -12,10 +12,10 @@
 // "Mobility Service" at level 2 and kept as plain text in lastError().
 #pragma once
 
-#include <mutex>
 #include <string>
 
 #include "framework/Executable.h"
+#include "framework/Mutex.h"
 #include "framework/Services.h"
 
 #pragma GCC visibility push(default)
@@ -29,24 +29,25 @@ class UploadMobilityService : public Service, public MobilityServiceIfc {
   bool saveVisitorCallLog() override;
   // A configuration change; takes effect at the next upload. Thread-safe.
   void setUrl(std::string url);
-  // Plain text of the last failure (empty after a success). Read it on the thread that uploaded.
-  const std::string& lastError() const;
+  // Plain text of the last failure (empty after a success); waits while an upload runs.
+  std::string lastError() const;
 
   // The document an upload sends; false with `error` set when a store read failed.
   bool buildDocument(std::string& document, std::string& error);
 
  private:
-  bool fail(const std::string& text, int line);
-  bool putHttp(const std::string& url, const std::string& document);
-  bool writeFile(const std::string& url, const std::string& document);
+  // The three run within an upload, with m_uploadMutex held.
+  bool fail(const std::string& text, int line) REQUIRES(m_uploadMutex);
+  bool putHttp(const std::string& url, const std::string& document) REQUIRES(m_uploadMutex);
+  bool writeFile(const std::string& url, const std::string& document) REQUIRES(m_uploadMutex);
 
   DataAccessServiceIfc* m_store;
   std::string m_visitorId;
   int m_timeoutMs;
-  std::mutex m_urlMutex;  // leaf; guards m_url
-  std::string m_url;
-  std::mutex m_uploadMutex;  // one upload at a time; guards m_lastError
-  std::string m_lastError;
+  fw::Mutex m_urlMutex ACQUIRED_AFTER(m_uploadMutex);  // leaf; guards m_url
+  std::string m_url GUARDED_BY(m_urlMutex);
+  mutable fw::Mutex m_uploadMutex;  // one upload at a time; guards m_lastError
+  std::string m_lastError GUARDED_BY(m_uploadMutex);
 };
 
 #pragma GCC visibility pop

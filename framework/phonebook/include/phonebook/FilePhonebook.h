@@ -48,12 +48,12 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
-#include <shared_mutex>
 #include <string>
 #include <unordered_map>
 
 #include "framework/CallItems.h"
 #include "framework/Executable.h"
+#include "framework/Mutex.h"
 #include "framework/Services.h"
 
 #pragma GCC visibility push(default)
@@ -98,9 +98,9 @@ class FilePhonebook : public Service, public DirectoryServiceIfc {
  private:
   std::shared_ptr<const Index> snapshot() const;
 
-  mutable std::shared_mutex m_mutex;  // leaf lock, guards the two members below
-  std::shared_ptr<const Index> m_index;
-  std::string m_path;
+  mutable fw::SharedMutex m_mutex;  // leaf lock, guards the two members below
+  std::shared_ptr<const Index> m_index GUARDED_BY(m_mutex);
+  std::string m_path GUARDED_BY(m_mutex);
 };
 
 #pragma GCC visibility pop

@@ -8,10 +8,10 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <string>
 
 #include "framework/Executable.h"
+#include "framework/Mutex.h"
 #include "framework/TimeSource.h"
 
 #pragma GCC visibility push(default)
@@ -81,9 +81,9 @@ class SettableClockService : public ClockServiceBase {
   int64_t nowSeconds();
 
   fw::ManualTimeSource& m_time;
-  std::mutex m_mutex;  // leaf; guards the two anchors
-  int64_t m_anchorSeconds = 0;
-  int64_t m_anchorMs = 0;
+  fw::Mutex m_mutex;  // leaf; guards the two anchors
+  int64_t m_anchorSeconds GUARDED_BY(m_mutex) = 0;
+  int64_t m_anchorMs GUARDED_BY(m_mutex) = 0;
 };
 
 #pragma GCC visibility pop

@@ -13,16 +13,15 @@
 // timerEvent runs, so a service may create, restart and delete timers from its timerEvent.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 
 #include "framework/Executable.h"
+#include "framework/Mutex.h"
 #include "framework/TimeSource.h"
 
 #pragma GCC visibility push(default)
@@ -73,31 +72,33 @@ class FrameworkContext : public Context {
 
   void timerLoop();
   // Under m_mutex: the id of the armed timer due first, or 0.
-  int nextDue(int64_t* deadline) const;
+  int nextDue(int64_t* deadline) const REQUIRES(m_mutex);
   // Under m_mutex: true while an armed timer is due now or an expiry is being delivered.
-  bool busy() const;
-  void arm(Timer& timer);
-  // Called with `lock` held; releases it while the owner's timerEvent runs.
-  void deliver(std::unique_lock<std::mutex>& lock, int timerId);
-  // Called with `lock` held; sleeps until `deadline` (when dueId != 0) or until woken.
-  void sleepUntilDue(std::unique_lock<std::mutex>& lock, int dueId, int64_t deadline);
+  bool busy() const REQUIRES(m_mutex);
+  void arm(Timer& timer) REQUIRES(m_mutex);
+  // Called with m_mutex held; gives it while the owner's timerEvent runs.
+  void deliver(int timerId) REQUIRES(m_mutex);
+  // Called with m_mutex held; sleeps until `deadline` (when dueId != 0) or until woken.
+  void sleepUntilDue(int dueId, int64_t deadline) REQUIRES(m_mutex);
   void wake();
   // Under m_mutex.
-  bool onTimerThread() const;
+  bool onTimerThread() const REQUIRES(m_mutex);
 
   fw::TimeSource& m_time;
   std::shared_ptr<WakeLink> m_wakeLink;
   int m_listenerToken = 0;
-  mutable std::mutex m_mutex;  // guards everything below; never held while calling a service
-  std::condition_variable m_cv;
-  std::map<std::string, Executable*> m_services;
-  ProxyProvider m_proxyProvider;
-  std::map<int, Timer> m_timers;
-  int m_nextTimerId = 1;
-  uint64_t m_nextSequence = 0;
-  Executable* m_delivering = nullptr;  // owner whose timerEvent is running, or null
-  bool m_stop = false;
-  std::thread::id m_timerThreadId;  // set by the timer thread when it starts
+  // Guards the members below it but m_thread (started by the constructor, joined by the
+  // destructor); never held while calling a service.
+  mutable fw::Mutex m_mutex;
+  fw::CondVar m_cv;
+  std::map<std::string, Executable*> m_services GUARDED_BY(m_mutex);
+  ProxyProvider m_proxyProvider GUARDED_BY(m_mutex);
+  std::map<int, Timer> m_timers GUARDED_BY(m_mutex);
+  int m_nextTimerId GUARDED_BY(m_mutex) = 1;
+  uint64_t m_nextSequence GUARDED_BY(m_mutex) = 0;
+  Executable* m_delivering GUARDED_BY(m_mutex) = nullptr;  // owner whose timerEvent is running, or null
+  bool m_stop GUARDED_BY(m_mutex) = false;
+  std::thread::id m_timerThreadId GUARDED_BY(m_mutex);  // set by the timer thread when it starts
   std::thread m_thread;
 };
 

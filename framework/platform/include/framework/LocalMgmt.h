@@ -5,16 +5,15 @@
 // implements it over a key/value file.
 #pragma once
 
-#include <condition_variable>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "framework/Executable.h"
 #include "framework/ManageableData.h"
+#include "framework/Mutex.h"
 #include "framework/WorkQueue.h"
 
 #pragma GCC visibility push(default)
@@ -99,22 +98,23 @@ class FileLocalMgmt : public Service, public LocalMgmtIfc {
  private:
   // Applies new values and queues a delivery to each observer of every key that changed.
   void apply(const std::map<std::string, std::string>& changes, const std::set<std::string>& removed);
-  void applyLocked(const std::map<std::string, std::string>& changes, const std::set<std::string>& removed);
+  void applyLocked(const std::map<std::string, std::string>& changes, const std::set<std::string>& removed)
+      REQUIRES(m_mutex);
   // Queues one delivery of `key` per observer; caller holds m_mutex.
-  void queueNotificationsLocked(const std::string& key, bool hasValue, const std::string& value);
-  bool isObservingLocked(const std::string& key, MgmtAgentIfc* agent) const;
+  void queueNotificationsLocked(const std::string& key, bool hasValue, const std::string& value) REQUIRES(m_mutex);
+  bool isObservingLocked(const std::string& key, MgmtAgentIfc* agent) const REQUIRES(m_mutex);
   // The configured value of `key`, else its default; false when it has neither.
-  bool inForceLocked(const std::string& key, std::string& value) const;
+  bool inForceLocked(const std::string& key, std::string& value) const REQUIRES(m_mutex);
   // Runs on the notification thread; skips an observer forgotten since the change was queued.
   void deliver(const std::string& key, bool hasValue, const std::string& value, MgmtAgentIfc* observer);
 
   // Never held while an agent runs; only the notification queue's own lock is taken under it.
-  mutable std::mutex m_mutex;
-  std::string m_path;
-  std::map<std::string, std::string> m_values;
-  std::map<std::string, std::string> m_defaults;
-  std::map<std::string, MgmtAgentIfc*> m_agents;
-  std::multimap<std::string, MgmtAgentIfc*> m_observers;
+  mutable fw::Mutex m_mutex;
+  std::string m_path GUARDED_BY(m_mutex);
+  std::map<std::string, std::string> m_values GUARDED_BY(m_mutex);
+  std::map<std::string, std::string> m_defaults GUARDED_BY(m_mutex);
+  std::map<std::string, MgmtAgentIfc*> m_agents GUARDED_BY(m_mutex);
+  std::multimap<std::string, MgmtAgentIfc*> m_observers GUARDED_BY(m_mutex);
   std::unique_ptr<fw::WorkQueue> m_notifier;
 };
 

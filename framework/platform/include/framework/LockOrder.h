@@ -21,9 +21,9 @@
 #include <string>
 #include <vector>
 
-#pragma GCC visibility push(default)
+#include "framework/Semaphore.h"
 
-class Semaphore;
+#pragma GCC visibility push(default)
 
 namespace fw {
 
@@ -35,10 +35,11 @@ struct LockOrderReport {
 
 class LockOrderChecker {
  public:
-  // Called by Semaphore; not meant for other callers.
+  // Called by Semaphore; not meant for other callers. afterTake and afterGive run under the
+  // semaphore's internal mutex.
   static void beforeTake(const Semaphore& sem);
-  static void afterTake(const Semaphore& sem);
-  static void afterGive(const Semaphore& sem);
+  static void afterTake(const Semaphore& sem) REQUIRES(sem.m_mutex);
+  static void afterGive(const Semaphore& sem) REQUIRES(sem.m_mutex);
   static void forget(const Semaphore& sem);
 
   static void setEnabled(bool enabled);

@@ -12,9 +12,10 @@
 
 #include <cstdarg>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
+
+#include "framework/Mutex.h"
 
 #pragma GCC visibility push(default)
 
@@ -70,8 +71,8 @@ class MemorySink : public LogSink {
   void clear();
 
  private:
-  mutable std::mutex m_mutex;  // leaf lock
-  std::vector<LogRecord> m_records;
+  mutable Mutex m_mutex;  // leaf lock
+  std::vector<LogRecord> m_records GUARDED_BY(m_mutex);
 };
 
 // Run-time configuration of the logger.

@@ -9,8 +9,9 @@
 
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <vector>
+
+#include "framework/Mutex.h"
 
 #pragma GCC visibility push(default)
 
@@ -47,10 +48,10 @@ class ManualTimeSource : public TimeSource {
  private:
   void notify();
 
-  mutable std::mutex m_mutex;  // leaf; listeners are called outside it
-  int64_t m_now;
-  int m_nextToken = 1;
-  std::vector<std::pair<int, std::function<void()>>> m_listeners;
+  mutable Mutex m_mutex;  // leaf; listeners are called outside it
+  int64_t m_now GUARDED_BY(m_mutex);
+  int m_nextToken GUARDED_BY(m_mutex) = 1;
+  std::vector<std::pair<int, std::function<void()>>> m_listeners GUARDED_BY(m_mutex);
 };
 
 }  // namespace fw

@@ -4,13 +4,13 @@
 // Thread-safe. The destructor runs the tasks already queued, then joins the thread.
 #pragma once
 
-#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <thread>
+
+#include "framework/Mutex.h"
 
 #pragma GCC visibility push(default)
 
@@ -33,14 +33,14 @@ class WorkQueue {
   void loop();
 
   std::string m_name;
-  std::mutex m_mutex;  // guards the queue; never held while a task runs
-  std::condition_variable m_cv;
-  std::condition_variable m_idleCv;
-  std::deque<std::function<void()>> m_tasks;
-  bool m_running = false;  // a task is executing
-  bool m_stop = false;
-  uint64_t m_posted = 0;     // tasks ever posted
-  uint64_t m_completed = 0;  // tasks ever finished; drain() waits for it to catch up
+  Mutex m_mutex;  // guards the queue; never held while a task runs
+  CondVar m_cv;
+  CondVar m_idleCv;
+  std::deque<std::function<void()>> m_tasks GUARDED_BY(m_mutex);
+  bool m_running GUARDED_BY(m_mutex) = false;  // a task is executing
+  bool m_stop GUARDED_BY(m_mutex) = false;
+  uint64_t m_posted GUARDED_BY(m_mutex) = 0;     // tasks ever posted
+  uint64_t m_completed GUARDED_BY(m_mutex) = 0;  // tasks ever finished; drain() waits for it to catch up
   std::thread m_thread;
 };
 

@@ -30,6 +30,7 @@
 #include "framework/Executable.h"
 #include "framework/Semaphore.h"
 #include "framework/Services.h"
+#include "framework/ThreadAnnotations.h"
 
 #pragma GCC visibility push(default)
 
@@ -67,8 +68,8 @@ class SqliteDataAccessService : public Service, public DataAccessServiceIfc {
 
  private:
   Semaphore m_lock;  // leaf lock, see above
-  Durability m_durability;
-  std::unique_ptr<sqlitestore::Store> m_store;  // null while closed
+  Durability m_durability GUARDED_BY(m_lock);
+  std::unique_ptr<sqlitestore::Store> m_store GUARDED_BY(m_lock);  // null while closed
 };
 
 #pragma GCC visibility pop
