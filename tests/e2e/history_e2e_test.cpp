@@ -61,7 +61,7 @@ std::size_t occurrences(const json& lists, const char* list) {
   return count;
 }
 
-class HistoryDaemonTest : public DaemonTest {
+class HistoryCliTest : public DaemonTest {
  protected:
   json history(std::vector<std::string> args) {
     args.insert(args.begin(), "history");
@@ -97,7 +97,7 @@ class HistoryDaemonTest : public DaemonTest {
 
 }  // namespace
 
-TEST_F(HistoryDaemonTest, HistoryListsEveryCallNewestFirstAndFilters) {
+TEST_F(HistoryCliTest, HistoryListsEveryCallNewestFirstAndFilters) {
   playDayAndThreeMissedCalls();
   const json all = lists();
   const json calls = history({});
@@ -128,7 +128,7 @@ TEST_F(HistoryDaemonTest, HistoryListsEveryCallNewestFirstAndFilters) {
   EXPECT_EQ(2, cli({"history", "--kind", "callbacks"}).code);
 }
 
-TEST_F(HistoryDaemonTest, ShowPrintsAnEntryWithBothItsCalls) {
+TEST_F(HistoryCliTest, ShowPrintsAnEntryWithBothItsCalls) {
   playDayAndThreeMissedCalls();
   const std::string id = lists()["missed"][0]["entryId"];
   Subprocess::Result shown = cli({"show", id, "--json"});
@@ -151,7 +151,7 @@ TEST_F(HistoryDaemonTest, ShowPrintsAnEntryWithBothItsCalls) {
       lastLine(unknown.err));
 }
 
-TEST_F(HistoryDaemonTest, ListFindMatchesNumbersAndNamesInAnyCase) {
+TEST_F(HistoryCliTest, ListFindMatchesNumbersAndNamesInAnyCase) {
   startDaemon();
   playDay();
   ASSERT_TRUE(eventually([&] { return dayPlayed(); })) << daemon->err();
@@ -170,7 +170,7 @@ TEST_F(HistoryDaemonTest, ListFindMatchesNumbersAndNamesInAnyCase) {
   EXPECT_EQ(0u, name["forwarded"].size());
 }
 
-TEST_F(HistoryDaemonTest, ExportWritesCsvASpreadsheetReadsBack) {
+TEST_F(HistoryCliTest, ExportWritesCsvASpreadsheetReadsBack) {
   startDaemon();
   sendAll(missedCallNamed("4711", "0309990000", "Tom \"TJ\", Jones"));
   sendAll(missedCallNamed("4712", "0309990001", "=HYPERLINK(1)"));
@@ -203,7 +203,7 @@ TEST_F(HistoryDaemonTest, ExportWritesCsvASpreadsheetReadsBack) {
   EXPECT_EQ(2, cli({"export", "--csv", "--json"}).code);
 }
 
-TEST_F(HistoryDaemonTest, ClearEmptiesEveryCallListOnlyWhenConfirmed) {
+TEST_F(HistoryCliTest, ClearEmptiesEveryCallListOnlyWhenConfirmed) {
   startDaemon();
   playDay();
   ASSERT_TRUE(eventually([&] { return dayPlayed(); })) << daemon->err();
@@ -233,7 +233,7 @@ TEST_F(HistoryDaemonTest, ClearEmptiesEveryCallListOnlyWhenConfirmed) {
   EXPECT_EQ(0u, after["forwarded"].size());
 }
 
-TEST_F(HistoryDaemonTest, CommandLineMistakesAreOneLineAndOptionsFollowTheCommand) {
+TEST_F(HistoryCliTest, CommandLineMistakesAreOneLineAndOptionsFollowTheCommand) {
   startDaemon();
   sendAll(missedCall("4711", "0301112222"));
   ASSERT_TRUE(eventually([&] { return missedNumbers().size() == 1; })) << daemon->err();
@@ -261,7 +261,7 @@ TEST_F(HistoryDaemonTest, CommandLineMistakesAreOneLineAndOptionsFollowTheComman
   }
 }
 
-TEST_F(HistoryDaemonTest, TheSimulatorPlaysATraceAtThePaceOfItsTimes) {
+TEST_F(HistoryCliTest, TheSimulatorPlaysATraceAtThePaceOfItsTimes) {
   // The day's first call: Ines Moreau talks 4:12; played 100 times faster it lasts about 2.5 s.
   Subprocess switchSim({CSTASWITCHSIM_PATH, "--port", "0", "--trace", kTrace, "--pace", "100"});
   ASSERT_TRUE(switchSim.start());
