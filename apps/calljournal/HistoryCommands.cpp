@@ -140,6 +140,10 @@ int clearCommand(const Connection& c, bool yes) {
   JournalLists before;
   if (!s.ok() || !s.readLists(before, {std::begin(kAllListKinds), std::end(kAllListKinds)})) return fail(s.error());
   const std::size_t entries = callEntries(before);
+  if (entries == 0) {
+    std::cout << "the call lists are empty already\n";
+    return 0;
+  }
   if (!yes && !isatty(STDIN_FILENO))
     return fail("clear deletes all " + std::to_string(entries) +
                 " entries of the call lists: add --yes to do so without a terminal; nothing was deleted"),
@@ -161,6 +165,9 @@ HistoryCommandLine::HistoryCommandLine(CLI::App& app) {
       "history", "every call of the call lists in one list, newest first (at most the last 10 calls per entry)");
   addFilterOptions(m_historyCmd, m_history);
   m_historyCmd->add_flag("--json", m_history.json, "a JSON array of calls instead of a table");
+  m_historyCmd->footer(
+      "Each entry of the missed, received, dialled and forwarded lists keeps its last 10 calls; every one is a row. "
+      "Callbacks are left out: they are requests pending at the switch, not calls.");
 
   m_showCmd = app.add_subcommand("show", "one entry with all its calls");
   m_showCmd->add_option("id", m_id, "entry id (from calljournal list or history)")->required();
@@ -171,6 +178,10 @@ HistoryCommandLine::HistoryCommandLine(CLI::App& app) {
   auto* csv = m_exportCmd->add_flag("--csv", m_export.csv, "CSV: a header row, CRLF line ends, UTF-8 (default)");
   m_exportCmd->add_flag("--json", m_export.json, "a JSON array of calls")->excludes(csv);
   m_exportCmd->add_option("-o,--output", m_export.output, "the file to write (default: standard output)");
+  m_exportCmd->footer(
+      "Columns: time, kind, number, name, duration, detail (forwarded: the number forwarded to), entryId. A text a "
+      "spreadsheet would take for a formula (beginning with = + - @) is written with a leading ', so a caller's "
+      "name cannot run as one; numbers such as +4930123 are written as they are.");
 
   m_clearCmd = app.add_subcommand("clear", "empty every call list (callbacks are kept); asks first on a terminal");
   m_clearCmd->add_flag("-y,--yes", m_yes, "do not ask (needed when not run on a terminal)");
