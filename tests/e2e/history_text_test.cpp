@@ -26,14 +26,6 @@ TEST(HistoryText, CsvFieldsAreQuotedOnlyWhereNeededAndNeverAFormula) {
   EXPECT_EQ("", cli::csvField(""));
 }
 
-TEST(HistoryText, CsvHasAHeaderAndCrlfRows) {
-  cli::CallRecord r{"2026-03-10T08:02:10", "received", "3205", "Moreau, Ines", "04:12", "", "ID1"};
-  EXPECT_EQ(
-      "time,kind,number,name,duration,detail,entryId\r\n2026-03-10T08:02:10,received,3205,\"Moreau, "
-      "Ines\",04:12,,ID1\r\n",
-      cli::historyCsv({r}));
-}
-
 TEST(HistoryText, SinceTakesDatesTimesAndSpans) {
   setenv("TZ", "UTC", 1);
   tzset();
@@ -71,23 +63,6 @@ TEST(HistoryText, TheNearestCommandIsSuggested) {
   EXPECT_EQ("delete-calls", cli::nearestName("delete-call", names));
   EXPECT_EQ("export", cli::nearestName("exp", names));
   EXPECT_EQ("", cli::nearestName("xyzzy", names));
-}
-
-TEST(HistoryText, HistoryFilterKeepsKindsSinceAndTheNewest) {
-  std::vector<cli::CallRecord> records = {{"2026-03-10T12:00:00", "missed", "1", "", "", "", "A"},
-                                          {"2026-03-10T11:00:00", "dialled", "2", "", "", "", "B"},
-                                          {"2026-03-10T10:00:00", "missed", "3", "", "", "", "C"},
-                                          {"2026-03-10T09:00:00", "missed", "4", "", "", "", "D"}};
-  cli::HistoryFilter filter;
-  filter.since = "2026-03-10T10:00:00";
-  filter.kinds = {"missed"};
-  const auto kept = cli::applyFilter(records, filter);
-  ASSERT_EQ(2u, kept.size());
-  EXPECT_EQ("A", kept[0].entryId);
-  EXPECT_EQ("C", kept[1].entryId);
-  filter = cli::HistoryFilter();
-  filter.limit = 3;
-  EXPECT_EQ(3u, cli::applyFilter(records, filter).size());
 }
 
 }  // namespace
