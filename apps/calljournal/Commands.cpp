@@ -6,7 +6,7 @@
 
 #include "JournalLists.h"
 #include "Management.h"
-#include "client_server/JournalClient.h"
+#include "Session.h"
 #include "framework/JournalServiceHelper.h"
 
 using Helper = JournalServiceHelper;
@@ -14,46 +14,6 @@ using Helper = JournalServiceHelper;
 namespace cli {
 
 namespace {
-
-// A connected client, or an explanation of why the daemon cannot be reached.
-class Session {
- public:
-  explicit Session(const Connection& c) : m_address(c.address) {
-    std::string error;
-    if (!m_client.connect(c.address, error))
-      m_error = "cannot reach the journal daemon (" + error + "); is calljournald running? (--socket chooses another)";
-  }
-  bool ok() const { return m_error.empty(); }
-  const std::string& error() const { return m_error; }
-
-  bool call(const std::string& request, std::string& reply) {
-    std::string error;
-    if (m_client.call(request, reply, error)) return true;
-    m_error = "the journal daemon did not answer (" + error + ")";
-    return false;
-  }
-  bool call(int code, const std::vector<std::string>& ids, std::string& reply) {
-    return call(Helper::createMethodRequest(code, ids), reply);
-  }
-  // Reads the lists into `lists`; false with error() set.
-  bool readLists(JournalLists& lists, const std::vector<ListKind>& kinds) {
-    for (ListKind kind : kinds) {
-      std::string reply;
-      if (!call(listMethods(kind).read, {}, reply)) return false;
-      if (!lists.read(kind, reply)) {
-        m_error = std::string("the journal refused to give the ") + listName(kind) + " list";
-        return false;
-      }
-    }
-    return true;
-  }
-  fw::JournalClient& client() { return m_client; }
-
- private:
-  std::string m_address;
-  fw::JournalClient m_client;
-  std::string m_error;
-};
 
 bool boolReply(const std::string& reply) {
   bool value = false;
@@ -99,10 +59,11 @@ int fail(const std::string& message) {
   return 1;
 }
 
-int listCommand(const Connection& c, const std::string& list, bool json) {
+int listCommand(const Connection& c, const std::string& list, bool json, const std::string& find) {
   Session s(c);
   JournalLists lists;
   if (!s.ok() || !s.readLists(lists, kindsOf(list))) return fail(s.error());
+  if (!find.empty()) keepMatching(lists, find);
   if (json)
     std::cout << toJson(lists) << '\n';
   else

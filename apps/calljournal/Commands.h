@@ -11,7 +11,8 @@ struct Connection {
   std::string address;  // Unix socket path, "unix:PATH" or "tcp:HOST:PORT"
 };
 
-int listCommand(const Connection& c, const std::string& list, bool json);
+// With `find`, only the entries whose name or number holds that text.
+int listCommand(const Connection& c, const std::string& list, bool json, const std::string& find = "");
 int deleteCommand(const Connection& c, const std::string& list, bool all, const std::vector<std::string>& ids);
 int deleteCallsCommand(const Connection& c, const std::vector<std::string>& ids);
 int markViewedCommand(const Connection& c, const std::vector<std::string>& ids);

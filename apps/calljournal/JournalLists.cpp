@@ -341,3 +341,116 @@ void printTables(const JournalLists& lists, std::ostream& out) {
 }
 
 }  // namespace cli
+
+// ---- One entry, and the entries matching a text -------------------------------------------------
+
+namespace cli {
+
+namespace {
+
+// What an occurrence adds to its time, number and duration.
+template <class Info>
+std::string occurrenceDetail(const Info& info) {
+  if constexpr (std::is_same_v<Info, MissedCallInfoRecord>) return info.completedElsewhere ? "answered elsewhere" : "";
+  if constexpr (std::is_same_v<Info, ForwardedCallInfoRecord>)
+    return info.connectedNumber.empty() ? "" : "to " + info.connectedNumber;
+  if constexpr (std::is_same_v<Info, DialledCallInfoRecord>)
+    return info.isFeatureAccessCode ? "dialled " + info.dialledNumber : "";
+  return "";
+}
+
+template <class Item>
+void printOccurrences(const char* list, const Item& item, std::ostream& out) {
+  using Info = typename Item::InfoList::value_type;
+  const std::size_t calls = item.infos().size();
+  out << list << " entry " << item.getEntryId() << ": " << (item.infos().empty() ? "" : item.infos().front().number);
+  if (!nameOf(item).empty()) out << " \"" << nameOf(item) << "\"";
+  out << " (" << calls << (calls == 1 ? " call" : " calls");
+  if constexpr (std::is_same_v<Item, MissedCallItem>) out << (item.getViewed() ? ", viewed" : ", not viewed");
+  out << ")\n";
+  constexpr bool kTimed = std::is_base_of_v<Duration, Info>;  // missed calls have no duration
+  std::vector<Row> rows{kTimed ? Row{"TIME", "NUMBER", "DURATION", "DETAIL"} : Row{"TIME", "NUMBER", "DETAIL"}};
+  for (const Info& info : item.infos()) {
+    Row row{info.timeDate, info.number};
+    if constexpr (kTimed) row.push_back(info.duration);
+    row.push_back(occurrenceDetail(info));
+    rows.push_back(std::move(row));
+  }
+  printRows(rows, out);
+}
+
+void printOccurrences(const char*, const CallBackItem& item, std::ostream& out) {
+  static const char* const kStates[] = {"no state", "pending", "ready"};
+  const int state = static_cast<int>(item.getCallBackState());
+  out << "callback entry " << item.getEntryId() << ": " << item.getNumber();
+  if (!nameOf(item).empty()) out << " \"" << nameOf(item) << "\"";
+  out << " (" << (state >= 0 && state < 3 ? kStates[state] : "unknown state") << ", since " << item.getTimeDate()
+      << ")\n";
+}
+
+// Calls `visit(listName, item)` for the entry `entryId`; false when no list holds it.
+template <class Visit>
+bool visitEntry(const JournalLists& lists, const std::string& entryId, Visit visit) {
+  auto in = [&](const char* list, const auto& items) {
+    for (const auto& item : items)
+      if (item.getEntryId() == entryId) return visit(list, item), true;
+    return false;
+  };
+  return in("missed", lists.missed) || in("received", lists.received) || in("dialled", lists.dialled) ||
+         in("forwarded", lists.forwarded) || in("callbacks", lists.callbacks);
+}
+
+std::string lowerAscii(std::string text) {
+  for (char& c : text)
+    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+  return text;
+}
+
+template <class Item>
+bool numberHolds(const Item& item, const std::string& text) {
+  if constexpr (std::is_same_v<Item, CallBackItem>) {
+    return item.getNumber().find(text) != std::string::npos;
+  } else {
+    return std::any_of(item.infos().begin(), item.infos().end(),
+                       [&](const auto& info) { return info.number.find(text) != std::string::npos; });
+  }
+}
+
+template <class Item>
+void keepIn(std::deque<Item>& items, const std::string& text) {
+  const std::string lowered = lowerAscii(text);
+  items.erase(std::remove_if(items.begin(), items.end(),
+                             [&](const Item& item) {
+                               return !numberHolds(item, text) &&
+                                      lowerAscii(nameOf(item)).find(lowered) == std::string::npos;
+                             }),
+              items.end());
+}
+
+}  // namespace
+
+std::string partyName(const CallItem& item) { return nameOf(item); }
+
+std::string entryJson(const JournalLists& lists, const std::string& entryId) {
+  ordered_json j;
+  if (!visitEntry(lists, entryId, [&](const char* list, const auto& item) {
+        j["list"] = list;
+        j["entry"] = entryJson(item);
+      }))
+    return std::string();
+  return j.dump(2, ' ', false, ordered_json::error_handler_t::replace);
+}
+
+bool printEntry(const JournalLists& lists, const std::string& entryId, std::ostream& out) {
+  return visitEntry(lists, entryId, [&](const char* list, const auto& item) { printOccurrences(list, item, out); });
+}
+
+void keepMatching(JournalLists& lists, const std::string& text) {
+  keepIn(lists.missed, text);
+  keepIn(lists.received, text);
+  keepIn(lists.dialled, text);
+  keepIn(lists.forwarded, text);
+  keepIn(lists.callbacks, text);
+}
+
+}  // namespace cli

@@ -50,6 +50,18 @@ std::string toJson(const JournalLists& lists);
 // One aligned table per list read, headed by its name and size (missed also by the unviewed count).
 void printTables(const JournalLists& lists, std::ostream& out);
 
+// The entry `entryId` with every occurrence: {"list": "missed", "entry": {...}} (the entry as in
+// toJson); empty when no list read holds it.
+std::string entryJson(const JournalLists& lists, const std::string& entryId);
+// The entry `entryId` for people: a line naming it, its list and party, then one row per
+// occurrence, newest first. False when no list read holds it.
+bool printEntry(const JournalLists& lists, const std::string& entryId, std::ostream& out);
+// Keeps the entries of every list whose name or number (of any occurrence) holds `text`; names
+// are compared ignoring the case of ASCII letters.
+void keepMatching(JournalLists& lists, const std::string& text);
+// "First Surname", or whichever of the two the entry has.
+std::string partyName(const CallItem& item);
+
 // {"switch": "...", "store": "...", ...}: the daemon's status lines as one JSON object.
 std::string statusJson(const std::vector<host::ManagementSetting>& lines);
 

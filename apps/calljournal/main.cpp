@@ -6,7 +6,9 @@
 #include <CLI/CLI.hpp>
 #include <cstdlib>
 
+#include "CommandLine.h"
 #include "Commands.h"
+#include "HistoryCommands.h"
 #include "HostSettings.h"
 #include "JournalLists.h"
 #include "SettingTable.h"
@@ -25,8 +27,10 @@ const std::vector<std::string> kListNames = {"missed", "received", "dialled", "f
 
 int main(int argc, char** argv) {
   signal(SIGPIPE, SIG_IGN);
-  CLI::App app{"calljournal: look at and prune the phone's call lists, watch them change, replay CSTA traces"};
+  CLI::App app{"calljournal: look at and prune the phone's call lists, watch them change, replay CSTA traces",
+               "calljournal"};
   app.require_subcommand(1);
+  app.fallthrough();  // options of the program (--socket) also after the command
   cli::Connection connection{defaultAddress()};
   app.add_option("--socket", connection.address,
                  "the daemon's socket: a path, unix:PATH or tcp:HOST:PORT (default $CALLJOURNAL_SOCKET or " +
@@ -38,6 +42,8 @@ int main(int argc, char** argv) {
   listCmd->add_option("list", list, "missed, received, dialled, forwarded, callbacks or all")
       ->check(CLI::IsMember({"all", "missed", "received", "dialled", "forwarded", "callbacks"}));
   listCmd->add_flag("--json", json, "one JSON object instead of tables");
+  std::string find;
+  listCmd->add_option("--find", find, "only entries whose number or name holds TEXT (names in any case)");
 
   std::string deleteList;
   bool deleteAll = false;
@@ -88,14 +94,13 @@ int main(int argc, char** argv) {
   replayCmd->add_option("--db", replay.database, "database to use and keep (default: a fresh temporary one)");
   replayCmd->add_flag("--json", replay.json, "one JSON object instead of tables");
 
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& e) {
-    return app.exit(e) == 0 ? 0 : 2;  // --help is not an error; every other refusal is a usage error
-  }
+  cli::HistoryCommandLine history(app);  // history, show, export, clear
+
+  if (int code = cli::parseCommandLine(app, argc, argv); code >= 0) return code;
 
   auto run = [&]() -> int {
-    if (*listCmd) return cli::listCommand(connection, list, json);
+    if (int code = history.run(connection); code >= 0) return code;
+    if (*listCmd) return cli::listCommand(connection, list, json, find);
     if (*deleteCmd) {
       if (deleteAll && deleteList.empty()) return cli::fail("--all needs --list LIST"), 2;
       if (deleteAll && !ids.empty()) return cli::fail("give ids or --all, not both"), 2;

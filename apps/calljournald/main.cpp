@@ -11,6 +11,7 @@
 #include "HostSettings.h"
 #include "JournalHost.h"
 #include "SettingTable.h"
+#include "UsageErrors.h"
 #include "framework/Logging.h"
 
 namespace {
@@ -76,7 +77,7 @@ int main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& e) {
-    return app.exit(e) == 0 ? 0 : 2;  // --help is not an error; every other refusal is a usage error
+    return host::usageError(app, e, "calljournald", "calljournald");  // --help is not an error
   }
 
   if (config.empty() && access(kSystemConfig, R_OK) == 0) config = kSystemConfig;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <deque>
 #include <future>
@@ -32,6 +33,25 @@ std::string childText(const pugi::xml_node& node, const char* name) {
   for (pugi::xml_node c = node.first_child(); c; c = c.next_sibling())
     if (c.type() == pugi::node_element && std::strcmp(localName(c), name) == 0) return c.child_value();
   return std::string();
+}
+
+// Seconds of a stamp "YYYY-MM-DDThh:mm:ss" counted from a fixed day: only differences are used.
+bool stampSeconds(const std::string& at, long long& seconds) {
+  int year, month, day, hour, minute, second;
+  char end;
+  if (at.size() != 19 ||
+      std::sscanf(at.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d%c", &year, &month, &day, &hour, &minute, &second, &end) != 6)
+    return false;
+  if (month < 1 || month > 12 || day < 1 || day > 31 || hour > 23 || minute > 59 || second > 59) return false;
+  // Days from the civil date (proleptic Gregorian calendar), as in H. Hinnant's days_from_civil.
+  const int y = year - (month <= 2 ? 1 : 0);
+  const int era = y / 400;
+  const int yearOfEra = y - era * 400;
+  const int dayOfYear = (153 * (month + (month > 2 ? -3 : 9)) + 2) / 5 + day - 1;
+  const int dayOfEra = yearOfEra * 365 + yearOfEra / 4 - yearOfEra / 100 + dayOfYear;
+  const long long days = static_cast<long long>(era) * 146097 + dayOfEra;
+  seconds = days * 86400 + hour * 3600 + minute * 60 + second;
+  return true;
 }
 
 std::string document(const std::string& name, const std::string& body) {
@@ -326,6 +346,43 @@ bool SwitchSimulator::sendRaw(const std::string& bytes) {
 }
 
 bool SwitchSimulator::readTraceEvents(const std::string& path, std::vector<std::string>& events, std::string& error) {
+  std::vector<std::string> stamps;
+  return readTrace(path, events, stamps, error);
+}
+
+int SwitchSimulator::playTraceAtPace(const std::string& path, double pace, std::string& error, std::size_t first,
+                                     const std::atomic<bool>* stop) {
+  std::vector<std::string> events, stamps;
+  if (!readTrace(path, events, stamps, error)) return -1;
+  std::vector<long long> seconds(stamps.size());
+  for (std::size_t i = first; i < stamps.size(); ++i)
+    if (!stampSeconds(stamps[i], seconds[i])) {
+      error = path + ": event " + std::to_string(i) + " has at=\"" + stamps[i] +
+              "\", not a time YYYY-MM-DDThh:mm:ss to pace it by";
+      return -1;
+    }
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point start = Clock::now();
+  int sent = 0;
+  for (std::size_t i = first; i < events.size(); ++i) {
+    // Due times count from the first event, so that rounding of one wait does not add up.
+    const auto due = start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(
+                                 static_cast<double>(seconds[i] - seconds[first]) / pace));
+    while (Clock::now() < due) {
+      if (stop != nullptr && *stop) return sent;
+      std::this_thread::sleep_until(std::min(due, Clock::now() + std::chrono::milliseconds(100)));
+    }
+    if (!sendEvent(events[i])) {
+      error = "no phone connected";
+      return -1;
+    }
+    ++sent;
+  }
+  return sent;
+}
+
+bool SwitchSimulator::readTrace(const std::string& path, std::vector<std::string>& events,
+                                std::vector<std::string>& stamps, std::string& error) {
   pugi::xml_document trace;
   const pugi::xml_parse_result parsed = trace.load_file(path.c_str());
   if (!parsed) {
@@ -338,6 +395,7 @@ bool SwitchSimulator::readTraceEvents(const std::string& path, std::vector<std::
     return false;
   }
   events.clear();
+  stamps.clear();
   for (pugi::xml_node event = root.child("event"); event; event = event.next_sibling("event")) {
     pugi::xml_node content = event.first_child();
     while (content && content.type() != pugi::node_element) content = content.next_sibling();
@@ -345,6 +403,7 @@ bool SwitchSimulator::readTraceEvents(const std::string& path, std::vector<std::
     std::ostringstream xml;
     content.print(xml, "", pugi::format_raw | pugi::format_no_declaration);
     events.push_back(xml.str());
+    stamps.push_back(event.attribute("at").value());
   }
   return true;
 }

@@ -6,6 +6,7 @@
 // any thread.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -64,6 +65,13 @@ class SwitchSimulator {
                 std::size_t end = SIZE_MAX);
   // The event documents of a trace file, in order; false with `error` when it cannot be read.
   static bool readTraceEvents(const std::string& path, std::vector<std::string>& events, std::string& error);
+  // Plays a trace at the pace of its events' `at` stamps (YYYY-MM-DDThh:mm:ss): the time between
+  // two events' stamps is waited, divided by `pace` (60: a minute of the trace in a second; 1: as
+  // it happened). Events from number `first` on. Stops early when `*stop` becomes true. Returns
+  // the number sent, or -1 with `error` when the file cannot be read, an event has no such stamp
+  // or no phone is connected.
+  int playTraceAtPace(const std::string& path, double pace, std::string& error, std::size_t first = 0,
+                      const std::atomic<bool>* stop = nullptr);
 
   // Sends `events` right behind the answer to every later MonitorStart that is answered normally,
   // in the same write, as a switch does that reports a call the moment the monitor runs. Their
@@ -85,5 +93,9 @@ class SwitchSimulator {
   struct Impl;
 
  private:
+  // The event documents of a trace and their `at` stamps, in order.
+  static bool readTrace(const std::string& path, std::vector<std::string>& events, std::vector<std::string>& stamps,
+                        std::string& error);
+
   std::unique_ptr<Impl> m_impl;
 };

@@ -1,14 +1,16 @@
-// cstaswitchsim --port N [--trace FILE] [--delay-ms N] [--first-event N] [--at-monitor-start FILE]
-//               [--escape-delay-ms N]
+// cstaswitchsim --port N [--trace FILE] [--delay-ms N | --pace X] [--first-event N]
+//               [--at-monitor-start FILE] [--escape-delay-ms N]
 //
 // A scripted switch on 127.0.0.1 for trying the journal's CSTA link by hand: it serves one phone at
 // a time, answers its requests and, each time the phone's monitor has started, plays the trace's
-// events to it (waiting --delay-ms between events), from event number --first-event on (counted
-// from 0: the rest of a day after a stop). --at-monitor-start names a trace whose events are sent
+// events to it (waiting --delay-ms between events, or at the pace of the events' times, --pace
+// times faster), from event number --first-event on (counted from 0: the rest of a day after a
+// stop). --at-monitor-start names a trace whose events are sent
 // in the same write as every MonitorStart answer. --escape-delay-ms answers each Escape request
 // (the phone's reports to the switch's call log) that much later, as a slow switch does. Runs
 // until interrupted.
 #include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -25,7 +27,7 @@ std::atomic<bool> g_stop{false};
 void onSignal(int) { g_stop = true; }
 
 constexpr const char* kUsage =
-    "usage: %s --port N [--trace FILE] [--delay-ms N] [--first-event N] [--at-monitor-start FILE]\n"
+    "usage: %s --port N [--trace FILE] [--delay-ms N | --pace X] [--first-event N] [--at-monitor-start FILE]\n"
     "          [--escape-delay-ms N]\n";
 
 constexpr const char* kOptions =
@@ -34,13 +36,17 @@ constexpr const char* kOptions =
     "  --port N                 the port to listen on (0: any free one, printed)\n"
     "  --trace FILE             the trace whose events are played\n"
     "  --delay-ms N             pause between the trace's events (default 0)\n"
+    "  --pace X                 play the trace at the pace of its events' times, X times faster (1: as it\n"
+    "                           happened, 60: a minute in a second). The phone times calls by its own clock,\n"
+    "                           so a call of 3 minutes lasts 3 min / X at the phone and in its lists\n"
     "  --first-event N          play from event number N on, counted from 0 (default 0)\n"
     "  --at-monitor-start FILE  events sent in the same write as every MonitorStart answer\n"
     "  --escape-delay-ms N      answer each Escape request (a report to the switch's call log) N ms\n"
     "                           late, as a slow switch does (default 0: at once)\n";
 
-int usage(const char* program) {
-  std::fprintf(stderr, kUsage, program);
+// One line naming what is wrong with the command line; exit code 2.
+int usageError(const std::string& message) {
+  std::fprintf(stderr, "cstaswitchsim: %s; see cstaswitchsim --help\n", message.c_str());
   return 2;
 }
 
@@ -50,43 +56,73 @@ int help(const char* program) {
   return 0;
 }
 
+// A whole decimal number from `low` to `high`; false for anything else.
+bool readInt(const char* text, int low, int high, int& value) {
+  char* end = nullptr;
+  errno = 0;
+  const long n = std::strtol(text, &end, 10);
+  if (errno != 0 || end == text || *end != '\0' || n < low || n > high) return false;
+  value = static_cast<int>(n);
+  return true;
+}
+
+// What the command line asks for.
+struct Settings {
+  SwitchSimulator::Options options;
+  std::string trace, atMonitorStart;
+  int delayMs = 0, firstEvent = 0, escapeDelayMs = 0;
+  double pace = 0;  // 0: not paced by the trace's times
+};
+
+// Reads argv into `settings`; -1 to run, otherwise the exit code.
+int readCommandLine(int argc, char** argv, Settings& settings) {
+  bool havePort = false;
+  for (int i = 1; i < argc; ++i) {
+    const std::string option = argv[i];
+    if (option == "--help" || option == "-h") return help(argv[0]);
+    const bool known = option == "--port" || option == "--trace" || option == "--delay-ms" || option == "--pace" ||
+                       option == "--first-event" || option == "--at-monitor-start" || option == "--escape-delay-ms";
+    if (!known) return usageError("unknown option \"" + option + "\"");
+    if (i + 1 >= argc) return usageError(option + " needs a value");
+    const char* value = argv[++i];
+    bool ok = true;
+    if (option == "--port") {
+      ok = readInt(value, 0, 65535, settings.options.port), havePort = true;
+    } else if (option == "--trace") {
+      settings.trace = value;
+    } else if (option == "--delay-ms") {
+      ok = readInt(value, 0, 3600000, settings.delayMs);
+    } else if (option == "--pace") {
+      char* end = nullptr;
+      settings.pace = std::strtod(value, &end);
+      ok = end != value && *end == '\0' && settings.pace > 0 && settings.pace <= 1e6;
+    } else if (option == "--first-event") {
+      ok = readInt(value, 0, 1 << 30, settings.firstEvent);
+    } else if (option == "--at-monitor-start") {
+      settings.atMonitorStart = value;
+    } else {
+      ok = readInt(value, 0, 3600000, settings.escapeDelayMs);
+    }
+    if (!ok) return usageError(option + " \"" + value + "\" is not a number it takes");
+  }
+  if (!havePort) return usageError("--port N is needed (0: any free port)");
+  if (settings.pace > 0 && settings.delayMs > 0) return usageError("give --delay-ms or --pace, not both");
+  return -1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  SwitchSimulator::Options options;
-  std::string trace;
-  std::string atMonitorStart;
-  int delayMs = 0;
-  int firstEvent = 0;
-  int escapeDelayMs = 0;
-  bool havePort = false;
-  for (int i = 1; i < argc; ++i) {
-    const bool hasValue = i + 1 < argc;
-    if (std::strcmp(argv[i], "--help") == 0) return help(argv[0]);
-    if (std::strcmp(argv[i], "--port") == 0 && hasValue) {
-      options.port = std::atoi(argv[++i]);
-      havePort = true;
-    } else if (std::strcmp(argv[i], "--trace") == 0 && hasValue) {
-      trace = argv[++i];
-    } else if (std::strcmp(argv[i], "--delay-ms") == 0 && hasValue) {
-      delayMs = std::atoi(argv[++i]);
-    } else if (std::strcmp(argv[i], "--first-event") == 0 && hasValue) {
-      firstEvent = std::atoi(argv[++i]);
-    } else if (std::strcmp(argv[i], "--at-monitor-start") == 0 && hasValue) {
-      atMonitorStart = argv[++i];
-    } else if (std::strcmp(argv[i], "--escape-delay-ms") == 0 && hasValue) {
-      escapeDelayMs = std::atoi(argv[++i]);
-    } else {
-      return usage(argv[0]);
-    }
-  }
-  if (!havePort || options.port < 0 || options.port > 65535 || delayMs < 0 || firstEvent < 0 || escapeDelayMs < 0)
-    return usage(argv[0]);
+  Settings settings;
+  if (int code = readCommandLine(argc, argv, settings); code >= 0) return code;
+  SwitchSimulator::Options& options = settings.options;
+  const std::string& trace = settings.trace;
+  const std::string& atMonitorStart = settings.atMonitorStart;
 
   std::signal(SIGINT, onSignal);
   std::signal(SIGTERM, onSignal);
   SwitchSimulator simulator(options);
-  simulator.setAnswerDelay("Escape", escapeDelayMs);
+  simulator.setAnswerDelay("Escape", settings.escapeDelayMs);
   if (!atMonitorStart.empty()) {
     std::vector<std::string> events;
     std::string error;
@@ -107,7 +143,9 @@ int main(int argc, char** argv) {
     std::printf("cstaswitchsim: monitor %s started\n", id.empty() ? "(refused)" : id.c_str());
     if (trace.empty() || id.empty()) continue;
     std::string error;
-    const int sent = simulator.playTrace(trace, delayMs, error, static_cast<std::size_t>(firstEvent));
+    const auto first = static_cast<std::size_t>(settings.firstEvent);
+    const int sent = settings.pace > 0 ? simulator.playTraceAtPace(trace, settings.pace, error, first, &g_stop)
+                                       : simulator.playTrace(trace, settings.delayMs, error, first);
     if (sent < 0) {
       std::fprintf(stderr, "cstaswitchsim: trace not played: %s\n", error.c_str());
     } else {
