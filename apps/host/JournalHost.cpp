@@ -363,9 +363,7 @@ std::string JournalHost::handleManagement(const std::string& message) {
                               std::string error;
                               if (readSettings(m_parts->mgmt.values(), s, error)) applyLogThresholds(s.logLevels);
                             },
-                            [this] { return status(); },
-                            m_configPath,
-                            [this] { return waitingForStart(); }};
+                            [this] { return status(); }, m_configPath, [this] { return waitingForStart(); }};
   return answerManagement(message, context);
 }
 

@@ -27,8 +27,9 @@ std::string shown(const std::string& value) { return value.empty() ? "(none)" : 
 // as taking effect at the next start. The journal's switches are logged where they are applied.
 }  // namespace
 
-void logConfigurationChanges(const std::map<std::string, std::string>& before, const std::map<std::string, std::string>& after,
-                const std::map<std::string, std::string>& waiting) {
+void logConfigurationChanges(const std::map<std::string, std::string>& before,
+                             const std::map<std::string, std::string>& after,
+                             const std::map<std::string, std::string>& waiting) {
   std::size_t count = 0;
   const SettingInfo* table = settingTable(count);
   for (std::size_t i = 0; i < count; ++i) {
@@ -61,8 +62,8 @@ std::map<std::string, std::string> JournalHost::holdStartOnlyValues(const std::m
     const SettingInfo& setting = table[i];
     const bool startOnly = setting.owner == SettingOwner::Daemon && setting.effect == SettingEffect::AtStart;
     // A phonebook cannot be taken away while the daemon runs: its contacts stay until the next start.
-    const bool droppedPhonebook = std::string(setting.key) == "phonebook" && !m_settings.phonebook.empty() &&
-                                  inForce(values, setting).empty();
+    const bool droppedPhonebook =
+        std::string(setting.key) == "phonebook" && !m_settings.phonebook.empty() && inForce(values, setting).empty();
     if (!startOnly && !droppedPhonebook) continue;
     const std::string now = inForce(running, setting), next = inForce(values, setting);
     if (now == next) continue;

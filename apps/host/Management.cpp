@@ -24,8 +24,7 @@ bool journalCodeOf(FileLocalMgmt& mgmt, const std::string& key, std::string& cod
 }
 
 // The configuration file is the user's and may hold any bytes: the reply carries them well-formed.
-pugi::xml_node addSetting(pugi::xml_node reply, const std::string& key, const std::string& value,
-                          const char* source) {
+pugi::xml_node addSetting(pugi::xml_node reply, const std::string& key, const std::string& value, const char* source) {
   pugi::xml_node setting = reply.append_child("setting");
   setting.append_child("key").text().set(fw::utf8::sanitize(key).c_str());
   setting.append_child("value").text().set(fw::utf8::sanitize(value).c_str());
@@ -135,8 +134,7 @@ std::string notSettableNow(ManagementContext& c, const SettingInfo& setting, con
   if (setting.owner != SettingOwner::Daemon || setting.effect == SettingEffect::AtOnce) return "";
   const std::string advice = keepAdvice(c, setting.key, value);
   if (setting.effect == SettingEffect::OnReload)
-    return std::string(setting.key) + " is read from the configuration file: " + advice +
-           " and send the daemon SIGHUP";
+    return std::string(setting.key) + " is read from the configuration file: " + advice + " and send the daemon SIGHUP";
   return std::string(setting.key) + " is read only when the daemon starts: " + advice + " and restart the daemon";
 }
 

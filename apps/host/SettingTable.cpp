@@ -93,9 +93,8 @@ const ValueKind kMissedLogging{
     "on (calls that another device of the line answered are logged as missed) or off (they are not); also "
     "true/false, yes/no",
     ON_OFF_REFUSAL, isOnOrOff};
-const ValueKind kDeleteMissed{
-    "on (calling a party back takes its missed entry away) or off; also true/false, yes/no", ON_OFF_REFUSAL,
-    isOnOrOff};
+const ValueKind kDeleteMissed{"on (calling a party back takes its missed entry away) or off; also true/false, yes/no",
+                              ON_OFF_REFUSAL, isOnOrOff};
 #undef ON_OFF_REFUSAL
 const ValueKind kClearCallLog{"true empties every call list (an action of config set; a read gives false)",
                               "is not true (true empties every call list)", isClearAction};
@@ -230,7 +229,8 @@ std::size_t editDistance(const std::string& a, const std::string& b) {
   for (std::size_t i = 1; i <= a.size(); ++i)
     for (std::size_t j = 1; j <= b.size(); ++j) {
       d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
-      if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+      if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
+        d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
     }
   return d[a.size()][b.size()];
 }

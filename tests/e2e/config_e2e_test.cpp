@@ -55,9 +55,10 @@ TEST_F(RunTimeConfigTest, ConfigSetRefusesAnUnknownKeyOrABadValueAndChangesNothi
 
   const Subprocess::Result typo = cli({"config", "set", "missed-loging", "on"});
   EXPECT_EQ(1, typo.code);
-  EXPECT_EQ("calljournal: cannot set missed-loging: no setting named \"missed-loging\"; did you mean "
-            "\"missed-logging\"?",
-            lastLine(typo.err));
+  EXPECT_EQ(
+      "calljournal: cannot set missed-loging: no setting named \"missed-loging\"; did you mean "
+      "\"missed-logging\"?",
+      lastLine(typo.err));
   const Subprocess::Result unknown = cli({"config", "set", "colour", "blue"});
   EXPECT_EQ(1, unknown.code);
   EXPECT_EQ(
@@ -71,13 +72,13 @@ TEST_F(RunTimeConfigTest, ConfigSetRefusesAnUnknownKeyOrABadValueAndChangesNothi
   // The agent's own codes are no words of the user: missed-logging's "0" would mean on.
   const Subprocess::Result code = cli({"config", "set", "missed-logging", "0"});
   EXPECT_EQ(1, code.code);
-  EXPECT_EQ("calljournal: missed-logging: \"0\" is not on or off (also taken: true/false, yes/no)",
-            lastLine(code.err));
+  EXPECT_EQ("calljournal: missed-logging: \"0\" is not on or off (also taken: true/false, yes/no)", lastLine(code.err));
   const Subprocess::Result levels = cli({"config", "set", "log-levels", "garbage"});
   EXPECT_EQ(1, levels.code);
-  EXPECT_EQ("calljournal: log-levels: \"garbage\" is not HANDLE=LEVEL pairs separated by commas with levels from 0 "
-            "to 9 (for example: Journal Service=6, *=4)",
-            lastLine(levels.err));
+  EXPECT_EQ(
+      "calljournal: log-levels: \"garbage\" is not HANDLE=LEVEL pairs separated by commas with levels from 0 "
+      "to 9 (for example: Journal Service=6, *=4)",
+      lastLine(levels.err));
   // A setting only a start reads would never be used: refused with where to put it.
   const Subprocess::Result atStart = cli({"config", "set", "switch", "192.0.2.10:1040"});
   EXPECT_EQ(1, atStart.code);
@@ -121,14 +122,16 @@ TEST_F(RunTimeConfigTest, TheFileGivesTheSwitchesInTheSameWordsAndAReloadApplies
   EXPECT_EQ("off   (journal)", got("missed-logging"));
   const Subprocess::Result on = cli({"config", "set", "missed-logging", "on"});
   EXPECT_EQ(0, on.code) << on.err;
-  EXPECT_EQ("missed-logging = on   (kept in the journal's database; the configuration file gives missed-logging = "
-            "off, which the next start or reload (SIGHUP) applies again)\n",
-            on.out);
+  EXPECT_EQ(
+      "missed-logging = on   (kept in the journal's database; the configuration file gives missed-logging = "
+      "off, which the next start or reload (SIGHUP) applies again)\n",
+      on.out);
 
   daemon->signal(SIGHUP);
   ASSERT_TRUE(eventually([&] { return got("missed-logging") == "off   (journal)"; }));
   // Logged when the start set it, and again when the reload did.
-  EXPECT_EQ(2u, linesWith(fileText(dir + "/daemon.log"), "configuration: missed-logging changed from on to off").size());
+  EXPECT_EQ(2u,
+            linesWith(fileText(dir + "/daemon.log"), "configuration: missed-logging changed from on to off").size());
 }
 
 TEST_F(RunTimeConfigTest, AReloadAppliesLogLevelsAndLogsEachChangeAndWhatWaitsForTheNextStart) {
@@ -163,9 +166,9 @@ TEST_F(RunTimeConfigTest, RelativePathsOfTheFileAreReadFromItsFolder) {
   ASSERT_EQ(0, mkdir((dir + "/etc/logs").c_str(), 0700));
   std::ofstream(dir + "/etc/book.csv") << "name,number\nAnn,0301112222\n";
   socket = dir + "/etc/journal.sock";
-  daemon = std::make_unique<Subprocess>(std::vector<std::string>{"/bin/sh", "-c", "cd \"$0\" && exec \"$@\"",
-                                                                 dir + "/work", CALLJOURNALD_PATH, "--config",
-                                                                 "../etc/calljournald.conf", "--set", "database=here.db"});
+  daemon = std::make_unique<Subprocess>(
+      std::vector<std::string>{"/bin/sh", "-c", "cd \"$0\" && exec \"$@\"", dir + "/work", CALLJOURNALD_PATH,
+                               "--config", "../etc/calljournald.conf", "--set", "database=here.db"});
   ASSERT_TRUE(daemon->start());
   ASSERT_TRUE(eventually([&] { return exists(socket); })) << daemon->err();
   EXPECT_TRUE(exists(dir + "/work/here.db"));

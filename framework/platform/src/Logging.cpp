@@ -7,8 +7,8 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <cstring>
+#include <ctime>
 #include <map>
 #include <stdexcept>
 
@@ -103,8 +103,7 @@ std::string localTimeStamp(long long epochMs) {
   std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &local);
   std::strftime(offset, sizeof offset, "%z", &local);  // +hhmm: ISO 8601 writes +hh:mm
   char stamp[48];
-  std::snprintf(stamp, sizeof stamp, "%s.%03d%.3s:%.2s", date, static_cast<int>(epochMs % 1000), offset,
-                offset + 3);
+  std::snprintf(stamp, sizeof stamp, "%s.%03d%.3s:%.2s", date, static_cast<int>(epochMs % 1000), offset, offset + 3);
   return stamp;
 }
 

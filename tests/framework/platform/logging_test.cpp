@@ -74,8 +74,9 @@ TEST_F(LoggingTest, FileSinkAppendsLines) {
   std::remove(path.c_str());
   // Each line: local time with milliseconds and offset, the level word, handle, place, text.
   const std::string stamp = R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d)";
-  EXPECT_TRUE(std::regex_match(content.str(), std::regex("earlier\n" + stamp + " error   Journal Service Journal.cpp:7 first 1\n" +
-                                                             stamp + " notice  Journal Service Journal.cpp:8 second\n")))
+  EXPECT_TRUE(std::regex_match(
+      content.str(), std::regex("earlier\n" + stamp + " error   Journal Service Journal.cpp:7 first 1\n" + stamp +
+                                " notice  Journal Service Journal.cpp:8 second\n")))
       << content.str();
   EXPECT_THROW(fw::FileSink("/nonexistent-dir/x.log"), std::runtime_error);
 }
