@@ -1,7 +1,9 @@
 // Configuration at run time and logging as a user meets them: "calljournal config set" refusing
 // what it cannot take and saying what it took, the journal's switches as on/off kept across a
 // restart, SIGHUP applying and logging changes, relative paths of a configuration file, the log
-// file's time stamps and its rotation, and the syslog priorities on a stream journald reads.
+// file's time stamps and its rotation, and the syslog priorities on a stream journald reads. The
+// suite also runs under the thread sanitizer: management requests read, on the request threads,
+// what a reload on the main thread writes.
 #include <sys/stat.h>
 
 #include <fstream>
@@ -30,7 +32,7 @@ const std::regex kReadableLine(
 
 }  // namespace
 
-class RunTimeConfigTest : public DaemonTest {
+class RunTimeConfigDaemonTest : public DaemonTest {
  protected:
   // "value   (source)" of `key` as "calljournal config get KEY" prints it.
   std::string got(const std::string& key) {
@@ -48,7 +50,7 @@ class RunTimeConfigTest : public DaemonTest {
   }
 };
 
-TEST_F(RunTimeConfigTest, ConfigSetRefusesAnUnknownKeyOrABadValueAndChangesNothing) {
+TEST_F(RunTimeConfigDaemonTest, ConfigSetRefusesAnUnknownKeyOrABadValueAndChangesNothing) {
   launch();
   const Subprocess::Result before = cli({"config", "get"});
   ASSERT_EQ(0, before.code) << before.err;
@@ -91,7 +93,7 @@ TEST_F(RunTimeConfigTest, ConfigSetRefusesAnUnknownKeyOrABadValueAndChangesNothi
 }
 
 // The switches read and take on/off; the database keeps what the journal means by them.
-TEST_F(RunTimeConfigTest, TheJournalsSwitchesAreOnOrOffAndSurviveARestart) {
+TEST_F(RunTimeConfigDaemonTest, TheJournalsSwitchesAreOnOrOffAndSurviveARestart) {
   launch();
   EXPECT_EQ("on   (journal)", got("missed-logging"));
   EXPECT_EQ("off   (journal)", got("delete-missed-when-called"));
@@ -116,7 +118,7 @@ TEST_F(RunTimeConfigTest, TheJournalsSwitchesAreOnOrOffAndSurviveARestart) {
 }
 
 // A switch the file gives is set at start and on every reload, in the same words as config set.
-TEST_F(RunTimeConfigTest, TheFileGivesTheSwitchesInTheSameWordsAndAReloadAppliesThem) {
+TEST_F(RunTimeConfigDaemonTest, TheFileGivesTheSwitchesInTheSameWordsAndAReloadAppliesThem) {
   writeConfig("missed-logging = off\nlog-file = daemon.log\n");
   launch();
   EXPECT_EQ("off   (journal)", got("missed-logging"));
@@ -134,7 +136,7 @@ TEST_F(RunTimeConfigTest, TheFileGivesTheSwitchesInTheSameWordsAndAReloadApplies
             linesWith(fileText(dir + "/daemon.log"), "configuration: missed-logging changed from on to off").size());
 }
 
-TEST_F(RunTimeConfigTest, AReloadAppliesLogLevelsAndLogsEachChangeAndWhatWaitsForTheNextStart) {
+TEST_F(RunTimeConfigDaemonTest, AReloadAppliesLogLevelsAndLogsEachChangeAndWhatWaitsForTheNextStart) {
   const std::string log = dir + "/daemon.log", conf = dir + "/calljournald.conf";
   const std::string base = "monitored-device = 3100\nclient-socket = " + socket + "\nlog-file = " + log + "\n";
   std::ofstream(conf) << base << "database = " << dir << "/journal.db\n";
@@ -158,7 +160,7 @@ TEST_F(RunTimeConfigTest, AReloadAppliesLogLevelsAndLogsEachChangeAndWhatWaitsFo
 }
 
 // The file's relative paths are read from its folder, --set's from the working directory.
-TEST_F(RunTimeConfigTest, RelativePathsOfTheFileAreReadFromItsFolder) {
+TEST_F(RunTimeConfigDaemonTest, RelativePathsOfTheFileAreReadFromItsFolder) {
   ASSERT_EQ(0, mkdir((dir + "/etc").c_str(), 0700));
   ASSERT_EQ(0, mkdir((dir + "/work").c_str(), 0700));
   std::ofstream(dir + "/etc/calljournald.conf")
@@ -176,7 +178,7 @@ TEST_F(RunTimeConfigTest, RelativePathsOfTheFileAreReadFromItsFolder) {
   EXPECT_EQ(dir + "/etc/book.csv   (configuration)", got("phonebook"));
 }
 
-TEST_F(RunTimeConfigTest, ALogFileHasTimeStampsAndIsOpenedAgainOnSighupForLogrotate) {
+TEST_F(RunTimeConfigDaemonTest, ALogFileHasTimeStampsAndIsOpenedAgainOnSighupForLogrotate) {
   writeConfig("log-file = daemon.log\n");
   launch();
   const std::string log = dir + "/daemon.log";
@@ -199,7 +201,7 @@ TEST_F(RunTimeConfigTest, ALogFileHasTimeStampsAndIsOpenedAgainOnSighupForLogrot
 }
 
 // Under a service manager stderr is journald's stream: each line starts with its syslog priority.
-TEST_F(RunTimeConfigTest, StderrReadByJournaldCarriesSyslogPriorities) {
+TEST_F(RunTimeConfigDaemonTest, StderrReadByJournaldCarriesSyslogPriorities) {
   writeConfig("log-levels = Journal Host=5, *=4\n");  // no switch: the link logs an error
   launch({"/bin/sh", "-c", "JOURNAL_STREAM=$(stat -L -c %d:%i /proc/self/fd/2) exec \"$@\"", "sh"});
   EXPECT_EQ(0, cli({"config", "get", "reg-number"}).code);
@@ -217,7 +219,7 @@ TEST_F(RunTimeConfigTest, StderrReadByJournaldCarriesSyslogPriorities) {
 }
 
 // A JOURNAL_STREAM that names another stream (a pipe or file of a child, say) is not journald's.
-TEST_F(RunTimeConfigTest, StderrNotReadByJournaldHasTimeStampsAndLevelWords) {
+TEST_F(RunTimeConfigDaemonTest, StderrNotReadByJournaldHasTimeStampsAndLevelWords) {
   launch({"/usr/bin/env", "JOURNAL_STREAM=1:1"});
   ASSERT_TRUE(eventually([&] { return !linesWith(daemon->err(), "journal started").empty(); }));
   const std::vector<std::string> started = linesWith(daemon->err(), "journal started");
