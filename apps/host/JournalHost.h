@@ -39,8 +39,9 @@ class JournalHost {
   JournalHost(const JournalHost&) = delete;
   JournalHost& operator=(const JournalHost&) = delete;
 
-  // Reads the configuration file (none when `path` is empty) and puts `overrides` over it. False
-  // with a plain message (naming the file) for a file, value or log file that cannot be used.
+  // Reads the configuration file (none when `path` is empty) and puts `overrides` over it; the
+  // file's relative paths are read from its folder, the overrides' from the working directory.
+  // False with a plain message (naming the file) for a file, value or log file that cannot be used.
   bool configure(const std::string& path, const std::map<std::string, std::string>& overrides, std::string& error);
   // Starts the services, loads the module and initialises the journal. False with a plain message.
   bool start(std::string& error);
