@@ -193,7 +193,10 @@ int configGetCommand(const Connection& c, const std::vector<std::string>& keys) 
   if (!host::parseManagementReply(text, reply)) return fail("the daemon gave no management reply");
   if (!reply.ok) return fail(reply.reason);
   for (const auto& setting : reply.settings) {
-    std::cout << setting.key << " = " << setting.value << "   (" << setting.source << ")\n";
+    auto next = reply.atNextStart.find(setting.key);
+    std::cout << setting.key << " = " << setting.value << "   (" << setting.source
+              << (next == reply.atNextStart.end() ? "" : "; the file's " + next->second + " applies at the next start")
+              << ")\n";
   }
   return 0;
 }
@@ -221,8 +224,11 @@ int configSetCommand(const Connection& c, const std::string& key, const std::str
   host::ManagementReply reply;
   if (!s.ok() || !s.call(host::managementSetRequest(key, value), text)) return fail(s.error());
   if (!host::parseManagementReply(text, reply)) return fail("the daemon gave no management reply");
-  if (!reply.ok) return fail("cannot set " + key + ": " + reply.reason);
-  std::cout << key << " = " << value << (reply.reason.empty() ? "" : "   (" + reply.reason + ")") << '\n';
+  // The daemon's reasons name the key; the journal agent's may not.
+  if (!reply.ok) return fail(reply.reason.find(key) == 0 ? reply.reason : "cannot set " + key + ": " + reply.reason);
+  // The value the daemon serves now, in its words ("on" for "yes").
+  const std::string served = reply.settings.empty() ? value : reply.settings.front().value;
+  std::cout << key << " = " << served << (reply.reason.empty() ? "" : "   (" + reply.reason + ")") << '\n';
   return 0;
 }
 

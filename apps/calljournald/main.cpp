@@ -64,11 +64,13 @@ void runUntilStopped(host::JournalHost& journal, const sigset_t& signals) {
 int main(int argc, char** argv) {
   CLI::App app{"calljournald: the call journal daemon (lists of missed, received, dialled and forwarded calls)"};
   std::string config;
-  app.add_option(
-      "-c,--config", config,
-      "configuration file (default: " + std::string(kSystemConfig) + " when it exists, else built-in defaults)");
+  app.add_option("-c,--config", config,
+                 "configuration file (default: " + std::string(kSystemConfig) +
+                     " when it exists, else built-in defaults); relative paths in it are read from its folder");
   std::vector<std::string> sets;
-  app.add_option("-s,--set", sets, "KEY=VALUE over the configuration file (repeatable)");
+  app.add_option("-s,--set", sets,
+                 "KEY=VALUE over the configuration file (repeatable); a relative path is read from the working "
+                 "directory");
   bool printConfig = false;
   app.add_flag("--print-config", printConfig,
                "print the configuration and exit: every setting described (what it takes, its default, when a "

@@ -48,8 +48,9 @@ const char* sectionTitle(SettingOwner owner) {
 
 const char* sectionNote(SettingOwner owner) {
   if (owner != SettingOwner::Journal) return nullptr;
-  return "The journal keeps these in its database: `calljournal config set KEY VALUE` changes them while it runs. "
-         "A value given in this file is accepted but not used.";
+  return "The journal keeps these in its database: `calljournal config set KEY VALUE` changes them while it runs "
+         "and they stay so across restarts. A value given in this file is set again at every start and reload "
+         "(SIGHUP), over the one kept; leave them out to keep what config set sets.";
 }
 
 std::string effectSentence(const SettingInfo& setting) {
@@ -91,7 +92,8 @@ std::string configurationText(const std::map<std::string, std::string>& configur
           "Configuration of calljournald: \"key = value\" lines; blanks around key and value are dropped, a value in "
           "double quotes keeps them (\"\" is empty). Lines starting with # are comments. Every setting has a "
           "default: leave out, or leave commented out, what you do not need. An unknown key or a bad value refuses "
-          "the whole file. SIGHUP (kill -HUP) makes the daemon read it again.");
+          "the whole file. A relative path is read from this file's folder. SIGHUP (kill -HUP) makes the daemon "
+          "read it again and log each value that changed.");
   comment(out,
           "Written by `calljournald --print-config`, which prints the values of the file given with --config (and "
           "--set) in this form.");
@@ -114,6 +116,11 @@ std::string settingsSummary() {
   std::size_t width = 0;
   for (std::size_t i = 0; i < count; ++i) width = std::max(width, std::string(table[i].key).size());
   std::ostringstream out;
+  out << "config set: the journal's own settings (call-log-enabled, missed-logging, delete-missed-when-called) are\n"
+         "on or off (also true/false, yes/no; numbers are not taken) and are kept in the journal's database\n"
+         "across restarts. Any other value set here is in force until the daemon stops or reads its\n"
+         "configuration file again (SIGHUP): to keep it, put it in that file. Settings read only at start or\n"
+         "on reload (\"at the next start\", \"on reload\") are refused here: put them in the file.\n\n";
   out << "Settings (calljournald --print-config describes each), and when a change of one applies:\n";
   for (std::size_t i = 0; i < count; ++i) {
     const std::string key = table[i].key, effect = effectText(table[i].effect);

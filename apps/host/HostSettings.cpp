@@ -145,10 +145,29 @@ Settings defaultSettings() {
   return settings;
 }
 
+std::string fileFolder(const std::string& path) {
+  std::string folder = path.substr(0, path.rfind('/') == std::string::npos ? 0 : path.rfind('/'));
+  if (path.rfind('/') == 0) folder = "/";
+  if (!folder.empty() && folder.front() == '/') return folder;
+  char cwd[PATH_MAX];
+  const std::string here = getcwd(cwd, sizeof cwd) ? cwd : ".";
+  const std::string joined = folder.empty() ? here : here + "/" + folder;
+  // "/srv/work/../etc" reads as "/srv/etc" in the values shown and logged.
+  char real[PATH_MAX];
+  return realpath(joined.c_str(), real) ? std::string(real) : joined;
+}
+
 bool readConfiguration(const std::string& path, const std::map<std::string, std::string>& overrides,
-                       std::map<std::string, std::string>& values, Settings& settings, std::string& error) {
+                       std::map<std::string, std::string>& values, Settings& settings, std::string& error,
+                       bool pathsFromFileFolder) {
   values.clear();
   if (!path.empty() && !FileLocalMgmt::readFile(path, values, error)) return false;
+  if (pathsFromFileFolder && !path.empty()) {
+    const std::string folder = fileFolder(path);
+    for (auto& [key, value] : values)
+      if (isPathSetting(key) && !value.empty() && value.front() != '/')
+        value = (folder == "/" ? "" : folder) + "/" + value;
+  }
   for (const auto& [key, value] : overrides) values[key] = value;  // --set stays over the file
   if (!readSettings(values, settings, error)) {
     if (!path.empty()) error = path + ": " + error;

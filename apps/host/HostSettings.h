@@ -38,9 +38,14 @@ Settings defaultSettings();
 
 // The configuration file at `path` (none when empty) with `overrides` over it, checked as
 // readSettings does: its values and the settings made of them. False with a plain message that
-// names the file.
+// names the file. With `pathsFromFileFolder`, a relative path the file gives (database, phonebook,
+// log-file, ...) is made absolute from the file's folder; the overrides' paths are left as given,
+// relative to the working directory as a shell user typed them.
 bool readConfiguration(const std::string& path, const std::map<std::string, std::string>& overrides,
-                       std::map<std::string, std::string>& values, Settings& settings, std::string& error);
+                       std::map<std::string, std::string>& values, Settings& settings, std::string& error,
+                       bool pathsFromFileFolder = false);
+// The folder of the file `path` as an absolute path (relative `path`: from the working directory).
+std::string fileFolder(const std::string& path);
 
 // The phone values in force while the configuration gives none (those the journal needs).
 const std::map<std::string, std::string>& phoneDefaults();

@@ -9,6 +9,7 @@
 #include <type_traits>
 
 #include "Management.h"
+#include "SettingTable.h"
 #include "client_server/ClientServer.h"
 #include "digit_analysis/ConfiguredDigitAnalysis.h"
 #include "csta_link/CstaLinkService.h"
@@ -87,7 +88,7 @@ JournalHost::~JournalHost() { stop(); }
 
 bool JournalHost::configure(const std::string& path, const std::map<std::string, std::string>& overrides,
                             std::string& error) {
-  m_configPath = path;
+  m_configPath = path.empty() || path.front() == '/' ? path : fileFolder(path) + "/" + path.substr(path.rfind('/') + 1);
   m_overrides = overrides;
   std::map<std::string, std::string> values;
   Settings settings;
@@ -104,7 +105,7 @@ bool JournalHost::configure(const std::string& path, const std::map<std::string,
 
 bool JournalHost::readConfiguration(std::map<std::string, std::string>& values, Settings& settings,
                                     std::string& error) const {
-  return host::readConfiguration(m_configPath, m_overrides, values, settings, error);
+  return host::readConfiguration(m_configPath, m_overrides, values, settings, error, true);
 }
 
 bool JournalHost::openLogFile(const std::string& path, std::shared_ptr<fw::LogSink>& sink, std::string& error) {
@@ -156,6 +157,7 @@ bool JournalHost::start(std::string& error) {
   // were held since before the journal started its monitor: a call that ended meanwhile is filed
   // into the lists read here, not into empty ones.
   request(JournalServiceHelper::createMethodRequest(JournalServiceHelper::REFRESH_CALL_LOG));
+  applyJournalSwitches();
   m_parts->csta->releaseEvents();
   if (m_mode == Mode::Daemon && !serveClients(error)) {
     stop();
@@ -279,8 +281,8 @@ void JournalHost::stop() {
 
 // Everything that can refuse the new file is checked before any of it is used: the file itself,
 // every setting and phone value, the log file and the phonebook (whose reload keeps the contacts
-// held before when it fails). Settings other than the log, the mobility URL and the phonebook's
-// contents take effect at the next start.
+// held before when it fails). What changed is logged after the log file is opened again, so the
+// lines are in the file a rotation leaves.
 bool JournalHost::reload(std::string& error) {
   if (m_configPath.empty()) {
     error = "no configuration file to read again";
@@ -290,19 +292,61 @@ bool JournalHost::reload(std::string& error) {
   Settings settings;
   std::shared_ptr<fw::LogSink> sink;
   if (!readConfiguration(values, settings, error)) return false;
-  const bool newLogFile = settings.logFile != m_settings.logFile;
-  if (newLogFile && !settings.logFile.empty() && !openLogFile(settings.logFile, sink, error)) return false;
-  if (!m_settings.phonebook.empty() && !m_parts->phonebook.reload(error)) return false;
+  // Opened again under the same name too: a log rotation renamed the file written so far.
+  if (!settings.logFile.empty() && !openLogFile(settings.logFile, sink, error)) return false;
+  if (!reloadPhonebook(settings.phonebook, error)) return false;
 
+  const std::map<std::string, std::string> before = m_parts->mgmt.values();
+  const std::map<std::string, std::string> waiting = holdStartOnlyValues(before, values);
+  useLogFile(settings.logFile, sink);
+  logConfigurationChanges(before, values, waiting);
+  {
+    fw::MutexLock guard(m_waitingMutex);
+    m_waitingForStart = waiting;
+  }
   m_parts->mgmt.replaceValues(values);
   m_settings.logLevels = settings.logLevels;
   m_settings.mobilityUrl = settings.mobilityUrl;
-  if (newLogFile) useLogFile(settings.logFile, sink);
+  if (!waiting.count("phonebook")) m_settings.phonebook = settings.phonebook;
   applyLogThresholds(m_settings.logLevels);
   if (m_parts->mobility) m_parts->mobility->setUrl(settings.mobilityUrl);
   m_parts->mgmt.drainNotifications();
+  applyJournalSwitches();
   HOSTLOG(4, "configuration %s read again", m_configPath.c_str());
   return true;
+}
+
+bool JournalHost::reloadPhonebook(const std::string& path, std::string& error) {
+  if (path.empty()) return true;  // none configured, or the one loaded kept until the next start
+  if (path == m_settings.phonebook) return m_parts->phonebook.reload(error).has_value();
+  struct stat file {};
+  if (stat(path.c_str(), &file) == 0 && !S_ISREG(file.st_mode)) {
+    error = "phonebook " + path + " is not a file";
+    return false;
+  }
+  return m_parts->phonebook.load(path, error).has_value();
+}
+
+void JournalHost::applyJournalSwitches() {
+  MgmtAgentIfc* agent = m_parts->mgmt.agent(kJournalAgent);
+  if (!agent) return;
+  std::size_t count = 0;
+  const SettingInfo* table = settingTable(count);
+  for (std::size_t i = 0; i < count; ++i) {
+    const char* key = table[i].key;
+    std::string configured, code, current;
+    if (!isJournalSwitch(key) || !m_parts->mgmt.value(key, configured) || configured.empty() ||
+        !journalCode(key, configured, code))
+      continue;
+    ManageableData read(key);
+    agent->getData(read);
+    if (read.interogate(key, current) && current == code) continue;
+    ManageableData data;
+    data.populate(key, code);
+    agent->setData(data);
+    HOSTLOG(4, "configuration: %s changed from %s to %s", key, journalWord(key, current).c_str(),
+            journalWord(key, code).c_str());
+  }
 }
 
 std::string JournalHost::request(const std::string& message) {
@@ -319,7 +363,7 @@ std::string JournalHost::handleManagement(const std::string& message) {
                               std::string error;
                               if (readSettings(m_parts->mgmt.values(), s, error)) applyLogThresholds(s.logLevels);
                             },
-                            [this] { return status(); }};
+                            [this] { return status(); }, m_configPath, [this] { return waitingForStart(); }};
   return answerManagement(message, context);
 }
 

@@ -16,12 +16,19 @@
 
 #include "HostSettings.h"
 #include "Management.h"
+#include "framework/Mutex.h"
 
 namespace fw {
 class LogSink;
 }  // namespace fw
 
 namespace host {
+
+// Logs (level 4) each setting whose value in force changed from `before` to `after`, those in
+// `waiting` as taking effect at the next start; the journal's switches are left out.
+void logConfigurationChanges(const std::map<std::string, std::string>& before,
+                             const std::map<std::string, std::string>& after,
+                             const std::map<std::string, std::string>& waiting);
 
 class JournalHost {
  public:
@@ -32,16 +39,22 @@ class JournalHost {
   JournalHost(const JournalHost&) = delete;
   JournalHost& operator=(const JournalHost&) = delete;
 
-  // Reads the configuration file (none when `path` is empty) and puts `overrides` over it. False
-  // with a plain message (naming the file) for a file, value or log file that cannot be used.
+  // Reads the configuration file (none when `path` is empty) and puts `overrides` over it; the
+  // file's relative paths are read from its folder, the overrides' from the working directory.
+  // False with a plain message (naming the file) for a file, value or log file that cannot be used.
   bool configure(const std::string& path, const std::map<std::string, std::string>& overrides, std::string& error);
   // Starts the services, loads the module and initialises the journal. False with a plain message.
   bool start(std::string& error);
   // Finishes and stops everything; removes the client socket. Idempotent.
   void stop();
-  // Reads the configuration file again (with the overrides over it) and reports each changed value
-  // to its observers. A file that cannot be used as a whole is refused and changes nothing.
+  // Reads the configuration file again (with the overrides over it), reports each changed value to
+  // its observers and logs it (level 4), opens the log file again (a rotation renamed the old one)
+  // and applies the journal's switches the file gives. A changed value that only a start reads
+  // (switch, database, ...) keeps its running value, is logged as waiting for the next start and
+  // shown so by "config get". A file that cannot be used as a whole is refused and changes nothing.
   bool reload(std::string& error);
+  // The configuration file's values that wait for the next start (key -> value). Any thread.
+  std::map<std::string, std::string> waitingForStart() const;
 
   // One request as a client would send it, answered in this process (used by replay).
   std::string request(const std::string& message);
@@ -85,6 +98,14 @@ class JournalHost {
   static void applyLogThresholds(const std::string& levels);
   // Waits until events, timers and configuration notifications queued so far are delivered.
   void settle();
+  // The phonebook of `path` on reload: read again, or a new file loaded.
+  bool reloadPhonebook(const std::string& path, std::string& error);
+  // Keeps the running value of each changed setting that only a start reads (JournalHostReload.cpp);
+  // returns the file's values that wait for the next start.
+  std::map<std::string, std::string> holdStartOnlyValues(const std::map<std::string, std::string>& running,
+                                                         std::map<std::string, std::string>& values) const;
+  // Sets each journal switch the configuration gives to the journal, logging each one that changes.
+  void applyJournalSwitches();
 
   Mode m_mode;
   Settings m_settings = defaultSettings();
@@ -93,6 +114,8 @@ class JournalHost {
   std::unique_ptr<Parts> m_parts;
   std::string m_replayStart;
   bool m_started = false;
+  mutable fw::Mutex m_waitingMutex;  // leaf: guards m_waitingForStart (reload writes, clients read)
+  std::map<std::string, std::string> m_waitingForStart GUARDED_BY(m_waitingMutex);
 };
 
 }  // namespace host

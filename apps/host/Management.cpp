@@ -14,38 +14,56 @@ namespace host {
 
 namespace {
 
-// The journal's answer for `key`, when its agent serves that key.
-bool journalValue(FileLocalMgmt& mgmt, const std::string& key, std::string& value) {
+// The journal's answer for `key` in the agent's code, when its agent serves that key.
+bool journalCodeOf(FileLocalMgmt& mgmt, const std::string& key, std::string& code) {
   MgmtAgentIfc* agent = mgmt.agent(kJournalAgent);
   if (!agent) return false;
   ManageableData data(key);
   agent->getData(data);
-  return data.interogate(key, value);
+  return data.interogate(key, code);
 }
 
 // The configuration file is the user's and may hold any bytes: the reply carries them well-formed.
-void addSetting(pugi::xml_node reply, const std::string& key, const std::string& value, const char* source) {
+pugi::xml_node addSetting(pugi::xml_node reply, const std::string& key, const std::string& value, const char* source) {
   pugi::xml_node setting = reply.append_child("setting");
   setting.append_child("key").text().set(fw::utf8::sanitize(key).c_str());
   setting.append_child("value").text().set(fw::utf8::sanitize(value).c_str());
   setting.append_child("source").text().set(source);
+  return setting;
 }
 
-// Adds `key` with its value and where it comes from; false for a key nobody knows.
+// The configuration file's value of `key` that waits for the next start; "" when none does.
+std::string waitingValue(ManagementContext& c, const std::string& key) {
+  if (!c.waitingForStart) return "";
+  const std::map<std::string, std::string> waiting = c.waitingForStart();
+  auto it = waiting.find(key);
+  return it == waiting.end() ? "" : it->second;
+}
+
+// Adds `key` with the value in force and where it comes from; false for a key nobody knows.
 bool describe(ManagementContext& c, const std::string& key, pugi::xml_node reply) {
   std::string value;
-  if (journalValue(c.mgmt, key, value)) {
-    addSetting(reply, key, value, "journal");
+  pugi::xml_node setting;
+  if (journalCodeOf(c.mgmt, key, value)) {
+    setting = addSetting(reply, key, journalWord(key, value), "journal");
   } else if (c.mgmt.value(key, value)) {
-    addSetting(reply, key, value, "configuration");
+    setting = addSetting(reply, key, value, "configuration");
   } else if (c.mgmt.defaultValue(key, value)) {
-    addSetting(reply, key, value, "default");
-  } else if (const SettingInfo* setting = findSetting(key)) {
-    addSetting(reply, key, defaultValue(*setting), "default");
+    setting = addSetting(reply, key, value, "default");
+  } else if (const SettingInfo* info = findSetting(key)) {
+    setting = addSetting(reply, key, defaultValue(*info), "default");
   } else {
     return false;
   }
+  if (const std::string next = waitingValue(c, key); !next.empty())
+    setting.append_child("atNextStart").text().set(fw::utf8::sanitize(next).c_str());
   return true;
+}
+
+// "put "KEY = VALUE" in FILE": where a value is kept for good.
+std::string keepAdvice(ManagementContext& c, const std::string& key, const std::string& value) {
+  return "put \"" + key + " = " + value + "\" in " +
+         (c.configFile.empty() ? std::string("a configuration file (calljournald --config FILE)") : c.configFile);
 }
 
 std::string finish(pugi::xml_document& doc, pugi::xml_node reply, bool ok, const std::string& reason) {
@@ -79,38 +97,69 @@ std::string get(ManagementContext& c, const std::vector<std::string>& keys) {
   return finish(doc, reply, true, "");
 }
 
+// A value of the journal's own: translated to its agent's code and handed to the agent, which
+// keeps it in the database. A switch set to the value it has is left alone and answered ok.
+std::string setOnJournal(ManagementContext& c, MgmtAgentIfc& agent, const std::string& key, const std::string& value,
+                         const std::string& current) {
+  pugi::xml_document doc;
+  pugi::xml_node reply = doc.append_child("mgmtResponse");
+  std::string error, code;
+  if (!checkSetting(key, value, error)) return finish(doc, reply, false, error);
+  const SettingInfo* setting = findSetting(key);
+  if (value.empty() && setting) return finish(doc, reply, false, key + ": give one of " + setting->kind->takes);
+  journalCode(key, value, code);  // checked above: a switch's word has a code
+  if (!isJournalSwitch(key) || code != current) {
+    ManageableData data;
+    data.populate(key, code);
+    const bool ok = agent.setData(data);
+    std::string reason;
+    for (const auto& r : data.getRejectReasons()) reason += (reason.empty() ? "" : "; ") + r.reason;
+    if (!ok || !reason.empty()) return finish(doc, reply, false, reason.empty() ? "refused by the journal" : reason);
+  }
+  describe(c, key, reply);
+  std::string note;
+  if (isJournalSwitch(key)) {
+    std::string configured;
+    note = "kept in the journal's database";
+    if (c.mgmt.value(key, configured) && !configured.empty() && !sameSettingValue(key, configured, value))
+      note += "; the configuration file gives " + key + " = " + configured +
+              ", which the next start or reload (SIGHUP) applies again";
+  }
+  return finish(doc, reply, true, note);
+}
+
+// The daemon's settings read only at start or on reload cannot be set while it runs: refused with
+// where to put them. Empty when `setting` can be set.
+std::string notSettableNow(ManagementContext& c, const SettingInfo& setting, const std::string& value) {
+  if (setting.owner != SettingOwner::Daemon || setting.effect == SettingEffect::AtOnce) return "";
+  const std::string advice = keepAdvice(c, setting.key, value);
+  if (setting.effect == SettingEffect::OnReload)
+    return std::string(setting.key) + " is read from the configuration file: " + advice + " and send the daemon SIGHUP";
+  return std::string(setting.key) + " is read only when the daemon starts: " + advice + " and restart the daemon";
+}
+
 std::string set(ManagementContext& c, const std::string& key, const std::string& value) {
   pugi::xml_document doc;
   pugi::xml_node reply = doc.append_child("mgmtResponse");
   if (key.empty()) return finish(doc, reply, false, "a setting needs a name");
   std::string current;
-  if (MgmtAgentIfc* agent = c.mgmt.agent(kJournalAgent); agent && journalValue(c.mgmt, key, current)) {
-    ManageableData data;
-    data.populate(key, value);
-    bool ok = agent->setData(data);
-    std::string reason;
-    for (const auto& r : data.getRejectReasons()) reason += (reason.empty() ? "" : "; ") + r.reason;
-    if (!ok || !reason.empty()) return finish(doc, reply, false, reason.empty() ? "refused by the journal" : reason);
-    describe(c, key, reply);
-    return finish(doc, reply, true, "");
-  }
+  if (MgmtAgentIfc* agent = c.mgmt.agent(kJournalAgent); agent && journalCodeOf(c.mgmt, key, current))
+    return setOnJournal(c, *agent, key, value, current);
   // A key or value the daemon could not start with, or reload, is refused here too.
   std::map<std::string, std::string> values = c.mgmt.values();
   values[key] = value;
   Settings checked;
   std::string error;
   if (!readSettings(values, checked, error)) return finish(doc, reply, false, error);
+  const SettingInfo* setting = findSetting(key);
+  if (const std::string refusal = setting ? notSettableNow(c, *setting, value) : ""; !refusal.empty())
+    return finish(doc, reply, false, refusal);
   c.mgmt.setValue(key, value);
   c.mgmt.drainNotifications();
-  std::string note;
-  const SettingInfo* setting = findSetting(key);
-  if (setting && setting->owner == SettingOwner::Daemon) {
-    if (setting->effect != SettingEffect::AtOnce)
-      note = "stored; the daemon uses it from its next start";
-    else if (c.runningSettingsChanged)
-      c.runningSettingsChanged();
-  }
+  if (setting && setting->owner == SettingOwner::Daemon && c.runningSettingsChanged) c.runningSettingsChanged();
   describe(c, key, reply);
+  const std::string note = "in force until the daemon stops or reads its configuration again (SIGHUP); to keep it, " +
+                           keepAdvice(c, key, value);
   return finish(doc, reply, true, note);
 }
 
@@ -173,8 +222,11 @@ bool parseManagementReply(const std::string& text, ManagementReply& reply) {
   reply.ok = std::string(root.child_value("result")) == "ok";
   reply.reason = root.child_value("reason");
   reply.settings.clear();
-  for (pugi::xml_node s : root.children("setting"))
+  reply.atNextStart.clear();
+  for (pugi::xml_node s : root.children("setting")) {
     reply.settings.push_back({s.child_value("key"), s.child_value("value"), s.child_value("source")});
+    if (s.child("atNextStart")) reply.atNextStart[s.child_value("key")] = s.child_value("atNextStart");
+  }
   return true;
 }
 

@@ -1,16 +1,22 @@
 // The daemon's management messages: clients read and change configuration values through them
 // ("calljournal config get|set"). Values the journal serves (call-log-enabled, missed-logging,
-// delete-missed-when-called, clear-calllog) go through the journal's management agent, which may
-// refuse them; every other key and value is checked as the configuration file's are (SettingTable.h),
-// then set as a reload of the configuration file would set it, and its observers are told. Changes
-// are not written back to the file. A setting the configuration does not give shows its default
-// with the source "default". A get of everything gives the table's settings in its order.
+// delete-missed-when-called, clear-calllog) go through the journal's management agent, which keeps
+// them in its database; its switches read and take on/off here, translated to and from the
+// agent's own codes (SettingTable.h). Every other key and value is checked as the configuration
+// file's are, then set as a reload of the configuration file would set it, and its observers are
+// told; such a change lasts until the daemon stops or reads its file again (it is not written
+// back), which the reply's reason says. The daemon's settings read only at start or on reload
+// (switch, database, log-file, ...) are refused: a run-time value of them would never be used.
+// A setting the configuration does not give shows its default with the source "default"; one whose
+// new value in the file waits for the next start carries that value in <atNextStart>. A get of
+// everything gives the table's settings in its order.
 //
 //   <mgmtRequest><operation>get</operation><key>software-type</key>...</mgmtRequest>   (no key: all)
 //   <mgmtRequest><operation>set</operation><key>k</key><value>v</value></mgmtRequest>
 //   <mgmtRequest><operation>status</operation></mgmtRequest>     (what the daemon is doing)
 //   <mgmtResponse><result>ok|failure</result><reason>...</reason>
-//     <setting><key>k</key><value>v</value><source>journal|configuration|default</source></setting>...
+//     <setting><key>k</key><value>v</value><source>journal|configuration|default</source>
+//       [<atNextStart>v2</atNextStart>]</setting>...
 //   </mgmtResponse>
 //
 // Both sides are here: the daemon answers with answerManagement (on the client server's request
@@ -18,6 +24,7 @@
 #pragma once
 
 #include <functional>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -41,6 +48,10 @@ struct ManagementContext {
   std::function<void()> runningSettingsChanged;
   // The daemon's state for "status", one key and value per line (source "status").
   std::function<std::vector<ManagementSetting>()> status;
+  // The configuration file the daemon reads ("": none), named where a reply says how to keep a value.
+  std::string configFile;
+  // The values of the configuration file that wait for the next start (key -> value); may be null.
+  std::function<std::map<std::string, std::string>()> waitingForStart;
 };
 
 std::string answerManagement(const std::string& message, ManagementContext& context);
@@ -49,6 +60,8 @@ struct ManagementReply {
   bool ok = false;
   std::string reason;
   std::vector<ManagementSetting> settings;
+  // Key -> the configuration file's value that waits for the next start (<atNextStart>).
+  std::map<std::string, std::string> atNextStart;
 };
 
 std::string managementGetRequest(const std::vector<std::string>& keys);

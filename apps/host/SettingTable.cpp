@@ -1,9 +1,12 @@
 #include "SettingTable.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdlib>
+#include <vector>
 
 #include "HostSettings.h"
+#include "framework/Logging.h"
 
 namespace host {
 
@@ -21,6 +24,15 @@ bool isPositiveNumber(const std::string& text) {
 }
 
 bool isTrueOrFalse(const std::string& text) { return text == "true" || text == "false"; }
+
+// The words a journal switch takes; numbers are not among them (see kOnOffWords).
+bool isOnWord(const std::string& text) { return text == "on" || text == "true" || text == "yes"; }
+bool isOffWord(const std::string& text) { return text == "off" || text == "false" || text == "no"; }
+bool isOnOrOff(const std::string& text) { return isOnWord(text) || isOffWord(text); }
+
+bool isClearAction(const std::string& text) { return text == "true"; }
+
+bool isLogLevels(const std::string& text) { return fw::checkLogThresholds(text, nullptr); }
 
 bool isCallLogAccess(const std::string& text) { return text == "0" || text == "1" || text == "2"; }
 
@@ -67,16 +79,25 @@ const ValueKind kAllowRemote{"true lets client-tcp listen on an address other th
                              nullptr, nullptr};
 const ValueKind kLogLevels{
     "HANDLE=LEVEL pairs separated by commas, * for every other handle; levels 2 error, 4 notable event, 5 trace, "
-    "6 detail (a list that cannot be read is logged and not used)",
-    nullptr, nullptr};
+    "6 detail (for example: Journal Service=6, *=4)",
+    "is not HANDLE=LEVEL pairs separated by commas with levels from 0 to 9 (for example: Journal Service=6, *=4)",
+    isLogLevels};
 const ValueKind kUrl{"an http://, https:// or file:// URL", nullptr, nullptr};
-const ValueKind kJournalSwitch{"true or false (false empties the call lists)", nullptr, nullptr};
+// The journal's switches are on or off to the user, whatever code the journal's agent keeps for
+// them. Numbers are refused: the agent's codes differ per switch (missed-logging's 0 is on), so a
+// number could mean either.
+#define ON_OFF_REFUSAL "is not on or off (also taken: true/false, yes/no)"
+const ValueKind kJournalSwitch{"on or off (off empties the call lists); also true/false, yes/no", ON_OFF_REFUSAL,
+                               isOnOrOff};
 const ValueKind kMissedLogging{
-    "0 (calls that another device of the line answered are logged as missed) or 1 (they "
-    "are not)",
-    nullptr, nullptr};
-const ValueKind kDeleteMissed{"1 (calling a party back takes its missed entry away) or 0", nullptr, nullptr};
-const ValueKind kClearCallLog{"true empties every call list; a read gives false", nullptr, nullptr};
+    "on (calls that another device of the line answered are logged as missed) or off (they are not); also "
+    "true/false, yes/no",
+    ON_OFF_REFUSAL, isOnOrOff};
+const ValueKind kDeleteMissed{"on (calling a party back takes its missed entry away) or off; also true/false, yes/no",
+                              ON_OFF_REFUSAL, isOnOrOff};
+#undef ON_OFF_REFUSAL
+const ValueKind kClearCallLog{"true empties every call list (an action of config set; a read gives false)",
+                              "is not true (true empties every call list)", isClearAction};
 const ValueKind kStoreState{"read only: ok, or failing since TIME: N changes not stored yet", nullptr, nullptr};
 
 std::string defaultModule() { return programDirectory() + "/../lib/libjournalservice.so"; }
@@ -144,7 +165,7 @@ constexpr SettingInfo kTable[] = {
         .withComputedDefault(defaultDatabase,
                              "/var/lib/calljournal/journal.db as root, else ~/.local/state/calljournal/journal.db")
         .withExample("/var/lib/calljournal/journal.db"),
-    Row("phonebook", O::Daemon, kFile, "", E::AtStart,
+    Row("phonebook", O::Daemon, kFile, "", E::OnReload,
         "The phonebook (CSV or vCard) that names callers; a reload reads it again")
         .withExample("/etc/calljournal/phonebook.csv"),
     Row("feature-access-codes", O::Daemon, kCodes, "", E::AtStart,
@@ -172,17 +193,101 @@ constexpr SettingInfo kTable[] = {
         .withExample("/usr/lib/calljournal/libjournalservice.so"),
 
     // ---- the journal's own, kept in its database
-    Row("call-log-enabled", O::Journal, kJournalSwitch, "true", E::AtOnce, "Whether calls are logged at all"),
-    Row("missed-logging", O::Journal, kMissedLogging, "0", E::AtOnce,
+    Row("call-log-enabled", O::Journal, kJournalSwitch, "on", E::AtOnce, "Whether calls are logged at all"),
+    Row("missed-logging", O::Journal, kMissedLogging, "on", E::AtOnce,
         "Whether calls another device answered count as missed"),
-    Row("delete-missed-when-called", O::Journal, kDeleteMissed, "0", E::AtOnce,
+    Row("delete-missed-when-called", O::Journal, kDeleteMissed, "off", E::AtOnce,
         "Whether calling a party back removes its missed entry"),
     Row("clear-calllog", O::Journal, kClearCallLog, "false", E::AtOnce, "Empties the call lists").unlisted(),
     Row("store-state", O::Journal, kStoreState, "", E::AtOnce, "Whether the database takes the journal's changes")
         .unlisted(),
 };
 
+// The codes the journal's management agent keeps for its switches.
+struct SwitchCodes {
+  const char* key;
+  const char* on;
+  const char* off;
+};
+constexpr SwitchCodes kSwitchCodes[] = {
+    {"call-log-enabled", "true", "false"},
+    {"missed-logging", "0", "1"},  // the agent's code runs the other way round
+    {"delete-missed-when-called", "1", "0"},
+};
+
+const SwitchCodes* switchCodes(const std::string& key) {
+  for (const SwitchCodes& codes : kSwitchCodes)
+    if (key == codes.key) return &codes;
+  return nullptr;
+}
+
+// The edit distance of `a` and `b` (insertions, deletions, substitutions, swaps of neighbours).
+std::size_t editDistance(const std::string& a, const std::string& b) {
+  std::vector<std::vector<std::size_t>> d(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
+  for (std::size_t i = 0; i <= a.size(); ++i) d[i][0] = i;
+  for (std::size_t j = 0; j <= b.size(); ++j) d[0][j] = j;
+  for (std::size_t i = 1; i <= a.size(); ++i)
+    for (std::size_t j = 1; j <= b.size(); ++j) {
+      d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
+      if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
+        d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+    }
+  return d[a.size()][b.size()];
+}
+
 }  // namespace
+
+std::string nearestSetting(const std::string& key) {
+  // A slip of about one letter in four is a typing mistake; beyond that the key is another word.
+  const std::size_t allowed = std::max<std::size_t>(1, std::min<std::size_t>(3, key.size() / 4));
+  std::string best;
+  std::size_t bestDistance = allowed + 1;
+  for (const SettingInfo& setting : kTable) {
+    const std::size_t distance = editDistance(key, setting.key);
+    if (distance < bestDistance) {
+      best = setting.key;
+      bestDistance = distance;
+    }
+  }
+  return best;
+}
+
+std::string unknownSettingText(const std::string& key) {
+  const std::string nearest = nearestSetting(key);
+  if (!nearest.empty()) return "no setting named \"" + key + "\"; did you mean \"" + nearest + "\"?";
+  return "no setting named \"" + key + "\" (calljournald --print-config lists every setting)";
+}
+
+bool isPathSetting(const std::string& key) {
+  const SettingInfo* setting = findSetting(key);
+  return setting && setting->kind == &kFile;
+}
+
+bool isJournalSwitch(const std::string& key) { return switchCodes(key) != nullptr; }
+
+bool journalCode(const std::string& key, const std::string& value, std::string& code) {
+  const SwitchCodes* codes = switchCodes(key);
+  if (!codes) {
+    code = value;
+    return true;
+  }
+  if (!isOnOrOff(value)) return false;
+  code = isOnWord(value) ? codes->on : codes->off;
+  return true;
+}
+
+std::string journalWord(const std::string& key, const std::string& code) {
+  const SwitchCodes* codes = switchCodes(key);
+  if (!codes) return code;
+  if (code == codes->on) return "on";
+  if (code == codes->off) return "off";
+  return code;
+}
+
+bool sameSettingValue(const std::string& key, const std::string& a, const std::string& b) {
+  if (isJournalSwitch(key) && isOnOrOff(a) && isOnOrOff(b)) return isOnWord(a) == isOnWord(b);
+  return a == b;
+}
 
 const SettingInfo* settingTable(std::size_t& count) {
   count = sizeof kTable / sizeof kTable[0];
@@ -198,7 +303,7 @@ const SettingInfo* findSetting(const std::string& key) {
 bool checkSetting(const std::string& key, const std::string& value, std::string& error) {
   const SettingInfo* setting = findSetting(key);
   if (!setting) {
-    error = "no setting named \"" + key + "\" (calljournald --print-config lists every setting)";
+    error = unknownSettingText(key);
     return false;
   }
   if (value.empty() || !setting->kind->accepts || setting->kind->accepts(value)) return true;

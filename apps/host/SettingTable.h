@@ -58,6 +58,25 @@ const SettingInfo* findSetting(const std::string& key);
 // Whether `value` can be used for `key`. False with a plain message naming the key: no setting of
 // that name, or a value its kind refuses. An empty value counts as not given and is taken.
 bool checkSetting(const std::string& key, const std::string& value, std::string& error);
+// The known key nearest to `key` (a slip of a letter or a few): "" when none is near enough.
+std::string nearestSetting(const std::string& key);
+// "no setting named "KEY"; did you mean "NEAR"?" (or, with nothing near, where the settings are listed).
+std::string unknownSettingText(const std::string& key);
+
+// Whether `key` names a file or socket (database, phonebook, log-file, client-socket, module).
+bool isPathSetting(const std::string& key);
+
+// The journal's switches (call-log-enabled, missed-logging, delete-missed-when-called) are on or
+// off to the user in every place (file, --set, config get|set); the journal's management agent
+// keeps a code of its own for each. journalCode: the agent's code of `value` (on/off, true/false,
+// yes/no); false for another word. journalWord: "on" or "off" for the agent's code. Other keys'
+// values pass both unchanged.
+bool isJournalSwitch(const std::string& key);
+bool journalCode(const std::string& key, const std::string& value, std::string& code);
+std::string journalWord(const std::string& key, const std::string& code);
+// Whether `a` and `b` are the same value of `key` ("yes" and "on" of a switch are).
+bool sameSettingValue(const std::string& key, const std::string& a, const std::string& b);
+
 // The value of `setting` while the configuration gives none.
 std::string defaultValue(const SettingInfo& setting);
 // "at once", "on reload", "at the next start".

@@ -69,8 +69,11 @@ TEST_F(ConfigurationFileTest, AnUnknownKeyOrABadValueEndsTheDaemonWithOneLineAnd
   };
   const std::vector<Case> cases = {
       {"colour = blue", "no setting named \"colour\" (calljournald --print-config lists every setting)"},
-      {"monitored-devce = 3100",
-       "no setting named \"monitored-devce\" (calljournald --print-config lists every setting)"},
+      {"monitored-devce = 3100", "no setting named \"monitored-devce\"; did you mean \"monitored-device\"?"},
+      {"missed-logging = 0", "missed-logging: \"0\" is not on or off (also taken: true/false, yes/no)"},
+      {"log-levels = garbage",
+       "log-levels: \"garbage\" is not HANDLE=LEVEL pairs separated by commas with levels from 0 to 9 (for "
+       "example: Journal Service=6, *=4)"},
       {"system-identifier = two", "system-identifier: \"two\" is not a whole number"},
       {"daylight-save = yes", "daylight-save: \"yes\" is neither true nor false"},
       {"disable-access-calllog = 3", "disable-access-calllog: \"3\" is not 0, 1 or 2"},

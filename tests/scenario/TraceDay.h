@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "ScenarioFixture.h"
+#include "SettingTable.h"
 #include "Subprocess.h"
 #include "csta_link/CstaTrace.h"
 #include "csta_link/CstaXml.h"
@@ -155,9 +156,12 @@ class TraceDay : public Scenario {
   static bool isJournalSetting(const std::string& key) {
     return key == "call-log-enabled" || key == "missed-logging" || key == "delete-missed-when-called";
   }
+  // The trace gives the switches in the user's words; the agent takes its own codes.
   void setJournalValue(const std::string& key, const std::string& value) {
+    std::string code;
+    ASSERT_TRUE(host::journalCode(key, value, code)) << key << " = " << value;
     ManageableData data;
-    data.populate(key, value);
+    data.populate(key, code);
     phone->service->setData(data);
   }
 };

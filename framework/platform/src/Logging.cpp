@@ -1,9 +1,14 @@
 #include "framework/Logging.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <map>
 #include <stdexcept>
 
@@ -41,11 +46,21 @@ const char* baseName(const char* path) {
   return slash ? slash + 1 : (path ? path : "");
 }
 
-std::string formatLine(const LogRecord& r) {
-  char head[64];
-  std::snprintf(head, sizeof head, "<%d> ", r.level);
-  return head + r.handle + " " + r.file + ":" + std::to_string(r.line) + " " + r.text;
+std::string body(const LogRecord& r) { return r.handle + " " + r.file + ":" + std::to_string(r.line) + " " + r.text; }
+
+long long nowMs() {
+  using namespace std::chrono;
+  return duration_cast<milliseconds>(system_clock::now().time_since_epoch()).count();
 }
+
+// "TIME LEVEL handle file:line text", the level word padded so that the handles line up.
+std::string readableLine(const LogRecord& r) {
+  char word[16];
+  std::snprintf(word, sizeof word, "%-7s", levelWord(r.level));
+  return localTimeStamp(nowMs()) + " " + word + " " + body(r);
+}
+
+std::string journalLine(const LogRecord& r) { return "<" + std::to_string(syslogPriority(r.level)) + ">" + body(r); }
 
 std::string trim(const std::string& s) {
   size_t b = s.find_first_not_of(" \t");
@@ -58,8 +73,44 @@ std::string trim(const std::string& s) {
 
 LogSink::~LogSink() = default;
 
+int syslogPriority(int level) {
+  if (level <= kLogError) return 3;    // err
+  if (level < kLogNotable) return 4;   // warning
+  if (level == kLogNotable) return 5;  // notice
+  return 7;                            // debug: trace and detail
+}
+
+const char* levelWord(int level) {
+  if (level <= kLogError) return "error";
+  if (level < kLogNotable) return "warning";
+  if (level == kLogNotable) return "notice";
+  return level == kLogTrace ? "trace" : "detail";
+}
+
+bool streamIsJournal(int fd) {
+  const char* stream = std::getenv("JOURNAL_STREAM");
+  unsigned long long device = 0, inode = 0;
+  if (!stream || std::sscanf(stream, "%llu:%llu", &device, &inode) != 2) return false;
+  struct stat info {};
+  return fstat(fd, &info) == 0 && info.st_dev == device && info.st_ino == inode;
+}
+
+std::string localTimeStamp(long long epochMs) {
+  const std::time_t seconds = static_cast<std::time_t>(epochMs / 1000);
+  std::tm local{};
+  localtime_r(&seconds, &local);
+  char date[32], offset[8];
+  std::strftime(date, sizeof date, "%Y-%m-%dT%H:%M:%S", &local);
+  std::strftime(offset, sizeof offset, "%z", &local);  // +hhmm: ISO 8601 writes +hh:mm
+  char stamp[48];
+  std::snprintf(stamp, sizeof stamp, "%s.%03d%.3s:%.2s", date, static_cast<int>(epochMs % 1000), offset, offset + 3);
+  return stamp;
+}
+
+StderrSink::StderrSink() : m_journal(streamIsJournal(2)) {}
+
 void StderrSink::write(const LogRecord& record) {
-  std::string line = formatLine(record);
+  std::string line = m_journal ? journalLine(record) : readableLine(record);
   std::fprintf(stderr, "%s\n", line.c_str());
 }
 
@@ -70,7 +121,7 @@ FileSink::FileSink(const std::string& path) : m_file(std::fopen(path.c_str(), "a
 FileSink::~FileSink() { std::fclose(m_file); }
 
 void FileSink::write(const LogRecord& record) {
-  std::string line = formatLine(record);
+  std::string line = readableLine(record);
   std::fprintf(m_file, "%s\n", line.c_str());
   std::fflush(m_file);
 }
@@ -117,8 +168,9 @@ int logThreshold(const std::string& handle) {
   return thresholdLocked(s, handle.c_str());
 }
 
-bool setLogThresholds(const std::string& spec, std::string* error) {
-  std::map<std::string, int> parsed;
+namespace {
+
+bool parseLogThresholds(const std::string& spec, std::map<std::string, int>& parsed, std::string* error) {
   size_t pos = 0;
   while (pos <= spec.size()) {
     size_t comma = spec.find(',', pos);
@@ -136,6 +188,19 @@ bool setLogThresholds(const std::string& spec, std::string* error) {
     }
     parsed[handle] = static_cast<int>(value);
   }
+  return true;
+}
+
+}  // namespace
+
+bool checkLogThresholds(const std::string& spec, std::string* error) {
+  std::map<std::string, int> parsed;
+  return parseLogThresholds(spec, parsed, error);
+}
+
+bool setLogThresholds(const std::string& spec, std::string* error) {
+  std::map<std::string, int> parsed;
+  if (!parseLogThresholds(spec, parsed, error)) return false;
   for (const auto& [handle, level] : parsed) {
     if (handle == "*")
       setDefaultLogThreshold(level);

@@ -3,7 +3,10 @@
 
 #include <unistd.h>
 #include <cstdio>
+#include <cstdlib>
+#include <ctime>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <thread>
 
@@ -69,9 +72,40 @@ TEST_F(LoggingTest, FileSinkAppendsLines) {
   std::stringstream content;
   content << std::ifstream(path).rdbuf();
   std::remove(path.c_str());
-  EXPECT_EQ(content.str(),
-            "earlier\n<2> Journal Service Journal.cpp:7 first 1\n<4> Journal Service Journal.cpp:8 second\n");
+  // Each line: local time with milliseconds and offset, the level word, handle, place, text.
+  const std::string stamp = R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d)";
+  EXPECT_TRUE(std::regex_match(
+      content.str(), std::regex("earlier\n" + stamp + " error   Journal Service Journal.cpp:7 first 1\n" + stamp +
+                                " notice  Journal Service Journal.cpp:8 second\n")))
+      << content.str();
   EXPECT_THROW(fw::FileSink("/nonexistent-dir/x.log"), std::runtime_error);
+}
+
+// The time stamp of log files and terminals: ISO 8601 local time, the offset with its colon.
+TEST_F(LoggingTest, TimeStampsAreLocalTimeWithMillisecondsAndOffset) {
+  const char* before = std::getenv("TZ");
+  const std::string saved = before ? before : "";
+  const long long epochMs = 1772439304050LL;  // 2026-03-02T08:15:04.050Z
+  setenv("TZ", "CET-1", 1);
+  tzset();
+  EXPECT_EQ("2026-03-02T09:15:04.050+01:00", fw::localTimeStamp(epochMs));
+  setenv("TZ", "EST5", 1);
+  tzset();
+  EXPECT_EQ("2026-03-02T03:15:04.050-05:00", fw::localTimeStamp(epochMs));
+  if (before)
+    setenv("TZ", saved.c_str(), 1);
+  else
+    unsetenv("TZ");
+  tzset();
+}
+
+// journald files each line under the syslog priority its prefix gives.
+TEST_F(LoggingTest, LevelsMapToTheSyslogPrioritiesJournaldReads) {
+  EXPECT_EQ(3, fw::syslogPriority(fw::kLogError));
+  EXPECT_EQ(5, fw::syslogPriority(fw::kLogNotable));
+  EXPECT_EQ(7, fw::syslogPriority(fw::kLogTrace));
+  EXPECT_EQ(7, fw::syslogPriority(fw::kLogDetail));
+  EXPECT_EQ(4, fw::syslogPriority(3));
 }
 
 TEST_F(LoggingTest, ManyThreadsLogWithoutLosingLinesWhileThresholdsChange) {
