@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "Management.h"
 #include "framework/CallItems.h"
 
 namespace cli {
@@ -49,9 +48,6 @@ struct JournalLists {
 std::string toJson(const JournalLists& lists);
 // One aligned table per list read, headed by its name and size (missed also by the unviewed count).
 void printTables(const JournalLists& lists, std::ostream& out);
-
-// {"switch": "...", "store": "...", ...}: the daemon's status lines as one JSON object.
-std::string statusJson(const std::vector<host::ManagementSetting>& lines);
 
 // One observer message as one line: "missed new <id> <number> <name>", "missedCount 3", ...
 // or, with `json`, one JSON object. Empty for a message that cannot be read.
