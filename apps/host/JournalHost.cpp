@@ -220,9 +220,8 @@ bool JournalHost::startServices(std::string& error) {
   p.linkWatchers = std::make_unique<LinkWatchers>(
       m_settings.switchPort ? m_settings.switchHost + ":" + std::to_string(m_settings.switchPort) : "none",
       p.csta->linkState());
-  p.csta->setStateListener([watchers = p.linkWatchers.get()](const fw::CstaLinkService::LinkState& state) {
-    watchers->changed(state);
-  });
+  p.csta->setStateListener(
+      [watchers = p.linkWatchers.get()](const fw::CstaLinkService::LinkState& state) { watchers->changed(state); });
   p.csta->holdEvents();  // until the journal's lists are read (start())
   p.csta->start();
   p.runtime.onStop(fw::JournalRuntime::StopPhase::BeforeModule, [&p] { p.csta->stop(); });  // no more events
@@ -370,9 +369,7 @@ class StatusLines {
   void flag(const char* key, bool value) { add(key, value ? "true" : "false", kTypeBool); }
   void number(const char* key, std::size_t value) { add(key, std::to_string(value), kTypeNumber); }
   void seconds(const char* key, long long value) { add(key, std::to_string(value), kTypeSeconds); }
-  void time(const char* key, std::chrono::system_clock::time_point value) {
-    add(key, isoLocalTime(value), kTypeTime);
-  }
+  void time(const char* key, std::chrono::system_clock::time_point value) { add(key, isoLocalTime(value), kTypeTime); }
   std::vector<ManagementSetting> lines;
 
  private:
@@ -408,7 +405,7 @@ std::vector<ManagementSetting> JournalHost::status() {
   out.time("link-since", link.since);
   if (!link.connected) out.text("link-reason", link.reason);
   out.flag("monitor", link.connected && link.monitors.asked > 0 && link.monitors.running == link.monitors.asked);
-  out.text("monitor-state", link.monitors.asked == 0                         ? "not asked for"
+  out.text("monitor-state", link.monitors.asked == 0                       ? "not asked for"
                             : link.monitors.running == link.monitors.asked ? "running at the switch"
                                                                            : "waiting for the switch");
 
@@ -448,9 +445,9 @@ std::vector<ManagementSetting> JournalHost::status() {
   out.number("clients", p.server ? p.server->connectionCount() : 0);
   out.number("clients-max", static_cast<std::size_t>(m_settings.clientMaxConnections));
   out.time("started", m_startedAt);
-  out.seconds("uptime",
-              std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - m_startedSteady)
-                  .count());
+  out.seconds(
+      "uptime",
+      std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - m_startedSteady).count());
   return out.lines;
 }
 

@@ -164,8 +164,7 @@ std::string managementStatusRequest() {
 }
 
 std::string managementSubscribeLinkRequest() {
-  return std::string("<") + kManagementRequest + "><operation>subscribe-link</operation></" + kManagementRequest +
-         ">";
+  return std::string("<") + kManagementRequest + "><operation>subscribe-link</operation></" + kManagementRequest + ">";
 }
 
 std::string managementSetRequest(const std::string& key, const std::string& value) {

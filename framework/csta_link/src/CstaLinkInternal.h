@@ -206,7 +206,7 @@ struct CstaLinkService::Impl {
   std::deque<std::function<void()>> heldTasks GUARDED_BY(m_linkMutex);
   std::atomic<bool> isConnected{false};  // written under m_linkMutex, read without it
   std::chrono::system_clock::time_point stateSince GUARDED_BY(m_linkMutex);  // of the last change
-  std::string downReason GUARDED_BY(m_linkMutex);  // empty while up
+  std::string downReason GUARDED_BY(m_linkMutex);                            // empty while up
   StateListener stateListener GUARDED_BY(m_linkMutex);
 
   mutable Mutex m_monitorMutex;  // leaf; guards the members below

@@ -26,9 +26,7 @@ void CstaLinkService::start() {
     d.running = true;
     d.events = std::make_shared<WorkQueue>("CSTA events");
     d.stateSince = std::chrono::system_clock::now();
-    d.downReason = d.options.answerLocally ? ""
-                   : d.options.port <= 0   ? "no switch configured"
-                                           : "not reached yet";
+    d.downReason = d.options.answerLocally ? "" : d.options.port <= 0 ? "no switch configured" : "not reached yet";
   }
   if (d.options.answerLocally) {
     CSTA_LOG(kLogNotable, "CSTA service answers requests locally (no switch)");
