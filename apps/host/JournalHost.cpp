@@ -405,7 +405,8 @@ std::vector<ManagementSetting> JournalHost::status() {
   out.time("link-since", link.since);
   if (!link.connected) out.text("link-reason", link.reason);
   out.flag("monitor", link.connected && link.monitors.asked > 0 && link.monitors.running == link.monitors.asked);
-  out.text("monitor-state", link.monitors.asked == 0                       ? "not asked for"
+  out.text("monitor-state", !switchConfigured                              ? "no switch"
+                            : link.monitors.asked == 0                     ? "not asked for"
                             : link.monitors.running == link.monitors.asked ? "running at the switch"
                                                                            : "waiting for the switch");
 
