@@ -63,8 +63,11 @@ class StoreDaemonTest : public DaemonTest {
     })) << daemon->err();
     const Subprocess::Result status = cli({"status", "--json"});
     ASSERT_EQ(0, status.code) << status.err;
-    const std::string store = json::parse(status.out)["store-state"];
+    const json values = json::parse(status.out);
+    const std::string store = values["store-state"];
     EXPECT_EQ(0u, store.find("failing since ")) << store;
+    EXPECT_NE("none", values["store-error"]) << values;  // the store's own words, e.g. "database is locked"
+    EXPECT_TRUE(values["store-error-at"].is_string()) << values;
   }
   // Once the fault is gone: every entry shown is stored, the earlier rows untouched, and the lists
   // come back so after a restart.
