@@ -24,10 +24,10 @@ int watchCommand(const Connection& c, bool json) {
   bool subscribed = false;
   if (!Helper::parseRespBool(reply, subscribed) || !subscribed) return fail("the journal refused the subscription");
   // The link's state comes first (the daemon sends it at once), then each change.
+  // A daemon that went away meanwhile is reported below, after the messages it sent before.
   host::ManagementReply linkReply;
-  if (!client.call(host::managementSubscribeLinkRequest(), reply, error))
-    return fail("the journal daemon did not answer (" + error + ")");
-  if (!host::parseManagementReply(reply, linkReply) || !linkReply.ok)
+  if (!client.call(host::managementSubscribeLinkRequest(), reply, error) ||
+      !host::parseManagementReply(reply, linkReply) || !linkReply.ok)
     std::cerr << "calljournal: the daemon sends no news of the switch link; watching the lists only\n";
   if (!json) std::cerr << "watching the journal; Ctrl-C stops\n";
   for (;;) {

@@ -136,6 +136,14 @@ TEST_F(StatusTest, ADaemonThatCannotBeReachedIsNotFollowing) {
 
 class LinkWatchDaemonTest : public DaemonTest {
  protected:
+  // The link's listener and the watchers run on the daemon's threads: under the thread sanitizer
+  // the daemon reports any race on its stderr.
+  void TearDown() override {
+    if (daemon) {
+      EXPECT_EQ(0u, linesWith(daemon->err(), "ThreadSanitizer").size()) << daemon->err();
+    }
+    DaemonTest::TearDown();
+  }
   std::unique_ptr<Subprocess> watch(const std::vector<std::string>& extra = {}) {
     std::vector<std::string> args = {CALLJOURNAL_PATH, "--socket", socket, "watch"};
     args.insert(args.end(), extra.begin(), extra.end());
