@@ -155,8 +155,8 @@ void CstaLinkService::Impl::dropLink(const std::string& reason) {
   const int delay = scheduleReconnect();
   CSTA_LOG(kLogError, "CSTA link to %s lost (%s); next attempt in %s s", address().c_str(), reason.c_str(),
            seconds(delay).c_str());
-  outageLogged = false;
-  reportState();  // the first attempt that fails says that the switch cannot be reached
+  outageLogged = false;  // the first attempt that fails says that the switch cannot be reached
+  reportState();
 }
 
 void CstaLinkService::Impl::readMore() {

@@ -88,13 +88,14 @@ bool CstaLinkService::connected() const {
 }
 
 CstaLinkService::LinkState CstaLinkService::linkState() const {
+  const Impl& d = *m_impl;
   LinkState state;
   {
-    MutexLock guard(m_impl->m_linkMutex);
-    state.since = m_impl->stateSince;
-    state.reason = m_impl->downReason;
+    MutexLock guard(d.m_linkMutex);
+    state.connected = d.options.answerLocally ? d.running && !d.stopping : d.isConnected.load();
+    state.since = d.stateSince;
+    state.reason = d.downReason;
   }
-  state.connected = connected();
   state.monitors = monitors();
   return state;
 }
@@ -114,14 +115,11 @@ void CstaLinkService::Impl::noteLinkChange(bool up, const std::string& reason) {
 // (a host's watchers) and read the link's state.
 void CstaLinkService::Impl::reportState() {
   StateListener listener;
-  {
-    MutexLock guard(m_linkMutex);
-    listener = stateListener;
-  }
-  if (!listener) return;
   LinkState state;
   {
     MutexLock guard(m_linkMutex);
+    if (!stateListener) return;
+    listener = stateListener;
     state.connected = isConnected;
     state.since = stateSince;
     state.reason = downReason;
