@@ -201,23 +201,6 @@ int configGetCommand(const Connection& c, const std::vector<std::string>& keys) 
   return 0;
 }
 
-int statusCommand(const Connection& c, bool json) {
-  Session s(c);
-  std::string text;
-  host::ManagementReply reply;
-  if (!s.ok() || !s.call(host::managementStatusRequest(), text)) return fail(s.error());
-  if (!host::parseManagementReply(text, reply) || !reply.ok) return fail("the daemon gave no status");
-  if (json) {
-    std::cout << statusJson(reply.settings) << '\n';
-    return 0;
-  }
-  std::size_t width = 0;
-  for (const auto& line : reply.settings) width = std::max(width, line.key.size());
-  for (const auto& line : reply.settings)
-    std::cout << line.key << std::string(width - line.key.size() + 2, ' ') << line.value << '\n';
-  return 0;
-}
-
 int configSetCommand(const Connection& c, const std::string& key, const std::string& value) {
   Session s(c);
   std::string text;

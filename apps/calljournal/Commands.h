@@ -20,6 +20,8 @@ int ageCommand(const Connection& c, const std::string& id);
 int lastDialledCommand(const Connection& c, bool json);
 int refreshCommand(const Connection& c);
 int watchCommand(const Connection& c, bool json);
+// 0 when the journal follows the line, 3 when it does not or the daemon cannot be reached,
+// 1 when the daemon gives no status (Status.cpp).
 int statusCommand(const Connection& c, bool json);
 int configGetCommand(const Connection& c, const std::vector<std::string>& keys);
 int configSetCommand(const Connection& c, const std::string& key, const std::string& value);

@@ -203,12 +203,6 @@ std::string countLine(const char* name, bool ok, unsigned count, bool json) {
 
 }  // namespace
 
-std::string statusJson(const std::vector<host::ManagementSetting>& lines) {
-  ordered_json j = ordered_json::object();
-  for (const auto& line : lines) j[line.key] = line.value;
-  return j.dump(2, ' ', false, ordered_json::error_handler_t::replace);
-}
-
 std::string observerMessageLine(const std::string& msg, bool json) {
   const std::string op = Helper::getObserverOperation(msg);
   unsigned count = 0;

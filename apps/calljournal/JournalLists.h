@@ -8,7 +8,6 @@
 #include <string>
 #include <vector>
 
-#include "Management.h"
 #include "framework/CallItems.h"
 
 namespace cli {
@@ -61,9 +60,6 @@ bool printEntry(const JournalLists& lists, const std::string& entryId, std::ostr
 void keepMatching(JournalLists& lists, const std::string& text);
 // "First Surname", or whichever of the two the entry has.
 std::string partyName(const CallItem& item);
-
-// {"switch": "...", "store": "...", ...}: the daemon's status lines as one JSON object.
-std::string statusJson(const std::vector<host::ManagementSetting>& lines);
 
 // One observer message as one line: "missed new <id> <number> <name>", "missedCount 3", ...
 // or, with `json`, one JSON object. Empty for a message that cannot be read.

@@ -1,9 +1,12 @@
-// "calljournal watch": subscribes and prints every observer message as it arrives, one line
-// each, until the daemon goes away (or the user presses Ctrl-C).
+// "calljournal watch": subscribes to the journal's changes and to the daemon's link messages,
+// and prints each message as it arrives, one line each, until the daemon goes away (or the user
+// presses Ctrl-C).
 #include <iostream>
 
 #include "Commands.h"
 #include "JournalLists.h"
+#include "Management.h"
+#include "Status.h"
 #include "client_server/JournalClient.h"
 #include "framework/JournalServiceHelper.h"
 
@@ -20,6 +23,12 @@ int watchCommand(const Connection& c, bool json) {
     return fail("the journal daemon did not answer (" + error + ")");
   bool subscribed = false;
   if (!Helper::parseRespBool(reply, subscribed) || !subscribed) return fail("the journal refused the subscription");
+  // The link's state comes first (the daemon sends it at once), then each change.
+  // A daemon that went away meanwhile is reported below, after the messages it sent before.
+  host::ManagementReply linkReply;
+  if (!client.call(host::managementSubscribeLinkRequest(), reply, error) ||
+      !host::parseManagementReply(reply, linkReply) || !linkReply.ok)
+    std::cerr << "calljournal: the daemon sends no news of the switch link; watching the lists only\n";
   if (!json) std::cerr << "watching the journal; Ctrl-C stops\n";
   for (;;) {
     std::string message;
@@ -27,7 +36,8 @@ int watchCommand(const Connection& c, bool json) {
       if (error.empty()) continue;
       return fail("the journal daemon closed the connection (" + error + ")");
     }
-    std::string line = observerMessageLine(message, json);
+    std::string line = linkMessageLine(message, json);
+    if (line.empty()) line = observerMessageLine(message, json);
     std::cout << (line.empty() ? "unreadable message: " + message : line) << std::endl;
   }
 }

@@ -1,6 +1,6 @@
 // calljournal: the journal's command-line client. Reads and prunes the lists of a running
 // calljournald, watches its changes, reads and changes its settings, and replays CSTA traces.
-// Exit codes: 0 done, 1 failed, 2 wrong usage.
+// Exit codes: 0 done, 1 failed, 2 wrong usage; status: 3 when the journal does not follow the line.
 #include <signal.h>
 
 #include <CLI/CLI.hpp>
@@ -69,11 +69,18 @@ int main(int argc, char** argv) {
 
   auto* refreshCmd = app.add_subcommand("refresh", "make the journal read its lists from the database again");
 
-  auto* watchCmd = app.add_subcommand("watch", "print every change of the lists as it happens");
+  auto* watchCmd =
+      app.add_subcommand("watch", "print every change of the lists, and of the switch link, as it happens");
   watchCmd->add_flag("--json", json, "one JSON object per line");
 
-  auto* statusCmd = app.add_subcommand("status", "what the daemon is doing: switch, store, clients, lists");
-  statusCmd->add_flag("--json", json, "one JSON object");
+  auto* statusCmd = app.add_subcommand(
+      "status", "whether the journal follows the line: switch link, monitor, lists, store, clients, uptime");
+  statusCmd->add_flag("--json", json, "one JSON object (numbers, booleans, ISO times)");
+  statusCmd->footer(
+      "Exit code: 0 when the journal follows the line (switch link up, monitor running at the switch, lists\n"
+      "loaded); 3 when it does not (also with no switch configured), and when the daemon cannot be reached,\n"
+      "as an LSB status says \"not running\": a health check needs only 0 or not 0; 1 when the daemon\n"
+      "answers but gives no status; 2 for a wrong command line.");
 
   auto* configCmd = app.add_subcommand("config", "read or change the daemon's settings");
   configCmd->require_subcommand(1);

@@ -8,6 +8,8 @@
 #include <deque>
 #include <type_traits>
 
+#include "HostStatus.h"
+#include "LinkWatchers.h"
 #include "Management.h"
 #include "SettingTable.h"
 #include "client_server/ClientServer.h"
@@ -75,6 +77,7 @@ struct JournalHost::Parts {
   FilePhonebook phonebook;
   std::unique_ptr<ConfiguredDigitAnalysis> digits;
   std::unique_ptr<UploadMobilityService> mobility;
+  std::unique_ptr<LinkWatchers> linkWatchers;  // outlives the link and the client server
   std::unique_ptr<fw::CstaLinkService> csta;
   std::unique_ptr<CallLogAccessAgent> accessAgent;
   std::unique_ptr<fw::ClientServer> server;
@@ -152,11 +155,15 @@ bool JournalHost::start(std::string& error) {
     return false;
   }
   m_started = true;
+  m_startedAt = std::chrono::system_clock::now();
+  m_startedSteady = std::chrono::steady_clock::now();
   // The journal reads its lists from the store when a screen first subscribes; a host serves
   // clients that read without subscribing, so the lists are read at once. The switch's events
   // were held since before the journal started its monitor: a call that ended meanwhile is filed
   // into the lists read here, not into empty ones.
-  request(JournalServiceHelper::createMethodRequest(JournalServiceHelper::REFRESH_CALL_LOG));
+  m_listsLoaded = request(JournalServiceHelper::createMethodRequest(JournalServiceHelper::REFRESH_CALL_LOG)) ==
+                  JournalServiceHelper::respBool(true);
+  if (!m_listsLoaded) HOSTLOG(2, "the journal could not read its lists from the database at start");
   applyJournalSwitches();
   m_parts->csta->releaseEvents();
   if (m_mode == Mode::Daemon && !serveClients(error)) {
@@ -212,6 +219,11 @@ bool JournalHost::startServices(std::string& error) {
   link.requestTimeoutMs = m_settings.requestTimeoutMs;
   link.answerLocally = m_mode == Mode::Replay;
   p.csta = std::make_unique<fw::CstaLinkService>(link);
+  p.linkWatchers = std::make_unique<LinkWatchers>(
+      m_settings.switchPort ? m_settings.switchHost + ":" + std::to_string(m_settings.switchPort) : "none",
+      p.csta->linkState());
+  p.csta->setStateListener(
+      [watchers = p.linkWatchers.get()](const fw::CstaLinkService::LinkState& state) { watchers->changed(state); });
   p.csta->holdEvents();  // until the journal's lists are read (start())
   p.csta->start();
   p.runtime.onStop(fw::JournalRuntime::StopPhase::BeforeModule, [&p] { p.csta->stop(); });  // no more events
@@ -262,8 +274,13 @@ bool JournalHost::serveClients(std::string& error) {
   p.server->addProxyFactory(
       kObserverInterface, [plugin] { return plugin->create<Proxy>("createJournalServiceObserverProxy"); },
       JournalServiceHelper::createMethodRequest(JournalServiceHelper::UNSUBSCRIBE));
-  p.server->setHandler(kManagementRequest,
-                       [this](const std::string& message, const std::string&) { return handleManagement(message); });
+  // A connection that asks for link messages gets a watcher; it goes with the connection.
+  LinkWatchers* watchers = p.linkWatchers.get();
+  p.server->addProxyFactory(
+      kLinkWatcherInterface, [watchers]() -> Proxy* { return new LinkWatcher(*watchers); }, std::string());
+  p.server->setHandler(kManagementRequest, [this](const std::string& message, const std::string& clientId) {
+    return handleManagement(message, clientId);
+  });
   return p.server->start(error);
 }
 
@@ -354,7 +371,7 @@ std::string JournalHost::request(const std::string& message) {
   return m_parts->runtime.request(message, reply) ? reply : JournalServiceHelper::FAILURE;
 }
 
-std::string JournalHost::handleManagement(const std::string& message) {
+std::string JournalHost::handleManagement(const std::string& message, const std::string& clientId) {
   // On the client server's request threads, several at once: the levels a set gives are read
   // from the management values and applied, and m_settings (the main thread's) is left alone.
   ManagementContext context{m_parts->mgmt,
@@ -363,65 +380,121 @@ std::string JournalHost::handleManagement(const std::string& message) {
                               std::string error;
                               if (readSettings(m_parts->mgmt.values(), s, error)) applyLogThresholds(s.logLevels);
                             },
-                            [this] { return status(); }, m_configPath, [this] { return waitingForStart(); }};
+                            [this] { return status(); }, m_configPath, [this] { return waitingForStart(); },
+                            clientId,
+                            [this](const std::string& client) {
+                              Parts& p = *m_parts;
+                              return p.server && p.linkWatchers && !client.empty() &&
+                                     p.linkWatchers->subscribe(p.runtime.context(), client);
+                            }};
   return answerManagement(message, context);
 }
 
 namespace {
 
-// "3 entries, 1 not viewed": the size of the list a read reply holds.
+// The number of entries of the list a read reply holds (with `unviewed` also the missed entries
+// not yet viewed); false when the reply is no list.
 template <class Item, class Parse>
-std::string listSize(const std::string& reply, Parse parse, bool countUnviewed = false) {
+bool listSize(const std::string& reply, Parse parse, std::size_t& size, std::size_t* unviewed = nullptr) {
   std::deque<Item> list;
-  if (reply == JournalServiceHelper::FAILURE || !parse(reply, list)) return "not readable";
-  std::string text = std::to_string(list.size()) + (list.size() == 1 ? " entry" : " entries");
+  if (reply == JournalServiceHelper::FAILURE || !parse(reply, list)) return false;
+  size = list.size();
   if constexpr (std::is_same_v<Item, MissedCallItem>) {
-    if (countUnviewed) {
-      const auto unviewed = std::count_if(list.begin(), list.end(), [](const Item& i) { return !i.getViewed(); });
-      text += ", " + std::to_string(unviewed) + " not viewed";
-    }
+    if (unviewed)
+      *unviewed = static_cast<std::size_t>(
+          std::count_if(list.begin(), list.end(), [](const Item& i) { return !i.getViewed(); }));
   }
-  return text;
+  return true;
+}
+
+// Status lines in the order they are added.
+class StatusLines {
+ public:
+  void text(const char* key, const std::string& value) { add(key, value, kTypeText); }
+  void flag(const char* key, bool value) { add(key, value ? "true" : "false", kTypeBool); }
+  void number(const char* key, std::size_t value) { add(key, std::to_string(value), kTypeNumber); }
+  void seconds(const char* key, long long value) { add(key, std::to_string(value), kTypeSeconds); }
+  void time(const char* key, std::chrono::system_clock::time_point value) { add(key, isoLocalTime(value), kTypeTime); }
+  std::vector<ManagementSetting> lines;
+
+ private:
+  void add(const char* key, const std::string& value, const char* type) {
+    lines.push_back({key, value, "status", type});
+  }
+};
+
+// Why the journal does not follow the line; empty when it does.
+std::string notFollowingBecause(bool switchConfigured, const fw::CstaLinkService::LinkState& link, bool listsLoaded) {
+  if (!switchConfigured) return "no switch configured";
+  if (!link.connected) return "the switch link is down (" + link.reason + ")";
+  if (link.monitors.asked == 0) return "no monitor is asked for (call-log access is off)";
+  if (link.monitors.running < link.monitors.asked) return "the monitor does not run at the switch yet";
+  if (!listsLoaded) return "the lists could not be read from the database";
+  return std::string();
 }
 
 }  // namespace
 
 std::vector<ManagementSetting> JournalHost::status() {
   Parts& p = *m_parts;
-  std::vector<ManagementSetting> lines;
-  auto line = [&](const char* key, const std::string& value) { lines.push_back({key, value, "status"}); };
-  if (m_settings.switchPort == 0) {
-    line("switch", "none configured");
-  } else {
-    const std::string where = m_settings.switchHost + ":" + std::to_string(m_settings.switchPort);
-    line("switch", where + (p.csta && p.csta->connected() ? ", connected" : ", not reached (trying again)"));
-    const fw::CstaLinkService::MonitorCount monitors =
-        p.csta ? p.csta->monitors() : fw::CstaLinkService::MonitorCount();
-    line("monitor", monitors.asked == 0                  ? "not asked for"
-                    : monitors.running == monitors.asked ? "running at the switch"
-                                                         : "waiting for the switch");
+  StatusLines out;
+  const bool switchConfigured = m_settings.switchPort != 0 && m_mode == Mode::Daemon;
+  fw::CstaLinkService::LinkState link;
+  if (p.csta) link = p.csta->linkState();
+  const std::string why = notFollowingBecause(switchConfigured, link, m_listsLoaded);
+  out.flag("following", why.empty());
+  if (!why.empty()) out.text("not-following", why);
+
+  out.text("switch", switchConfigured ? m_settings.switchHost + ":" + std::to_string(m_settings.switchPort) : "none");
+  out.flag("link", switchConfigured && link.connected);
+  out.time("link-since", link.since);
+  if (!link.connected) out.text("link-reason", link.reason);
+  out.flag("monitor", link.connected && link.monitors.asked > 0 && link.monitors.running == link.monitors.asked);
+  out.text("monitor-state", !switchConfigured                              ? "no switch"
+                            : link.monitors.asked == 0                     ? "not asked for"
+                            : link.monitors.running == link.monitors.asked ? "running at the switch"
+                                                                           : "waiting for the switch");
+
+  out.flag("lists-loaded", m_listsLoaded);
+  auto read = [this](int method) { return request(JournalServiceHelper::createMethodRequest(method)); };
+  std::size_t size = 0, unviewed = 0;
+  if (listSize<MissedCallItem>(read(JournalServiceHelper::GET_MISSED_CALL_LIST),
+                               JournalServiceHelper::parseXMLMissedCallList, size, &unviewed)) {
+    out.number("missed", size);
+    out.number("missed-unviewed", unviewed);
   }
-  std::string store = "unknown";
+  if (listSize<ReceivedCallItem>(read(JournalServiceHelper::GET_RECEIVED_CALL_LIST),
+                                 JournalServiceHelper::parseXMLReceivedCallList, size))
+    out.number("received", size);
+  if (listSize<DialledCallItem>(read(JournalServiceHelper::GET_DIALLED_CALL_LIST),
+                                JournalServiceHelper::parseXMLDialledCallList, size))
+    out.number("dialled", size);
+  if (listSize<ForwardedCallItem>(read(JournalServiceHelper::GET_FORWARDED_CALL_LIST),
+                                  JournalServiceHelper::parseXMLForwardedCallList, size))
+    out.number("forwarded", size);
+  if (listSize<CallBackItem>(read(JournalServiceHelper::GET_CALL_BACK_LIST), JournalServiceHelper::parseXMLCallBackList,
+                             size))
+    out.number("callbacks", size);
+
+  out.text("store", m_settings.database);
+  std::string storeState = "unknown";
   if (MgmtAgentIfc* agent = p.mgmt.agent(kJournalAgent)) {
     ManageableData data("store-state");
     agent->getData(data);
-    data.interogate("store-state", store);
+    data.interogate("store-state", storeState);
   }
-  line("store", store + " (" + m_settings.database + ")");
-  line("clients", std::to_string(p.server ? p.server->connectionCount() : 0) + " connected, at most " +
-                      std::to_string(m_settings.clientMaxConnections));
-  auto read = [this](int method) { return request(JournalServiceHelper::createMethodRequest(method)); };
-  line("missed", listSize<MissedCallItem>(read(JournalServiceHelper::GET_MISSED_CALL_LIST),
-                                          JournalServiceHelper::parseXMLMissedCallList, true));
-  line("received", listSize<ReceivedCallItem>(read(JournalServiceHelper::GET_RECEIVED_CALL_LIST),
-                                              JournalServiceHelper::parseXMLReceivedCallList));
-  line("dialled", listSize<DialledCallItem>(read(JournalServiceHelper::GET_DIALLED_CALL_LIST),
-                                            JournalServiceHelper::parseXMLDialledCallList));
-  line("forwarded", listSize<ForwardedCallItem>(read(JournalServiceHelper::GET_FORWARDED_CALL_LIST),
-                                                JournalServiceHelper::parseXMLForwardedCallList));
-  line("callbacks", listSize<CallBackItem>(read(JournalServiceHelper::GET_CALL_BACK_LIST),
-                                           JournalServiceHelper::parseXMLCallBackList));
-  return lines;
+  out.text("store-state", storeState);
+  const SqliteDataAccessService::LastError storeError = p.store.lastError();
+  out.text("store-error", storeError.text.empty() ? "none" : storeError.text);
+  if (!storeError.text.empty()) out.time("store-error-at", storeError.at);
+
+  out.number("clients", p.server ? p.server->connectionCount() : 0);
+  out.number("clients-max", static_cast<std::size_t>(m_settings.clientMaxConnections));
+  out.time("started", m_startedAt);
+  out.seconds(
+      "uptime",
+      std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - m_startedSteady).count());
+  return out.lines;
 }
 
 bool JournalHost::setLocalTime(const std::string& localTime, std::string& error) {

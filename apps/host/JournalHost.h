@@ -9,6 +9,8 @@
 // own threads. Owns everything it makes; stop() (or the destructor) takes it down in order.
 #pragma once
 
+#include <atomic>
+#include <chrono>
 #include <map>
 #include <memory>
 #include <string>
@@ -58,9 +60,12 @@ class JournalHost {
 
   // One request as a client would send it, answered in this process (used by replay).
   std::string request(const std::string& message);
-  // Answers a management message ("config get" / "config set" / "status").
-  std::string handleManagement(const std::string& message);
-  // What the daemon is doing: the switch link and monitor, the store, the clients, the lists.
+  // Answers a management message ("config get" / "config set" / "status" / "subscribe-link") of
+  // the client `clientId` (empty: this process).
+  std::string handleManagement(const std::string& message, const std::string& clientId = std::string());
+  // What the daemon is doing, one typed line per key (docs/protocol.md): whether it follows the
+  // line, the switch link and since when, the monitor, the lists, the store and its last error,
+  // the clients, the uptime. Any thread.
   std::vector<ManagementSetting> status();
 
   // Replay: where the phone's clock stands when the journal starts (before start()).
@@ -116,6 +121,10 @@ class JournalHost {
   bool m_started = false;
   mutable fw::Mutex m_waitingMutex;  // leaf: guards m_waitingForStart (reload writes, clients read)
   std::map<std::string, std::string> m_waitingForStart GUARDED_BY(m_waitingMutex);
+  // Set by start(), before clients are served.
+  std::chrono::system_clock::time_point m_startedAt;
+  std::chrono::steady_clock::time_point m_startedSteady;
+  std::atomic<bool> m_listsLoaded{false};  // the lists were read from the store at start
 };
 
 }  // namespace host

@@ -24,11 +24,13 @@ bool journalCodeOf(FileLocalMgmt& mgmt, const std::string& key, std::string& cod
 }
 
 // The configuration file is the user's and may hold any bytes: the reply carries them well-formed.
-pugi::xml_node addSetting(pugi::xml_node reply, const std::string& key, const std::string& value, const char* source) {
+pugi::xml_node addSetting(pugi::xml_node reply, const std::string& key, const std::string& value, const char* source,
+                          const std::string& type = std::string()) {
   pugi::xml_node setting = reply.append_child("setting");
   setting.append_child("key").text().set(fw::utf8::sanitize(key).c_str());
   setting.append_child("value").text().set(fw::utf8::sanitize(value).c_str());
   setting.append_child("source").text().set(source);
+  if (!type.empty()) setting.append_child("type").text().set(type.c_str());
   return setting;
 }
 
@@ -179,14 +181,21 @@ std::string answerManagement(const std::string& message, ManagementContext& cont
     pugi::xml_document out;
     pugi::xml_node reply = out.append_child("mgmtResponse");
     if (context.status)
-      for (const ManagementSetting& line : context.status()) addSetting(reply, line.key, line.value, "status");
+      for (const ManagementSetting& line : context.status())
+        addSetting(reply, line.key, line.value, "status", line.type);
     return finish(out, reply, true, "");
+  }
+  if (operation == "subscribe-link") {
+    pugi::xml_document out;
+    const bool ok = context.subscribeLink && context.subscribeLink(context.clientId);
+    return finish(out, out.append_child("mgmtResponse"), ok, ok ? "" : "link messages are not served here");
   }
   if (operation == "set" && keys.size() == 1 && root.child("value"))
     return set(context, keys[0], fw::utf8::sanitize(root.child_value("value")));
   pugi::xml_document out;
   return finish(out, out.append_child("mgmtResponse"), false,
-                "not a management request: expected get with keys, set with one key and a value, or status");
+                "not a management request: expected get with keys, set with one key and a value, status or "
+                "subscribe-link");
 }
 
 std::string managementGetRequest(const std::vector<std::string>& keys) {
@@ -201,6 +210,10 @@ std::string managementGetRequest(const std::vector<std::string>& keys) {
 
 std::string managementStatusRequest() {
   return std::string("<") + kManagementRequest + "><operation>status</operation></" + kManagementRequest + ">";
+}
+
+std::string managementSubscribeLinkRequest() {
+  return std::string("<") + kManagementRequest + "><operation>subscribe-link</operation></" + kManagementRequest + ">";
 }
 
 std::string managementSetRequest(const std::string& key, const std::string& value) {
@@ -224,7 +237,8 @@ bool parseManagementReply(const std::string& text, ManagementReply& reply) {
   reply.settings.clear();
   reply.atNextStart.clear();
   for (pugi::xml_node s : root.children("setting")) {
-    reply.settings.push_back({s.child_value("key"), s.child_value("value"), s.child_value("source")});
+    reply.settings.push_back(
+        {s.child_value("key"), s.child_value("value"), s.child_value("source"), s.child_value("type")});
     if (s.child("atNextStart")) reply.atNextStart[s.child_value("key")] = s.child_value("atNextStart");
   }
   return true;

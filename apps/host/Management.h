@@ -14,10 +14,13 @@
 //   <mgmtRequest><operation>get</operation><key>software-type</key>...</mgmtRequest>   (no key: all)
 //   <mgmtRequest><operation>set</operation><key>k</key><value>v</value></mgmtRequest>
 //   <mgmtRequest><operation>status</operation></mgmtRequest>     (what the daemon is doing)
+//   <mgmtRequest><operation>subscribe-link</operation></mgmtRequest>  (link messages, HostStatus.h)
 //   <mgmtResponse><result>ok|failure</result><reason>...</reason>
 //     <setting><key>k</key><value>v</value><source>journal|configuration|default</source>
 //       [<atNextStart>v2</atNextStart>]</setting>...
 //   </mgmtResponse>
+// A status line has the source "status" and a <type> (HostStatus.h: bool, number, seconds, time,
+// text).
 //
 // Both sides are here: the daemon answers with answerManagement (on the client server's request
 // threads, for several clients at once), the command-line client builds requests and reads replies.
@@ -40,6 +43,7 @@ constexpr const char* kJournalAgent = "JournalMgmtId";
 
 struct ManagementSetting {
   std::string key, value, source;
+  std::string type;  // status lines only: how the value reads (HostStatus.h)
 };
 
 struct ManagementContext {
@@ -52,6 +56,10 @@ struct ManagementContext {
   std::string configFile;
   // The values of the configuration file that wait for the next start (key -> value); may be null.
   std::function<std::map<std::string, std::string>()> waitingForStart;
+  // The connection that sent the message, and how it subscribes to link messages (false when it
+  // cannot: no watcher for it).
+  std::string clientId;
+  std::function<bool(const std::string& clientId)> subscribeLink;
 };
 
 std::string answerManagement(const std::string& message, ManagementContext& context);
@@ -66,6 +74,7 @@ struct ManagementReply {
 
 std::string managementGetRequest(const std::vector<std::string>& keys);
 std::string managementStatusRequest();
+std::string managementSubscribeLinkRequest();
 std::string managementSetRequest(const std::string& key, const std::string& value);
 // False when the text is not a management reply.
 bool parseManagementReply(const std::string& text, ManagementReply& reply);

@@ -63,8 +63,11 @@ class StoreDaemonTest : public DaemonTest {
     })) << daemon->err();
     const Subprocess::Result status = cli({"status", "--json"});
     ASSERT_EQ(0, status.code) << status.err;
-    const std::string store = json::parse(status.out)["store"];
+    const json values = json::parse(status.out);
+    const std::string store = values["store-state"];
     EXPECT_EQ(0u, store.find("failing since ")) << store;
+    EXPECT_NE("none", values["store-error"]) << values;  // the store's own words, e.g. "database is locked"
+    EXPECT_TRUE(values["store-error-at"].is_string()) << values;
   }
   // Once the fault is gone: every entry shown is stored, the earlier rows untouched, and the lists
   // come back so after a restart.
@@ -82,7 +85,8 @@ class StoreDaemonTest : public DaemonTest {
     EXPECT_NE(daemon->err().find("the store works again"), std::string::npos) << daemon->err();
     const Subprocess::Result status = cli({"status", "--json"});
     ASSERT_EQ(0, status.code) << status.err;
-    EXPECT_EQ("ok (" + db + ")", json::parse(status.out)["store"]);
+    EXPECT_EQ("ok", json::parse(status.out)["store-state"]);
+    EXPECT_EQ(db, json::parse(status.out)["store"]);
     const json before = lists();
     restartDaemon();
     EXPECT_EQ(lists(), before);

@@ -28,7 +28,11 @@ long long nowMs() {
 
 long long deadlineAfter(int timeoutMs) { return timeoutMs < 0 ? -1 : nowMs() + timeoutMs; }
 
-bool isEvent(const std::string& payload) { return clientserver::rootElementName(payload) == "journalEvent"; }
+// The journal's observer messages and the host's own (its link messages) come unasked.
+bool isEvent(const std::string& payload) {
+  const std::string root = clientserver::rootElementName(payload);
+  return root == "journalEvent" || root == "hostEvent";
+}
 
 int connectUnix(const std::string& path, std::string& reason) {
   sockaddr_un address{};

@@ -112,6 +112,10 @@ struct CstaLinkService::Impl {
   // to start the monitors that do not run, with growing delays (logged with `reason`).
   void scheduleMonitorRetry(const std::string& reason);
   std::string address() const;
+  // I/O thread, no lock held: tells the state listener what the link is now.
+  void reportState();
+  // Records a change of the link (under m_linkMutex): up, or down for `reason`.
+  void noteLinkChange(bool up, const std::string& reason) REQUIRES(m_linkMutex);
 
   asio::io_context io;
   std::optional<asio::executor_work_guard<asio::io_context::executor_type>> work;
@@ -201,6 +205,9 @@ struct CstaLinkService::Impl {
   // Posted while held or releasing, in order.
   std::deque<std::function<void()>> heldTasks GUARDED_BY(m_linkMutex);
   std::atomic<bool> isConnected{false};  // written under m_linkMutex, read without it
+  std::chrono::system_clock::time_point stateSince GUARDED_BY(m_linkMutex);  // of the last change
+  std::string downReason GUARDED_BY(m_linkMutex);                            // empty while up
+  StateListener stateListener GUARDED_BY(m_linkMutex);
 
   mutable Mutex m_monitorMutex;  // leaf; guards the members below
   std::vector<Monitor> monitors GUARDED_BY(m_monitorMutex);

@@ -51,6 +51,10 @@ void CstaLinkService::Impl::connectFailed(const std::string& reason) {
   asio::error_code ignored;
   socket.close(ignored);
   const int delay = scheduleReconnect();
+  {
+    MutexLock guard(m_linkMutex);
+    downReason = reason;  // still down since the last change; this is why now
+  }
   if (!outageLogged) {
     CSTA_LOG(kLogError, "CSTA link: the switch at %s cannot be reached (%s); next attempt in %s s", address().c_str(),
              reason.c_str(), seconds(delay).c_str());
@@ -117,11 +121,12 @@ void CstaLinkService::Impl::onConnected() {
   {
     MutexLock guard(m_linkMutex);
     linkGeneration = generation;
-    isConnected = true;
+    noteLinkChange(true, "");
     firstAttemptDone = true;
   }
   m_linkCv.notifyAll();
   post([this, isReturn] { resumeSession(isReturn); });
+  reportState();
   readMore();
 }
 
@@ -133,7 +138,7 @@ void CstaLinkService::Impl::dropLink(const std::string& reason) {
   writeQueue.clear();
   {
     MutexLock guard(m_linkMutex);
-    isConnected = false;
+    noteLinkChange(false, reason);
     for (auto& [id, request] : pending) {
       request->done = true;
       request->code = kCstaLinkDropped;
@@ -151,6 +156,7 @@ void CstaLinkService::Impl::dropLink(const std::string& reason) {
   CSTA_LOG(kLogError, "CSTA link to %s lost (%s); next attempt in %s s", address().c_str(), reason.c_str(),
            seconds(delay).c_str());
   outageLogged = false;  // the first attempt that fails says that the switch cannot be reached
+  reportState();
 }
 
 void CstaLinkService::Impl::readMore() {

@@ -178,12 +178,17 @@ CstaLinkService::Impl::Answer CstaLinkService::Impl::startAtSwitch(const Claim& 
 void CstaLinkService::Impl::monitorAnswered(unsigned serial, const std::string& answerXml) {
   const std::string id = startedId(link::parseResponse("MonitorStart", answerXml).get());
   if (id.empty()) return;
-  MutexLock guard(m_monitorMutex);
-  for (Monitor& m : monitors) {
-    if (m.serial != serial) continue;
-    m.currentId = id;
-    if (m.moduleId.empty()) m.moduleId = id;
+  bool nowRunning = false;
+  {
+    MutexLock guard(m_monitorMutex);
+    for (Monitor& m : monitors) {
+      if (m.serial != serial) continue;
+      nowRunning = m.currentId.empty();
+      m.currentId = id;
+      if (m.moduleId.empty()) m.moduleId = id;
+    }
   }
+  if (nowRunning) reportState();
 }
 
 void CstaLinkService::Impl::monitorStop(CSTAMonitorStopRequest& request) {

@@ -25,6 +25,8 @@ void CstaLinkService::start() {
     if (d.running) return;
     d.running = true;
     d.events = std::make_shared<WorkQueue>("CSTA events");
+    d.stateSince = std::chrono::system_clock::now();
+    d.downReason = d.options.answerLocally ? "" : d.options.port <= 0 ? "no switch configured" : "not reached yet";
   }
   if (d.options.answerLocally) {
     CSTA_LOG(kLogNotable, "CSTA service answers requests locally (no switch)");
@@ -83,6 +85,53 @@ bool CstaLinkService::connected() const {
     return d.running && !d.stopping;
   }
   return d.isConnected;
+}
+
+CstaLinkService::LinkState CstaLinkService::linkState() const {
+  const Impl& d = *m_impl;
+  LinkState state;
+  {
+    MutexLock guard(d.m_linkMutex);
+    state.connected = d.options.answerLocally ? d.running && !d.stopping : d.isConnected.load();
+    state.since = d.stateSince;
+    state.reason = d.downReason;
+  }
+  state.monitors = monitors();
+  return state;
+}
+
+void CstaLinkService::setStateListener(StateListener listener) {
+  MutexLock guard(m_impl->m_linkMutex);
+  m_impl->stateListener = std::move(listener);
+}
+
+void CstaLinkService::Impl::noteLinkChange(bool up, const std::string& reason) {
+  isConnected = up;
+  stateSince = std::chrono::system_clock::now();
+  downReason = up ? std::string() : reason;
+}
+
+// The listener is copied under the lock and called without it: it may take locks of its own
+// (a host's watchers) and read the link's state.
+void CstaLinkService::Impl::reportState() {
+  StateListener listener;
+  LinkState state;
+  {
+    MutexLock guard(m_linkMutex);
+    if (!stateListener) return;
+    listener = stateListener;
+    state.connected = isConnected;
+    state.since = stateSince;
+    state.reason = downReason;
+  }
+  {
+    MutexLock guard(m_monitorMutex);
+    for (const Monitor& m : monitors) {
+      ++state.monitors.asked;
+      if (!m.currentId.empty()) ++state.monitors.running;
+    }
+  }
+  listener(state);
 }
 
 CstaLinkService::MonitorCount CstaLinkService::monitors() const {

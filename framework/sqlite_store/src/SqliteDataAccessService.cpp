@@ -173,6 +173,7 @@ bool SqliteDataAccessService::open(const std::string& path, Durability durabilit
   auto store = std::make_unique<sqlitestore::Store>();
   if (!store->open(path, durability, error)) {
     logAppUni(kLogHandle, __FILE__, fw::kLogError, __LINE__, "Cannot open the store: %s", error.c_str());
+    noteError(error);
     return false;
   }
   m_store = std::move(store);
@@ -201,5 +202,16 @@ std::string SqliteDataAccessService::processRequest(const std::string& request) 
     }
   }
   logAppUni(kLogHandle, __FILE__, fw::kLogError, __LINE__, "Store request failed: %s", why.c_str());
+  noteError(why);
   return "failed";
+}
+
+void SqliteDataAccessService::noteError(const std::string& text) {
+  m_lastError.text = text;
+  m_lastError.at = std::chrono::system_clock::now();
+}
+
+SqliteDataAccessService::LastError SqliteDataAccessService::lastError() {
+  CriticalSection guard(m_lock);
+  return m_lastError;
 }

@@ -1,6 +1,7 @@
 // A small blocking client of the client server (ClientServer.h): connects over a Unix socket or
 // TCP, sends framed messages and waits for their replies. Observer messages (root element
-// `journalEvent`) that arrive while a reply is awaited are kept, in order, for nextEvent.
+// `journalEvent`, or `hostEvent` for the daemon's own) that arrive while a reply is awaited are
+// kept, in order, for nextEvent.
 //
 // One thread at a time: the client has no lock of its own.
 #pragma once

@@ -23,19 +23,26 @@
 // registered before its MonitorStart goes out and gets the switch's id as the answer is read, so
 // that events right behind the answer reach it.
 //
+// State listener: setStateListener() is told on the I/O thread of every change the link sees
+// itself: the link is up, it dropped, a monitor started running at the switch. No lock of the link
+// is held while it runs; it must not block and must not send requests through the link.
+//
 // Reconnects and monitor retries wait reconnectInitialMs, doubling after each failed attempt up to
 // reconnectMaxMs; a successful connection resets both delays.
 //
 // Locks (all leaves: none is held while another is taken, while a module's sink is called, while
 // waiting for an answer, or during socket work):
 //   Impl::m_linkMutex     guards the pending requests, the invoke id counter, the connection flags,
-//                         the event queue pointer and the held events.
+//                         the time and reason of the last change, the state listener, the event
+//                         queue pointer and the held events.
 //   Impl::m_monitorMutex  guards the monitors and the system-status registrants.
 // Everything else of the link (socket, decoder, write queue, reconnect and monitor retry delays and
 // timers) belongs to the I/O thread alone.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -111,6 +118,21 @@ class CstaLinkService : public Service, public CSTAServiceIfc {
     std::size_t running = 0;
   };
   MonitorCount monitors() const;
+
+  // The link as a status shows it: up or down, since when, why it is down, and the monitors.
+  struct LinkState {
+    bool connected = false;
+    // When the link took this state; for a link that was never up, when start() ran.
+    std::chrono::system_clock::time_point since;
+    // Why the link is down: the drop or the failed attempt last seen; empty while it is up.
+    std::string reason;
+    MonitorCount monitors;
+  };
+  LinkState linkState() const;
+  // Called on the I/O thread after each change: connected, dropped, a monitor now running at the
+  // switch. Set it before start(); an empty function turns it off.
+  using StateListener = std::function<void(const LinkState&)>;
+  void setStateListener(StateListener listener);
 
   // Stops the monitors whose start was reported to their module as failed and that the link
   // started later on its own: the module holds no id of them and so cannot stop them itself. A

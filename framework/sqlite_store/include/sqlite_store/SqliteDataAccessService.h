@@ -24,6 +24,7 @@
 // mutex aside).
 #pragma once
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -66,9 +67,20 @@ class SqliteDataAccessService : public Service, public DataAccessServiceIfc {
 
   std::string processRequest(const std::string& request) override;
 
+  // The last failure of the store (a request or an open that failed) and when it happened; kept
+  // after the store works again. `text` is empty when nothing has failed since construction.
+  struct LastError {
+    std::string text;
+    std::chrono::system_clock::time_point at;
+  };
+  LastError lastError();
+
  private:
+  void noteError(const std::string& text) REQUIRES(m_lock);
+
   Semaphore m_lock;  // leaf lock, see above
   Durability m_durability GUARDED_BY(m_lock);
+  LastError m_lastError GUARDED_BY(m_lock);
   std::unique_ptr<sqlitestore::Store> m_store GUARDED_BY(m_lock);  // null while closed
 };
 
