@@ -1,3 +1,4 @@
+// cstaswitchsim --version
 // cstaswitchsim --port N [--trace FILE] [--delay-ms N] [--first-event N] [--at-monitor-start FILE]
 //               [--escape-delay-ms N]
 //
@@ -37,7 +38,8 @@ constexpr const char* kOptions =
     "  --first-event N          play from event number N on, counted from 0 (default 0)\n"
     "  --at-monitor-start FILE  events sent in the same write as every MonitorStart answer\n"
     "  --escape-delay-ms N      answer each Escape request (a report to the switch's call log) N ms\n"
-    "                           late, as a slow switch does (default 0: at once)\n";
+    "                           late, as a slow switch does (default 0: at once)\n"
+    "  --version                print the version and exit\n";
 
 int usage(const char* program) {
   std::fprintf(stderr, kUsage, program);
@@ -47,6 +49,11 @@ int usage(const char* program) {
 int help(const char* program) {
   std::printf(kUsage, program);
   std::printf("%s", kOptions);
+  return 0;
+}
+
+int version() {
+  std::printf("cstaswitchsim %s\n", JOURNAL_VERSION);
   return 0;
 }
 
@@ -63,6 +70,7 @@ int main(int argc, char** argv) {
   for (int i = 1; i < argc; ++i) {
     const bool hasValue = i + 1 < argc;
     if (std::strcmp(argv[i], "--help") == 0) return help(argv[0]);
+    if (std::strcmp(argv[i], "--version") == 0) return version();
     if (std::strcmp(argv[i], "--port") == 0 && hasValue) {
       options.port = std::atoi(argv[++i]);
       havePort = true;
