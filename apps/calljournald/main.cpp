@@ -1,6 +1,7 @@
 // calljournald: the call journal daemon. Follows the phone's line at the switch, keeps the lists
 // in its database and serves clients on a Unix socket until SIGTERM or SIGINT; SIGHUP reads the
 // configuration file again. --print-config prints the configuration, every setting described.
+// Started by systemd (Type=notify), it reports readiness, reloads and its stop (sd_notify).
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
