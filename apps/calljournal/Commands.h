@@ -26,6 +26,10 @@ int statusCommand(const Connection& c, bool json);
 int configGetCommand(const Connection& c, const std::vector<std::string>& keys);
 int configSetCommand(const Connection& c, const std::string& key, const std::string& value);
 
+// Waits until the daemon answers a request at `c` (its socket may appear later): 0 then, 1 with a
+// plain line when `timeoutSeconds` have passed.
+int waitCommand(const Connection& c, int timeoutSeconds);
+
 struct ReplayOptions {
   std::string trace, config, phonebook, database;
   bool json = false;

@@ -31,6 +31,7 @@ int main(int argc, char** argv) {
                "calljournal"};
   app.require_subcommand(1);
   app.fallthrough();  // options of the program (--socket) also after the command
+  app.set_version_flag("--version", "calljournal " JOURNAL_VERSION, "print the version and exit");
   cli::Connection connection{defaultAddress()};
   app.add_option("--socket", connection.address,
                  "the daemon's socket: a path, unix:PATH or tcp:HOST:PORT (default $CALLJOURNAL_SOCKET or " +
@@ -93,6 +94,11 @@ int main(int argc, char** argv) {
   setCmd->add_option("key", key, "setting name")->required();
   setCmd->add_option("value", value, "new value")->required();
 
+  int waitSeconds = 30;
+  auto* waitCmd = app.add_subcommand(
+      "wait", "wait until the daemon answers on its socket (which may not exist yet); exit code 1 when the time is up");
+  waitCmd->add_option("--timeout", waitSeconds, "seconds to wait (default 30)")->check(CLI::PositiveNumber);
+
   cli::ReplayOptions replay;
   auto* replayCmd = app.add_subcommand("replay", "run the journal on a CSTA trace and print the lists");
   replayCmd->add_option("trace", replay.trace, "trace file (<cstaTrace>)")->required()->check(CLI::ExistingFile);
@@ -124,6 +130,7 @@ int main(int argc, char** argv) {
     if (*getCmd) return cli::configGetCommand(connection, keys);
     if (*setCmd) return cli::configSetCommand(connection, key, value);
     if (*replayCmd) return cli::replayCommand(replay);
+    if (*waitCmd) return cli::waitCommand(connection, waitSeconds);
     return 2;
   };
   // Whatever a daemon answers, the client ends with a plain line, never an abort.

@@ -1,8 +1,12 @@
 // calljournald: the call journal daemon. Follows the phone's line at the switch, keeps the lists
 // in its database and serves clients on a Unix socket until SIGTERM or SIGINT; SIGHUP reads the
 // configuration file again. --print-config prints the configuration, every setting described.
+// Started by systemd (Type=notify), it reports readiness, reloads and its stop (sd_notify).
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <systemd/sd-daemon.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -45,16 +49,31 @@ int printConfiguration(const std::string& path, const std::map<std::string, std:
   return 0;
 }
 
+// The service manager's view of the daemon (systemd's Type=notify): READY=1 once clients are
+// served and the lists are read, RELOADING=1 ... READY=1 around a reload, STOPPING=1 when a stop
+// begins, each with a STATUS= line. Without NOTIFY_SOCKET (not started by systemd) nothing is sent.
+void notifyServiceManager(const char* state, const std::string& status) {
+  sd_notify(0, (std::string(state) + "\nSTATUS=" + status).c_str());
+}
+
+std::string servingStatus(const host::JournalHost& journal) {
+  return "serving clients on " + journal.clientSocketPath();
+}
+
 void runUntilStopped(host::JournalHost& journal, const sigset_t& signals) {
   for (;;) {
     int sig = 0;
     if (sigwait(&signals, &sig) != 0) continue;
     if (sig == SIGHUP) {
+      notifyServiceManager("RELOADING=1", "reading the configuration again");
       std::string error;
-      if (!journal.reload(error)) logAppUni("Journal Host", __FILE__, 2, __LINE__, "reload failed: %s", error.c_str());
+      const bool reloaded = journal.reload(error);
+      if (!reloaded) logAppUni("Journal Host", __FILE__, 2, __LINE__, "reload failed: %s", error.c_str());
+      notifyServiceManager("READY=1", servingStatus(journal) + (reloaded ? "" : "; the last reload failed: " + error));
       continue;
     }
     logAppUni("Journal Host", __FILE__, 4, __LINE__, "%s received, stopping", sig == SIGTERM ? "SIGTERM" : "SIGINT");
+    notifyServiceManager("STOPPING=1", "stopping: finishing the pending writes");
     return;
   }
 }
@@ -71,6 +90,7 @@ int main(int argc, char** argv) {
   app.add_option("-s,--set", sets,
                  "KEY=VALUE over the configuration file (repeatable); a relative path is read from the working "
                  "directory");
+  app.set_version_flag("--version", "calljournald " JOURNAL_VERSION, "print the version and exit");
   bool printConfig = false;
   app.add_flag("--print-config", printConfig,
                "print the configuration and exit: every setting described (what it takes, its default, when a "
@@ -94,6 +114,9 @@ int main(int argc, char** argv) {
   }
   if (printConfig) return printConfiguration(config, overrides);
 
+  // The call history is personal data: every file the daemon makes (database, its companions, a
+  // log file) is its user's alone.
+  umask(077);
   sigset_t signals = blockControlSignals();
   // Every fault the daemon knows of is a plain message from configure or start; anything thrown
   // past them still ends with one line and exit code 1, never an abort.
@@ -105,6 +128,7 @@ int main(int argc, char** argv) {
       return 1;
     }
     std::cerr << "calljournald: serving clients on " << journal.clientSocketPath() << '\n';
+    notifyServiceManager("READY=1", servingStatus(journal));
     runUntilStopped(journal, signals);
     journal.stop();
   } catch (const std::exception& e) {

@@ -1,3 +1,4 @@
+// cstaswitchsim --version
 // cstaswitchsim --port N [--trace FILE] [--delay-ms N | --pace X] [--first-event N]
 //               [--at-monitor-start FILE] [--escape-delay-ms N]
 //
@@ -42,7 +43,8 @@ constexpr const char* kOptions =
     "  --first-event N          play from event number N on, counted from 0 (default 0)\n"
     "  --at-monitor-start FILE  events sent in the same write as every MonitorStart answer\n"
     "  --escape-delay-ms N      answer each Escape request (a report to the switch's call log) N ms\n"
-    "                           late, as a slow switch does (default 0: at once)\n";
+    "                           late, as a slow switch does (default 0: at once)\n"
+    "  --version                print the version and exit\n";
 
 // One line naming what is wrong with the command line; exit code 2.
 int usageError(const std::string& message) {
@@ -53,6 +55,11 @@ int usageError(const std::string& message) {
 int help(const char* program) {
   std::printf(kUsage, program);
   std::printf("%s", kOptions);
+  return 0;
+}
+
+int version() {
+  std::printf("cstaswitchsim %s\n", JOURNAL_VERSION);
   return 0;
 }
 
@@ -80,6 +87,7 @@ int readCommandLine(int argc, char** argv, Settings& settings) {
   for (int i = 1; i < argc; ++i) {
     const std::string option = argv[i];
     if (option == "--help" || option == "-h") return help(argv[0]);
+    if (option == "--version") return version();
     const bool known = option == "--port" || option == "--trace" || option == "--delay-ms" || option == "--pace" ||
                        option == "--first-event" || option == "--at-monitor-start" || option == "--escape-delay-ms";
     if (!known) return usageError("unknown option \"" + option + "\"");

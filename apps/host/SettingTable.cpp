@@ -100,7 +100,9 @@ const ValueKind kClearCallLog{"true empties every call list (an action of config
                               "is not true (true empties every call list)", isClearAction};
 const ValueKind kStoreState{"read only: ok, or failing since TIME: N changes not stored yet", nullptr, nullptr};
 
-std::string defaultModule() { return programDirectory() + "/../lib/libjournalservice.so"; }
+// The module's place relative to the program, the same in the build tree and in an installed
+// system (the build gives it: ../lib/calljournal/libjournalservice.so).
+std::string defaultModule() { return programDirectory() + "/" JOURNAL_MODULE_FROM_PROGRAM; }
 
 // One row; the builders below fill in what most rows leave at its usual value.
 struct Row : SettingInfo {
@@ -189,7 +191,7 @@ constexpr SettingInfo kTable[] = {
     Row("mobility-url", O::Daemon, kUrl, "", E::OnReload, "Where a visitor's journal is uploaded")
         .withExample("file:///var/lib/calljournal/visitor.xml"),
     Row("module", O::Daemon, kFile, "", E::AtStart, "The journal module")
-        .withComputedDefault(defaultModule, "../lib/libjournalservice.so beside the program")
+        .withComputedDefault(defaultModule, JOURNAL_MODULE_FROM_PROGRAM " beside the program")
         .withExample("/usr/lib/calljournal/libjournalservice.so"),
 
     // ---- the journal's own, kept in its database

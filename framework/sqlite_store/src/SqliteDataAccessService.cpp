@@ -2,6 +2,10 @@
 // write transactions.
 #include "sqlite_store/SqliteDataAccessService.h"
 
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
 #include <exception>
 #include <string>
 
@@ -60,6 +64,26 @@ std::string settingsSql(const char* table, Op op) {
   }
 }
 
+// The call history is personal data: the store file is made its owner's alone (0600), whatever
+// the umask gave it or an older version left; SQLite gives the -wal, -shm and -journal files it
+// makes later the main file's mode. A folder that other users may write into is not changed (it
+// may be shared) but logged: someone there could replace the file before the next start.
+void keepFileToOwner(const std::string& file) {
+  if (chmod(file.c_str(), S_IRUSR | S_IWUSR) != 0) {
+    logAppUni(kLogHandle, __FILE__, fw::kLogError, __LINE__, "Cannot make the store file %s owner-only: %s",
+              file.c_str(), std::strerror(errno));
+  }
+  const std::string::size_type slash = file.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : file.substr(0, slash);
+  struct stat info {};
+  if (stat(folder.c_str(), &info) == 0 && (info.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (info.st_mode & S_ISVTX) == 0) {
+    logAppUni(kLogHandle, __FILE__, fw::kLogError, __LINE__,
+              "The store's folder %s may be written by other users (mode %04o): they could replace the call "
+              "history; make it owner-only (chmod 700 %s)",
+              folder.c_str(), static_cast<unsigned>(info.st_mode & 07777), folder.c_str());
+  }
+}
+
 }  // namespace
 }  // namespace sqlitestore
 
@@ -86,6 +110,7 @@ bool sqlitestore::Store::open(const std::string& filePath, Durability durability
       sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
   if (rc != SQLITE_OK) return fail("cannot open: " + (db ? lastError() : std::string(sqlite3_errstr(rc))));
   sqlite3_busy_timeout(db, SqliteDataAccessService::kBusyTimeoutMs);
+  if (const char* file = sqlite3_db_filename(db, "main"); file && *file) keepFileToOwner(file);
 
   // A file this code cannot use is refused before anything in it changes.
   int version = 0;

@@ -59,7 +59,7 @@ class SqliteDataAccessService : public Service, public DataAccessServiceIfc {
 
   // Opens the store file at `path`, creating it with the current schema when it is new and
   // migrating it when it is older. A store that was open is closed first. On failure the store
-  // stays closed and `error` names the file and the fault.
+  // stays closed and `error` names the file and the fault. The file is made owner-only (0600).
   bool open(const std::string& path, std::string& error);
   bool open(const std::string& path, Durability durability, std::string& error);
   void close();
