@@ -19,7 +19,8 @@ int markViewedCommand(const Connection& c, const std::vector<std::string>& ids);
 int ageCommand(const Connection& c, const std::string& id);
 int lastDialledCommand(const Connection& c, bool json);
 int refreshCommand(const Connection& c);
-int watchCommand(const Connection& c, bool json);
+// Prints the journal's changes and the link's news; with `forSeconds` > 0 for that long, then 0.
+int watchCommand(const Connection& c, bool json, double forSeconds);
 // 0 when the journal follows the line, 3 when it does not or the daemon cannot be reached,
 // 1 when the daemon gives no status (Status.cpp).
 int statusCommand(const Connection& c, bool json);

@@ -1,6 +1,8 @@
 // "calljournal watch": subscribes to the journal's changes and to the daemon's link messages,
-// and prints each message as it arrives, one line each, until the daemon goes away (or the user
-// presses Ctrl-C).
+// and prints each message as it arrives, one line each, until the daemon goes away, the time
+// asked for is over (--for) or the user presses Ctrl-C.
+#include <chrono>
+#include <cmath>
 #include <iostream>
 
 #include "Commands.h"
@@ -14,7 +16,7 @@ using Helper = JournalServiceHelper;
 
 namespace cli {
 
-int watchCommand(const Connection& c, bool json) {
+int watchCommand(const Connection& c, bool json, double forSeconds) {
   fw::JournalClient client;
   std::string error, reply;
   if (!client.connect(c.address, error))
@@ -29,10 +31,22 @@ int watchCommand(const Connection& c, bool json) {
   if (!client.call(host::managementSubscribeLinkRequest(), reply, error) ||
       !host::parseManagementReply(reply, linkReply) || !linkReply.ok)
     std::cerr << "calljournal: the daemon sends no news of the switch link; watching the lists only\n";
-  if (!json) std::cerr << "watching the journal; Ctrl-C stops\n";
+  if (!json)
+    std::cerr << (forSeconds > 0 ? "watching the journal for " + std::to_string(std::lround(forSeconds)) +
+                                       " s; Ctrl-C stops sooner\n"
+                                 : std::string("watching the journal; Ctrl-C stops\n"));
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point end =
+      Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(forSeconds));
   for (;;) {
+    int waitMs = -1;  // without --for: until the daemon goes away
+    if (forSeconds > 0) {
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()).count();
+      if (left <= 0) return 0;
+      waitMs = static_cast<int>(left);
+    }
     std::string message;
-    if (!client.nextEvent(message, error)) {
+    if (!client.nextEvent(message, error, waitMs)) {
       if (error.empty()) continue;
       return fail("the journal daemon closed the connection (" + error + ")");
     }

@@ -73,6 +73,9 @@ int main(int argc, char** argv) {
   auto* watchCmd =
       app.add_subcommand("watch", "print every change of the lists, and of the switch link, as it happens");
   watchCmd->add_flag("--json", json, "one JSON object per line");
+  double watchFor = 0;
+  watchCmd->add_option("--for", watchFor, "stop after this many seconds (exit code 0); default: until Ctrl-C")
+      ->check(CLI::PositiveNumber);
 
   auto* statusCmd = app.add_subcommand(
       "status", "whether the journal follows the line: switch link, monitor, lists, store, clients, uptime");
@@ -125,7 +128,7 @@ int main(int argc, char** argv) {
     if (*ageCmd) return cli::ageCommand(connection, id);
     if (*lastCmd) return cli::lastDialledCommand(connection, json);
     if (*refreshCmd) return cli::refreshCommand(connection);
-    if (*watchCmd) return cli::watchCommand(connection, json);
+    if (*watchCmd) return cli::watchCommand(connection, json, watchFor);
     if (*statusCmd) return cli::statusCommand(connection, json);
     if (*getCmd) return cli::configGetCommand(connection, keys);
     if (*setCmd) return cli::configSetCommand(connection, key, value);

@@ -351,7 +351,7 @@ bool SwitchSimulator::readTraceEvents(const std::string& path, std::vector<std::
 }
 
 int SwitchSimulator::playTraceAtPace(const std::string& path, double pace, std::string& error, std::size_t first,
-                                     const std::atomic<bool>* stop) {
+                                     const std::atomic<bool>* stop, long long maxGapSeconds) {
   std::vector<std::string> events, stamps;
   if (!readTrace(path, events, stamps, error)) return -1;
   std::vector<long long> seconds(stamps.size());
@@ -361,13 +361,19 @@ int SwitchSimulator::playTraceAtPace(const std::string& path, double pace, std::
               "\", not a time YYYY-MM-DDThh:mm:ss to pace it by";
       return -1;
     }
+  // Each event's time in the trace from the first one played, long pauses cut to maxGapSeconds.
+  std::vector<long long> offset(stamps.size(), 0);
+  for (std::size_t i = first + 1; i < stamps.size(); ++i) {
+    const long long gap = seconds[i] - seconds[i - 1];
+    offset[i] = offset[i - 1] + (maxGapSeconds > 0 ? std::min(gap, maxGapSeconds) : gap);
+  }
   using Clock = std::chrono::steady_clock;
   const Clock::time_point start = Clock::now();
   int sent = 0;
   for (std::size_t i = first; i < events.size(); ++i) {
     // Due times count from the first event, so that rounding of one wait does not add up.
-    const auto due = start + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(
-                                 static_cast<double>(seconds[i] - seconds[first]) / pace));
+    const auto due = start + std::chrono::duration_cast<Clock::duration>(
+                                 std::chrono::duration<double>(static_cast<double>(offset[i]) / pace));
     while (Clock::now() < due) {
       if (stop != nullptr && *stop) return sent;
       std::this_thread::sleep_until(std::min(due, Clock::now() + std::chrono::milliseconds(100)));

@@ -67,11 +67,12 @@ class SwitchSimulator {
   static bool readTraceEvents(const std::string& path, std::vector<std::string>& events, std::string& error);
   // Plays a trace at the pace of its events' `at` stamps (YYYY-MM-DDThh:mm:ss): the time between
   // two events' stamps is waited, divided by `pace` (60: a minute of the trace in a second; 1: as
-  // it happened). Events from number `first` on. Stops early when `*stop` becomes true. Returns
-  // the number sent, or -1 with `error` when the file cannot be read, an event has no such stamp
-  // or no phone is connected.
+  // it happened). A pause between two events longer than `maxGapSeconds` of the trace's time (0:
+  // no limit) is cut to that, so that the idle hours of a day do not hold up its calls. Events
+  // from number `first` on. Stops early when `*stop` becomes true. Returns the number sent, or -1
+  // with `error` when the file cannot be read, an event has no such stamp or no phone is connected.
   int playTraceAtPace(const std::string& path, double pace, std::string& error, std::size_t first = 0,
-                      const std::atomic<bool>* stop = nullptr);
+                      const std::atomic<bool>* stop = nullptr, long long maxGapSeconds = 0);
 
   // Sends `events` right behind the answer to every later MonitorStart that is answered normally,
   // in the same write, as a switch does that reports a call the moment the monitor runs. Their

@@ -1,5 +1,5 @@
 // cstaswitchsim --version
-// cstaswitchsim --port N [--trace FILE] [--delay-ms N | --pace X] [--first-event N]
+// cstaswitchsim --port N [--trace FILE] [--delay-ms N | --pace X [--max-gap S]] [--first-event N]
 //               [--at-monitor-start FILE] [--escape-delay-ms N]
 //
 // A scripted switch on 127.0.0.1 for trying the journal's CSTA link by hand: it serves one phone at
@@ -28,8 +28,8 @@ std::atomic<bool> g_stop{false};
 void onSignal(int) { g_stop = true; }
 
 constexpr const char* kUsage =
-    "usage: %s --port N [--trace FILE] [--delay-ms N | --pace X] [--first-event N] [--at-monitor-start FILE]\n"
-    "          [--escape-delay-ms N]\n";
+    "usage: %s --port N [--trace FILE] [--delay-ms N | --pace X [--max-gap S]] [--first-event N]\n"
+    "          [--at-monitor-start FILE] [--escape-delay-ms N]\n";
 
 constexpr const char* kOptions =
     "A scripted switch on 127.0.0.1: serves one phone at a time, answers its requests and plays a trace\n"
@@ -40,6 +40,8 @@ constexpr const char* kOptions =
     "  --pace X                 play the trace at the pace of its events' times, X times faster (1: as it\n"
     "                           happened, 60: a minute in a second). The phone times calls by its own clock,\n"
     "                           so a call of 3 minutes lasts 3 min / X at the phone and in its lists\n"
+    "  --max-gap S              with --pace: a pause of more than S seconds of the trace between two events\n"
+    "                           is cut to S, so that idle hours do not hold up the calls (default: none)\n"
     "  --first-event N          play from event number N on, counted from 0 (default 0)\n"
     "  --at-monitor-start FILE  events sent in the same write as every MonitorStart answer\n"
     "  --escape-delay-ms N      answer each Escape request (a report to the switch's call log) N ms\n"
@@ -78,7 +80,8 @@ struct Settings {
   SwitchSimulator::Options options;
   std::string trace, atMonitorStart;
   int delayMs = 0, firstEvent = 0, escapeDelayMs = 0;
-  double pace = 0;  // 0: not paced by the trace's times
+  double pace = 0;        // 0: not paced by the trace's times
+  int maxGapSeconds = 0;  // 0: pauses of the trace kept whole
 };
 
 // Reads argv into `settings`; -1 to run, otherwise the exit code.
@@ -89,7 +92,8 @@ int readCommandLine(int argc, char** argv, Settings& settings) {
     if (option == "--help" || option == "-h") return help(argv[0]);
     if (option == "--version") return version();
     const bool known = option == "--port" || option == "--trace" || option == "--delay-ms" || option == "--pace" ||
-                       option == "--first-event" || option == "--at-monitor-start" || option == "--escape-delay-ms";
+                       option == "--max-gap" || option == "--first-event" || option == "--at-monitor-start" ||
+                       option == "--escape-delay-ms";
     if (!known) return usageError("unknown option \"" + option + "\"");
     if (i + 1 >= argc) return usageError(option + " needs a value");
     const char* value = argv[++i];
@@ -104,6 +108,8 @@ int readCommandLine(int argc, char** argv, Settings& settings) {
       char* end = nullptr;
       settings.pace = std::strtod(value, &end);
       ok = end != value && *end == '\0' && settings.pace > 0 && settings.pace <= 1e6;
+    } else if (option == "--max-gap") {
+      ok = readInt(value, 1, 86400 * 366, settings.maxGapSeconds);
     } else if (option == "--first-event") {
       ok = readInt(value, 0, 1 << 30, settings.firstEvent);
     } else if (option == "--at-monitor-start") {
@@ -115,6 +121,7 @@ int readCommandLine(int argc, char** argv, Settings& settings) {
   }
   if (!havePort) return usageError("--port N is needed (0: any free port)");
   if (settings.pace > 0 && settings.delayMs > 0) return usageError("give --delay-ms or --pace, not both");
+  if (settings.maxGapSeconds > 0 && settings.pace == 0) return usageError("--max-gap needs --pace");
   return -1;
 }
 
@@ -152,7 +159,8 @@ int main(int argc, char** argv) {
     if (trace.empty() || id.empty()) continue;
     std::string error;
     const auto first = static_cast<std::size_t>(settings.firstEvent);
-    const int sent = settings.pace > 0 ? simulator.playTraceAtPace(trace, settings.pace, error, first, &g_stop)
+    const int sent = settings.pace > 0 ? simulator.playTraceAtPace(trace, settings.pace, error, first, &g_stop,
+                                                                   settings.maxGapSeconds)
                                        : simulator.playTrace(trace, settings.delayMs, error, first);
     if (sent < 0) {
       std::fprintf(stderr, "cstaswitchsim: trace not played: %s\n", error.c_str());

@@ -291,3 +291,27 @@ TEST_F(HistoryCliTest, TheSimulatorPlaysATraceAtThePaceOfItsTimes) {
   EXPECT_EQ("00:0", duration.substr(0, 4));
   EXPECT_NE("00:00", duration);
 }
+
+TEST_F(HistoryCliTest, TheSimulatorCutsTheTracesIdleHoursWithMaxGap) {
+  // The office day spans 9.5 hours, 34 s at pace 1000; with pauses cut to a minute it takes about
+  // 1 s, and all its events are sent well before the deadline below.
+  Subprocess switchSim({CSTASWITCHSIM_PATH, "--port", "0", "--trace", kTrace, "--pace", "1000", "--max-gap", "60"});
+  ASSERT_TRUE(switchSim.start());
+  std::smatch port;
+  const std::regex listening("listening on 127\\.0\\.0\\.1:([0-9]+)");
+  ASSERT_TRUE(eventually([&] {
+    const std::string out = switchSim.out();
+    return std::regex_search(out, port, listening);
+  })) << switchSim.err();
+  const std::string out = switchSim.out();
+  ASSERT_TRUE(std::regex_search(out, port, listening));
+  writeConfig("software-type = Velmora SIP\nsystem-identifier = 0\n", std::stoi(port[1].str()));
+  launch();
+  EXPECT_TRUE(eventually([&] { return switchSim.out().find("events sent") != std::string::npos; }, 20000))
+      << switchSim.out();
+  EXPECT_EQ(1u, linesWith(switchSim.out(), "cstaswitchsim: 46 events sent").size()) << switchSim.out();
+
+  Subprocess::Result refused = Subprocess::run({CSTASWITCHSIM_PATH, "--port", "0", "--max-gap", "60"});
+  EXPECT_EQ(2, refused.code);
+  EXPECT_EQ("cstaswitchsim: --max-gap needs --pace; see cstaswitchsim --help\n", refused.err);
+}

@@ -188,6 +188,15 @@ TEST_F(LinkWatchDaemonTest, WatchPrintsTheLinkGoingDownAndComingBack) {
   EXPECT_EQ(true, linkObjects(*objects).back()["link"]);
 }
 
+TEST_F(LinkWatchDaemonTest, WatchForSomeSecondsPrintsWhatCameAndEndsWithCodeZero) {
+  startDaemon();
+  ASSERT_TRUE(eventually([&] { return cli({"status"}).code == 0; })) << daemon->err();
+  Subprocess::Result r = cli({"watch", "--for", "1"});
+  EXPECT_EQ(0, r.code) << r.err;
+  EXPECT_EQ(1u, linesWith(r.out, "switch link up, monitor running (since ").size()) << r.out;
+  EXPECT_EQ(1u, linesWith(r.err, "watching the journal for 1 s; Ctrl-C stops sooner").size()) << r.err;
+}
+
 TEST_F(LinkWatchDaemonTest, OnlyClientsThatAskedHearOfTheLink) {
   startDaemon();
   fw::JournalClient screen = connectTo(socket);  // the phone's screen: the journal's news only
