@@ -16,7 +16,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "SwitchSimulator.h"
@@ -136,7 +138,16 @@ int main(int argc, char** argv) {
 
   std::signal(SIGINT, onSignal);
   std::signal(SIGTERM, onSignal);
-  SwitchSimulator simulator(options);
+  // A port someone else holds is a plain line and exit code 1, not an abort.
+  std::unique_ptr<SwitchSimulator> listening;
+  try {
+    listening = std::make_unique<SwitchSimulator>(options);
+  } catch (const std::system_error& e) {
+    std::fprintf(stderr, "cstaswitchsim: cannot listen on 127.0.0.1:%d: %s\n", options.port,
+                 e.code().message().c_str());
+    return 1;
+  }
+  SwitchSimulator& simulator = *listening;
   simulator.setAnswerDelay("Escape", settings.escapeDelayMs);
   if (!atMonitorStart.empty()) {
     std::vector<std::string> events;

@@ -315,3 +315,19 @@ TEST_F(HistoryCliTest, TheSimulatorCutsTheTracesIdleHoursWithMaxGap) {
   EXPECT_EQ(2, refused.code);
   EXPECT_EQ("cstaswitchsim: --max-gap needs --pace; see cstaswitchsim --help\n", refused.err);
 }
+
+TEST_F(HistoryCliTest, ASimulatorWhosePortIsTakenSaysSoInOneLine) {
+  Subprocess first({CSTASWITCHSIM_PATH, "--port", "0"});
+  ASSERT_TRUE(first.start());
+  std::smatch port;
+  const std::regex listening("listening on 127\\.0\\.0\\.1:([0-9]+)");
+  ASSERT_TRUE(eventually([&] {
+    const std::string out = first.out();
+    return std::regex_search(out, port, listening);
+  })) << first.err();
+  const std::string out = first.out();
+  ASSERT_TRUE(std::regex_search(out, port, listening));
+  Subprocess::Result second = Subprocess::run({CSTASWITCHSIM_PATH, "--port", port[1].str()});
+  EXPECT_EQ(1, second.code);
+  EXPECT_EQ("cstaswitchsim: cannot listen on 127.0.0.1:" + port[1].str() + ": Address already in use\n", second.err);
+}

@@ -18,6 +18,13 @@ if [ -z "$block" ]; then
   exit 1
 fi
 
+# The walk-through's switch listens on the example's port: one taken by another program would
+# have the daemon follow that one instead.
+if (exec 3<>/dev/tcp/127.0.0.1/1040) 2>/dev/null; then
+  echo "walkthrough_test: port 1040 is in use; the walk-through's switch needs it" >&2
+  exit 1
+fi
+
 script=$(mktemp)
 trap 'rm -f "$script"; jobs -p | xargs -r kill 2>/dev/null || true' EXIT
 {
