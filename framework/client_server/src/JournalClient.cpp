@@ -147,11 +147,23 @@ bool JournalClient::send(const std::string& message, std::string& error) {
   while (sent < framed.size()) {
     const ssize_t n = ::send(m_fd, framed.data() + sent, framed.size() - sent, MSG_NOSIGNAL);
     if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) return fail(error, "cannot send to " + m_address + ": " + std::strerror(errno));
+    if (n <= 0) {
+      const std::string reason = std::strerror(errno);
+      keepWhatArrived();
+      return fail(error, "cannot send to " + m_address + ": " + reason);
+    }
     sent += static_cast<std::size_t>(n);
   }
   error.clear();
   return true;
+}
+
+// A server that closed the connection may have sent messages before it did; they are read into
+// the buffer before the socket is closed, so that nextEvent still gives them.
+void JournalClient::keepWhatArrived() {
+  char chunk[65536];
+  for (ssize_t n; (n = ::recv(m_fd, chunk, sizeof chunk, MSG_DONTWAIT)) > 0;)
+    m_buffer.append(chunk, static_cast<std::size_t>(n));
 }
 
 JournalClient::Read JournalClient::readFrame(std::string& payload, std::string& error, long long deadlineMs) {

@@ -43,6 +43,8 @@ class JournalClient {
   // The next complete frame, reading from the socket until `deadlineMs` (monotonic clock, -1 none).
   Read readFrame(std::string& payload, std::string& error, long long deadlineMs);
   bool fail(std::string& error, const std::string& text);
+  // Reads what the server sent and nobody read yet into m_buffer, without waiting.
+  void keepWhatArrived();
   // Files an observer message for nextEvent and drops the late reply of a timed-out call; true
   // when `payload` is the reply a call is waiting for.
   bool isAwaitedReply(std::string& payload);
