@@ -1,4 +1,5 @@
 #include "CommandLine.h"
+#include "EditDistance.h"
 
 #include <algorithm>
 #include <iostream>
@@ -8,21 +9,6 @@
 namespace cli {
 
 namespace {
-
-// Edits turning `a` into `b`: insertions, deletions, replacements and swaps of neighbours.
-std::size_t editDistance(const std::string& a, const std::string& b) {
-  std::vector<std::vector<std::size_t>> d(a.size() + 1, std::vector<std::size_t>(b.size() + 1));
-  for (std::size_t i = 0; i <= a.size(); ++i) d[i][0] = i;
-  for (std::size_t j = 0; j <= b.size(); ++j) d[0][j] = j;
-  for (std::size_t i = 1; i <= a.size(); ++i)
-    for (std::size_t j = 1; j <= b.size(); ++j) {
-      const std::size_t cost = a[i - 1] == b[j - 1] ? 0 : 1;
-      d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + cost});
-      if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
-        d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
-    }
-  return d[a.size()][b.size()];
-}
 
 std::vector<std::string> subcommandNames(const CLI::App& app) {
   std::vector<std::string> names;
@@ -75,7 +61,7 @@ std::string nearestName(const std::string& word, const std::vector<std::string>&
   std::string best;
   std::size_t bestDistance = 3;
   for (const std::string& name : names) {
-    const std::size_t distance = editDistance(word, name);
+    const std::size_t distance = host::editDistance(word, name);
     if (distance < bestDistance) bestDistance = distance, best = name;
   }
   if (best.empty() && word.size() >= 2)

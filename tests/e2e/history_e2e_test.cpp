@@ -63,6 +63,19 @@ std::size_t occurrences(const json& lists, const char* list) {
 
 class HistoryCliTest : public DaemonTest {
  protected:
+  // Starts a simulator process and gives the port it prints that it listens on; "" when it does not.
+  static std::string listeningPort(Subprocess& switchSim) {
+    if (!switchSim.start()) return "";
+    const std::regex listening("listening on 127\\.0\\.0\\.1:([0-9]+)");
+    std::smatch port;
+    std::string out;
+    eventually([&] {
+      out = switchSim.out();
+      return std::regex_search(out, port, listening);
+    });
+    return std::regex_search(out, port, listening) ? port[1].str() : "";
+  }
+
   json history(std::vector<std::string> args) {
     args.insert(args.begin(), "history");
     args.push_back("--json");
@@ -267,16 +280,9 @@ TEST_F(HistoryCliTest, CommandLineMistakesAreOneLineAndOptionsFollowTheCommand) 
 TEST_F(HistoryCliTest, TheSimulatorPlaysATraceAtThePaceOfItsTimes) {
   // The day's first call: Ines Moreau talks 4:12; played 100 times faster it lasts about 2.5 s.
   Subprocess switchSim({CSTASWITCHSIM_PATH, "--port", "0", "--trace", kTrace, "--pace", "100"});
-  ASSERT_TRUE(switchSim.start());
-  std::smatch port;
-  const std::regex listening("listening on 127\\.0\\.0\\.1:([0-9]+)");
-  ASSERT_TRUE(eventually([&] {
-    const std::string out = switchSim.out();
-    return std::regex_search(out, port, listening);
-  })) << switchSim.err();
-  const std::string out = switchSim.out();
-  ASSERT_TRUE(std::regex_search(out, port, listening));
-  writeConfig("software-type = Velmora SIP\nsystem-identifier = 0\n", std::stoi(port[1].str()));
+  const std::string port = listeningPort(switchSim);
+  ASSERT_FALSE(port.empty()) << switchSim.err();
+  writeConfig("software-type = Velmora SIP\nsystem-identifier = 0\n", std::stoi(port));
   launch();
 
   json received;
@@ -296,19 +302,11 @@ TEST_F(HistoryCliTest, TheSimulatorCutsTheTracesIdleHoursWithMaxGap) {
   // The office day spans 9.5 hours, 34 s at pace 1000; with pauses cut to a minute it takes about
   // 1 s, and all its events are sent well before the deadline below.
   Subprocess switchSim({CSTASWITCHSIM_PATH, "--port", "0", "--trace", kTrace, "--pace", "1000", "--max-gap", "60"});
-  ASSERT_TRUE(switchSim.start());
-  std::smatch port;
-  const std::regex listening("listening on 127\\.0\\.0\\.1:([0-9]+)");
-  ASSERT_TRUE(eventually([&] {
-    const std::string out = switchSim.out();
-    return std::regex_search(out, port, listening);
-  })) << switchSim.err();
-  const std::string out = switchSim.out();
-  ASSERT_TRUE(std::regex_search(out, port, listening));
-  writeConfig("software-type = Velmora SIP\nsystem-identifier = 0\n", std::stoi(port[1].str()));
+  const std::string port = listeningPort(switchSim);
+  ASSERT_FALSE(port.empty()) << switchSim.err();
+  writeConfig("software-type = Velmora SIP\nsystem-identifier = 0\n", std::stoi(port));
   launch();
-  EXPECT_TRUE(eventually([&] { return switchSim.out().find("events sent") != std::string::npos; }, 20000))
-      << switchSim.out();
+  eventually([&] { return !linesWith(switchSim.out(), "events sent").empty(); }, 20000);
   EXPECT_EQ(1u, linesWith(switchSim.out(), "cstaswitchsim: 46 events sent").size()) << switchSim.out();
 
   Subprocess::Result refused = Subprocess::run({CSTASWITCHSIM_PATH, "--port", "0", "--max-gap", "60"});
@@ -318,16 +316,9 @@ TEST_F(HistoryCliTest, TheSimulatorCutsTheTracesIdleHoursWithMaxGap) {
 
 TEST_F(HistoryCliTest, ASimulatorWhosePortIsTakenSaysSoInOneLine) {
   Subprocess first({CSTASWITCHSIM_PATH, "--port", "0"});
-  ASSERT_TRUE(first.start());
-  std::smatch port;
-  const std::regex listening("listening on 127\\.0\\.0\\.1:([0-9]+)");
-  ASSERT_TRUE(eventually([&] {
-    const std::string out = first.out();
-    return std::regex_search(out, port, listening);
-  })) << first.err();
-  const std::string out = first.out();
-  ASSERT_TRUE(std::regex_search(out, port, listening));
-  Subprocess::Result second = Subprocess::run({CSTASWITCHSIM_PATH, "--port", port[1].str()});
+  const std::string port = listeningPort(first);
+  ASSERT_FALSE(port.empty()) << first.err();
+  Subprocess::Result second = Subprocess::run({CSTASWITCHSIM_PATH, "--port", port});
   EXPECT_EQ(1, second.code);
-  EXPECT_EQ("cstaswitchsim: cannot listen on 127.0.0.1:" + port[1].str() + ": Address already in use\n", second.err);
+  EXPECT_EQ("cstaswitchsim: cannot listen on 127.0.0.1:" + port + ": Address already in use\n", second.err);
 }
