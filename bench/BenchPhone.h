@@ -35,6 +35,14 @@ constexpr unsigned listTag() {
   return 4;
 }
 
+// The number of party `n` of the list of Item: each list has parties of its own, so that a call
+// with a party of one list never touches an entry of another (a SIP journal takes a party's missed
+// entry away when the party is called back).
+template <class Item>
+std::string partyNumber(int n) {
+  return "+4930" + std::to_string(listTag<Item>() * 1000000 + unsigned(n));
+}
+
 template <class Item>
 Item makeEntry(int n, int occurrences) {
   Item item;
@@ -44,10 +52,15 @@ Item makeEntry(int n, int occurrences) {
   item.setEntryId(id);
   item.setSurname("Surname of party " + std::to_string(n));
   item.setFirstname("Firstname");
+  // Entry n is the n-th from the front: list orders fall from the front to the back, 2^20 apart as
+  // the journal numbers a list, so that a load keeps the list as it is stored.
+  item.setListOrder(static_cast<int64_t>(kEntries - n) << 20);
+  // A dialled entry is found by the number it groups its calls by, as the journal files it.
+  if constexpr (std::is_same_v<Item, DialledCallItem>) item.setJournalSeviceGroupBy(partyNumber<Item>(n));
   for (int i = 0; i < occurrences; ++i) {
     typename Item::InfoList::value_type info;
     info.entryId = id;
-    info.number = "+4930" + std::to_string(1000000 + n);
+    info.number = partyNumber<Item>(n);
     info.connectedNumber = "3301";
     char time[32];
     std::snprintf(time, sizeof time, "2024-03-%02dT%02d:%02d:00", 1 + n % 28, i, n % 60);

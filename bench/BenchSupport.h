@@ -5,6 +5,7 @@
 #include <sqlite3.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -72,5 +73,21 @@ class RawTable {
   sqlite3* m_db = nullptr;
   sqlite3_stmt* m_insert = nullptr;
 };
+
+// Raw single-row commits per second with the store's default durability (synchronous=FULL) into
+// a new file at `path`: `body` committed on its own, over `seconds` and at least 200 times.
+inline double rawCommitsPerSecond(const std::string& path, const std::string& body, double seconds) {
+  using Clock = std::chrono::steady_clock;
+  RawTable table(path, false);
+  long commits = 0;
+  const auto start = Clock::now();
+  double elapsed = 0;
+  while (elapsed < seconds || commits < 200) {
+    table.commitOne(body);
+    ++commits;
+    elapsed = std::chrono::duration<double>(Clock::now() - start).count();
+  }
+  return commits / elapsed;
+}
 
 }  // namespace bench

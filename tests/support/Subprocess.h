@@ -22,6 +22,7 @@ class Subprocess {
 
   bool start();
   bool running();
+  pid_t pid() const { return m_pid; }  // -1 before start()
   void signal(int sig);
   // Waits up to `timeoutMs` for the end; the exit code, or -1 (still running or killed).
   int wait(int timeoutMs);
