@@ -29,9 +29,11 @@
 //     time inside it only, as the replay benchmark counts) on the in-memory store with the same
 //     full lists and the same calls, checked as the daemon's lists are.
 //
-// Usage: journal_daemon_bench [--reps=K] [--calls=N]. Prints each repetition's figures, then the
-// minimum and median of each row against its target (met or not, by the median). Exit status 0
-// when the checks passed (whatever the targets), 2 when a check failed, 3 when it could not run.
+// Usage: journal_daemon_bench [--reps=K] [--calls=N] [--raw-seconds=S] (defaults 1, 3000, 1.5 s
+// of raw commits before and after the calls). Prints each repetition's figures once every
+// repetition has passed its checks, then the minimum and median of each row against its target
+// (met or not, by the median). Exit status 0 when the checks passed (whatever the targets), 2 when
+// a check failed, 3 when it could not run.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -61,7 +63,7 @@ namespace {
 
 constexpr ListKind kLists[] = {ListKind::Missed, ListKind::Received, ListKind::Dialled, ListKind::Forwarded};
 constexpr int kReadsPerList = 20;
-constexpr double kRawSeconds = 1.5;
+constexpr double kDefaultRawSeconds = 1.5;
 
 // A failed check: the figures are not reported.
 struct CheckFailure : std::runtime_error {
@@ -179,6 +181,7 @@ struct Setup {
   std::string fullDatabase;
   std::string trace;
   int calls;
+  double rawSeconds;  // how long each raw commit measurement runs
 };
 
 std::string writeConfig(const TempDir& dir, const std::string& name, const std::string& database, int switchPort) {
@@ -295,7 +298,7 @@ double awaitUpdates(fw::JournalClient& client, int calls, int& updates) {
 
 double rawRate(const Setup& setup, const char* name) {
   const std::string path = setup.dir.file(name);
-  const double rate = rawCommitsPerSecond(path, bodyOf(makeEntry<MissedCallItem>(1, 1)), kRawSeconds);
+  const double rate = rawCommitsPerSecond(path, bodyOf(makeEntry<MissedCallItem>(1, 1)), setup.rawSeconds);
   std::remove(path.c_str());
   std::remove((path + "-wal").c_str());
   std::remove((path + "-shm").c_str());
@@ -509,10 +512,10 @@ std::string fillDatabase(const TempDir& dir) {
   return path;
 }
 
-int run(int reps, int calls) {
+int run(int reps, int calls, double rawSeconds) {
   std::printf("load average at the start: %s\n", loadAverage().c_str());
   TempDir dir;
-  const Setup setup{dir, fillDatabase(dir), dir.file("calls.xml"), calls};
+  const Setup setup{dir, fillDatabase(dir), dir.file("calls.xml"), calls, rawSeconds};
   if (!writeTrace(setup.trace, calls, [](int i) {
         const auto [kind, party] = callOf(i);
         return std::make_pair(kind, partyOf(kind, party));
@@ -533,10 +536,13 @@ int run(int reps, int calls) {
   return 0;
 }
 
-int numberOption(const std::string& arg, const char* name, int& value) {
+// "--name=value" with a positive value: 1 when `arg` is that option, -1 when its value is not
+// positive, 0 when `arg` is another option.
+template <class Number>
+int numberOption(const std::string& arg, const char* name, Number& value) {
   const size_t length = std::strlen(name);
   if (arg.compare(0, length, name) != 0) return 0;
-  value = std::atoi(arg.c_str() + length);
+  value = static_cast<Number>(std::atof(arg.c_str() + length));
   return value > 0 ? 1 : -1;
 }
 
@@ -544,16 +550,19 @@ int numberOption(const std::string& arg, const char* name, int& value) {
 
 int main(int argc, char** argv) {
   int reps = 1, calls = 3000;
+  double rawSeconds = kDefaultRawSeconds;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
-    if (numberOption(arg, "--reps=", reps) == 1 || numberOption(arg, "--calls=", calls) == 1) continue;
-    std::fprintf(stderr, "usage: %s [--reps=K] [--calls=N]  (K, N: whole numbers from 1)\n", argv[0]);
+    if (numberOption(arg, "--reps=", reps) == 1 || numberOption(arg, "--calls=", calls) == 1 ||
+        numberOption(arg, "--raw-seconds=", rawSeconds) == 1)
+      continue;
+    std::fprintf(stderr, "usage: %s [--reps=K] [--calls=N] [--raw-seconds=S]  (K, N, S: numbers above 0)\n", argv[0]);
     return 3;
   }
   fw::setLogThresholds("*=1", nullptr);  // the in-process journals have no phonebook or dialling plan, on purpose
   catchInterrupts();
   try {
-    return run(reps, std::max(calls, 2));
+    return run(reps, std::max(calls, 2), rawSeconds);
   } catch (const CheckFailure& failure) {
     std::printf("\nCHECK FAILED, figures withheld: %s\n", failure.what());
     return 2;
