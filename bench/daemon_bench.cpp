@@ -127,7 +127,18 @@ std::map<std::string, size_t> occurrencesById(const cli::JournalLists& lists, Li
   }
 }
 
-size_t entries(const cli::JournalLists& lists, ListKind kind) { return occurrencesById(lists, kind).size(); }
+size_t entries(const cli::JournalLists& lists, ListKind kind) {
+  switch (kind) {
+    case ListKind::Missed:
+      return lists.missed.size();
+    case ListKind::Received:
+      return lists.received.size();
+    case ListKind::Dialled:
+      return lists.dialled.size();
+    default:
+      return lists.forwarded.size();
+  }
+}
 
 // The stored rows of the four lists, read from `store`.
 cli::JournalLists storedLists(DataAccessServiceIfc& store) {
