@@ -493,9 +493,11 @@ void printSummary(const std::vector<Figures>& all) {
     std::sort(values.begin(), values.end());
     const size_t n = values.size();
     const double median = n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
-    std::printf("%-66s %10.2f %10.2f",
-                (std::string(row.what) + (*row.unit ? " [" : "") + row.unit + (*row.unit ? "]" : "")).c_str(),
-                values.front(), median);
+    // A ratio is shown to three places, so that one just under its target does not show as at it.
+    const int places = row.unit[0] ? 2 : 3;
+    std::printf("%-66s %10.*f %10.*f",
+                (std::string(row.what) + (*row.unit ? " [" : "") + row.unit + (*row.unit ? "]" : "")).c_str(), places,
+                values.front(), places, median);
     if (row.target > 0) {
       const bool met = row.atMost ? median <= row.target : median >= row.target;
       std::printf(" %s%9g  %s", row.atMost ? "<=" : ">=", row.target, met ? "met" : "NOT MET");

@@ -18,7 +18,7 @@ TEST(DaemonBench, RunsOnTheRealDaemonWithItsChecksPassedAndPrintsEveryRow) {
   const Subprocess::Result run = Subprocess::run({DAEMON_BENCH_PATH, "--calls=8", "--raw-seconds=0.1"}, 120000);
   ASSERT_EQ(0, run.code) << run.out << run.err;
   // "<what> [<unit>]  <min>  <median>  [<= or >= <target>  met or NOT MET]"
-  const std::regex row(R"(^ *\S.* +([0-9]+\.[0-9]{2}) +([0-9]+\.[0-9]{2})( +(<=|>=) +[0-9.]+ +(met|NOT MET))?$)");
+  const std::regex row(R"(^ *\S.* +([0-9]+\.[0-9]{2,3}) +([0-9]+\.[0-9]{2,3})( +(<=|>=) +[0-9.]+ +(met|NOT MET))?$)");
   std::istringstream lines(run.out);
   int rows = 0, withTarget = 0, repetitions = 0;
   for (std::string line; std::getline(lines, line);) {
