@@ -23,7 +23,12 @@
 // Calls per second count the time spent inside deliverEvent only; building the events and moving
 // the manual clock are left out.
 //
-// Usage: journal_replay_bench [--calls=N] [--seed=N] [--flavour=kpx|sip|all]
+// With --merging the pre-fill gives every entry as many occurrences as it keeps and the measured
+// calls are all with parties of the pre-fill, of the kind that filed them: every call merges into
+// a full entry and nothing is pushed out. --store=memory|sqlite runs the cases of one store only.
+//
+// Usage: journal_replay_bench [--calls=N] [--seed=N] [--flavour=kpx|sip|all] [--store=memory|sqlite|all]
+//                             [--merging]
 // Exit status: 0 when every case passed its checks (whether the targets are met is printed),
 // 2 when a check failed, 3 when a case could not be run.
 #include <sys/wait.h>
@@ -132,11 +137,13 @@ struct Flavour {
 };
 const Flavour kFlavours[] = {{"kpx", "Velmora KPX", false}, {"sip", "Velmora SIP", true}};
 
-// The calls that fill every list the phone keeps with kListLimit distinct parties, taken in turns.
-std::vector<Call> prefillCalls(const Flavour& flavour, std::mt19937& random) {
+// The calls that fill every list the phone keeps with kListLimit distinct parties, taken in turns;
+// `rounds` times over, so that each entry holds that many occurrences (at most as many as it keeps).
+std::vector<Call> prefillCalls(const Flavour& flavour, std::mt19937& random, int rounds) {
   std::uniform_int_distribution<int> ring(kRingMin, kRingMax), talk(kTalkMin, kTalkMax), gap(kGapMin, kGapMax);
   std::vector<Call> calls;
-  for (int i = 0; i < kListLimit; ++i) {
+  for (int n = 0; n < rounds * kListLimit; ++n) {
+    const int i = n % kListLimit;
     calls.push_back({Kind::Missed, kMissedPool.first + i, ring(random) + kRingsOut, 0, gap(random)});
     calls.push_back({Kind::Received, kTalkedPool.first + i, ring(random), talk(random), gap(random)});
     const Kind dialled = i % 3 ? Kind::DialledAnswered : Kind::DialledUnanswered;
@@ -147,10 +154,26 @@ std::vector<Call> prefillCalls(const Flavour& flavour, std::mt19937& random) {
   return calls;
 }
 
+// The party of the pre-fill that a call of `kind` filed as `member`: received calls the first
+// kListLimit of the talked pool, dialled calls the next.
+int prefilledParty(Kind kind, int member) {
+  switch (kind) {
+    case Kind::Missed:
+      return kMissedPool.first + member;
+    case Kind::Forwarded:
+      return kForwardedPool.first + member;
+    case Kind::Received:
+      return kTalkedPool.first + member;
+    default:
+      return kTalkedPool.first + kListLimit + member;
+  }
+}
+
 // The measured day: a mix of kinds; a quarter of the calls are with the pool's regulars, the rest
 // with anyone of the pool (twice as many parties as a list holds), so that calls merge into
 // entries as often as they make new ones and push the oldest out.
-std::vector<Call> dayCalls(const Flavour& flavour, int count, std::mt19937& random) {
+// With `merging`, every call is with a party whose entry the pre-fill left in the call's list.
+std::vector<Call> dayCalls(const Flavour& flavour, int count, bool merging, std::mt19937& random) {
   // Shares in the order of Kind: answered and missed incoming calls, answered and unanswered
   // outgoing calls, forwarded calls (SIP phones only).
   std::vector<double> weights = {38, 20, 26, 10, flavour.forwards ? 6.0 : 0.0};
@@ -161,10 +184,11 @@ std::vector<Call> dayCalls(const Flavour& flavour, int count, std::mt19937& rand
   for (int i = 0; i < count; ++i) {
     const Kind kind = static_cast<Kind>(kindOf(random));
     const Pool pool = kind == Kind::Missed ? kMissedPool : kind == Kind::Forwarded ? kForwardedPool : kTalkedPool;
-    std::uniform_int_distribution<int> member(0, percent(random) < 25 ? kRegulars - 1 : pool.size - 1);
+    const bool regular = percent(random) < 25;
+    std::uniform_int_distribution<int> member(0, regular ? kRegulars - 1 : (merging ? kListLimit : pool.size) - 1);
+    const int party = merging ? prefilledParty(kind, member(random)) : pool.first + member(random);
     const bool rings = kind == Kind::Missed || kind == Kind::Forwarded;
-    calls.push_back(
-        {kind, pool.first + member(random), ring(random) + (rings ? kRingsOut : 0), talk(random), gap(random)});
+    calls.push_back({kind, party, ring(random) + (rings ? kRingsOut : 0), talk(random), gap(random)});
   }
   return calls;
 }
@@ -452,14 +476,14 @@ ListCount countStored(DataAccessServiceIfc& store, List list) {
 void result(const std::string& key, const std::string& value) { std::printf("%s %s\n", key.c_str(), value.c_str()); }
 void result(const std::string& key, double value) { std::printf("%s %.6g\n", key.c_str(), value); }
 
-int runCase(const Flavour& flavour, bool sqlite, int measuredCalls, unsigned seed) {
+int runCase(const Flavour& flavour, bool sqlite, int measuredCalls, unsigned seed, bool merging) {
   bench::TempDir dir;
   auto sink = std::make_shared<CountingSink>(std::make_shared<fw::FileSink>(dir.file("journal.log")));
   fw::setLogSink(sink);  // the default thresholds stay as they are
 
   std::mt19937 random(seed);
-  const std::vector<Call> prefill = prefillCalls(flavour, random);
-  const std::vector<Call> day = dayCalls(flavour, measuredCalls, random);
+  const std::vector<Call> prefill = prefillCalls(flavour, random, merging ? static_cast<int>(kMaxCallInfos) : 1);
+  const std::vector<Call> day = dayCalls(flavour, measuredCalls, merging, random);
   ListModel model[kLists];
   bool kept[kLists] = {true, true, true, flavour.forwards};  // KPX phones keep no forwarded list
 
@@ -612,12 +636,14 @@ std::string format(const char* pattern, ...) {
   return text;
 }
 
-int runAll(const std::vector<const Flavour*>& flavours, int calls, unsigned seed) {
+int runAll(const std::vector<const Flavour*>& flavours, const std::vector<bool>& stores, int calls, unsigned seed,
+           bool merging) {
   const char* tmp = std::getenv("TMPDIR");
   std::printf(
       "Replay of a synthetic day through deliverEvent: %d measured calls per case after a pre-fill of %d "
-      "calls per list\n(seed %u; store and log files under %s; default log thresholds)\n\n",
-      calls, kListLimit, seed, tmp ? tmp : "/tmp");
+      "calls per list%s\n(seed %u; store and log files under %s; default log thresholds)\n\n",
+      calls, kListLimit, merging ? " ten times over; every measured call merges into a full entry" : "", seed,
+      tmp ? tmp : "/tmp");
   std::printf("%-15s %9s %8s %7s %6s %8s  %s\n", "case", "calls/s", "us/call", "writes", "log", "peak",
               "lists after the replay");
   std::printf("%-15s %9s %8s %7s %6s %8s  %s\n", "", "", "", "/call", "lines", "MB",
@@ -625,13 +651,13 @@ int runAll(const std::vector<const Flavour*>& flavours, int calls, unsigned seed
   int status = 0;
   std::vector<std::string> details, targets, checks;
   for (const Flavour* flavour : flavours) {
-    for (const bool sqlite : {false, true}) {
+    for (const bool sqlite : stores) {
       const std::string name = std::string(flavour->key) + (sqlite ? " SQLite" : " in memory");
       Results before, results, after;
       if (sqlite) runChild("--child=raw", before);
-      const bool ran = runChild(
-          format("--child=%s-%s --calls=%d --seed=%u", flavour->key, sqlite ? "sqlite" : "memory", calls, seed),
-          results);
+      const bool ran = runChild(format("--child=%s-%s --calls=%d --seed=%u%s", flavour->key,
+                                       sqlite ? "sqlite" : "memory", calls, seed, merging ? " --merging" : ""),
+                                results);
       if (sqlite) runChild("--child=raw", after);
       const double rawBefore = number(before, "raw_commits_per_s"), rawAfter = number(after, "raw_commits_per_s");
       const double rawRate = (rawBefore + rawAfter) / 2;
@@ -709,7 +735,8 @@ int runAll(const std::vector<const Flavour*>& flavours, int calls, unsigned seed
 int main(int argc, char** argv) {
   int calls = 10000;
   unsigned seed = 1;
-  std::string child, flavourKey = "all";
+  std::string child, flavourKey = "all", storeKey = "all";
+  bool merging = false;
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
     const auto value = [&arg](const char* prefix) {
@@ -721,18 +748,25 @@ int main(int argc, char** argv) {
       seed = static_cast<unsigned>(std::strtoul(value("--seed=").c_str(), nullptr, 10));
     } else if (value("--flavour=") != "\x01") {
       flavourKey = value("--flavour=");
+    } else if (value("--store=") != "\x01") {
+      storeKey = value("--store=");
+    } else if (arg == "--merging") {
+      merging = true;
     } else if (value("--child=") != "\x01") {
       child = value("--child=");
     } else {
-      std::fprintf(stderr, "usage: %s [--calls=N] [--seed=N] [--flavour=kpx|sip|all]\n", argv[0]);
+      std::fprintf(stderr,
+                   "usage: %s [--calls=N] [--seed=N] [--flavour=kpx|sip|all] [--store=memory|sqlite|all] "
+                   "[--merging]\n",
+                   argv[0]);
       return 3;
     }
   }
   if (calls < 1) calls = 1;
   if (child == "raw") return runRaw();
   for (const Flavour& flavour : kFlavours) {
-    if (child == std::string(flavour.key) + "-memory") return runCase(flavour, false, calls, seed);
-    if (child == std::string(flavour.key) + "-sqlite") return runCase(flavour, true, calls, seed);
+    if (child == std::string(flavour.key) + "-memory") return runCase(flavour, false, calls, seed, merging);
+    if (child == std::string(flavour.key) + "-sqlite") return runCase(flavour, true, calls, seed, merging);
   }
   if (!child.empty()) {
     std::fprintf(stderr, "unknown case '%s'\n", child.c_str());
@@ -745,5 +779,12 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "unknown flavour '%s'\n", flavourKey.c_str());
     return 3;
   }
-  return runAll(flavours, calls, seed);
+  std::vector<bool> stores;
+  if (storeKey == "all" || storeKey == "memory") stores.push_back(false);
+  if (storeKey == "all" || storeKey == "sqlite") stores.push_back(true);
+  if (stores.empty()) {
+    std::fprintf(stderr, "unknown store '%s'\n", storeKey.c_str());
+    return 3;
+  }
+  return runAll(flavours, stores, calls, seed, merging);
 }

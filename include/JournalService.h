@@ -204,8 +204,15 @@ class JournalService : public Service,
   ReceivedCallItem getFrontReceivedCall();
   ForwardedCallItem getFrontForwardedCall();
   CallBackItem getFrontCallbackCall();
+  // Deletes the entries of Item's list that `entryIds` names, with one store message, and updates
+  // the observers once (by the entry's id when one went and `tellSingleById`); false when the set
+  // names none of them.
+  template <class Item>
+  bool deleteNamedEntries(const std::set<std::string>& entryIds, bool tellSingleById = false);
   // Missed entries not yet viewed; the caller holds m_missedLock.
   unsigned getUnviewedMissedCallsCount() const REQUIRES(m_missedLock);
+  // Marks a missed entry of the list viewed; false when it was already.
+  bool markViewed(MissedCallItem& item) REQUIRES(m_missedLock);
   // The same count taken under m_missedLock, for callers that hold no list lock.
   unsigned countUnviewedMissedCalls();
   // Whole-list deletions; deleteCallLists keeps the callbacks (and the forwarded list off SIP).
@@ -578,6 +585,10 @@ class JournalService : public Service,
   template <class Item, class UnderLock>
   FiledOccurrence<Item> fileOccurrence(const typename Item::InfoList::value_type& info, const FilingRules<Item>& rules,
                                        UnderLock underLock);
+  // The first entry of `list` matching rules.matches, found through the list's number index.
+  template <class Item>
+  typename std::deque<Item>::iterator findPartyEntry(std::deque<Item>& list, const FilingRules<Item>& rules)
+      REQUIRES(listLock<Item>());
   template <class Item, class Replace>
   bool removeOccurrencesUpTo(const std::string& number, const std::string& entryTime, Replace replace);
   template <class Item>
@@ -595,7 +606,7 @@ class JournalService : public Service,
   template <class Item, class UnderLock>
   bool eraseEntry(const std::string& entryId, UnderLock underLock);
   template <class Item, class UnderLock>
-  bool eraseEntries(const std::set<std::string>& entryIds, UnderLock underLock);
+  std::vector<std::string> eraseEntries(const std::set<std::string>& entryIds, UnderLock underLock);
   template <class Item>
   void eraseAllEntries();
   template <class Item>
@@ -705,7 +716,10 @@ class JournalService : public Service,
                                                       m_callBackLock);
 
   std::deque<MissedCallItem> m_missedCallList GUARDED_BY(m_missedLock);
-  NumberIndex m_missedNumbers GUARDED_BY(m_missedLock);        // numbers of m_missedCallList's occurrences
+  NumberIndex m_missedNumbers GUARDED_BY(m_missedLock);  // numbers of m_missedCallList's occurrences
+  // The entries of m_missedCallList not yet viewed, kept with entries arriving and leaving and with
+  // markViewed; -1 after any other change, counted again when next asked.
+  mutable long m_unviewedMissed GUARDED_BY(m_missedLock) = -1;
   NumberIndex m_receivedNumbers GUARDED_BY(m_receivedLock);    // of m_receivedCallList
   NumberIndex m_dialledNumbers GUARDED_BY(m_dialledLock);      // group-by numbers of m_dialledCallList
   NumberIndex m_forwardedNumbers GUARDED_BY(m_forwardedLock);  // of m_forwardedCallList

@@ -32,18 +32,18 @@ class ObserverNotifier : public ObserverNotifierIfc {
   void updateMissedCallCountAndCalls() override;
   void updateMissedCallCountAndCalls(unsigned count) override;
   void updateMissedCallCountAndCalls(unsigned count, const std::string& id) override;
-  void updateMissedCallCountAndCalls(const MissedCallItem& item, unsigned count, const std::string& id,
+  void updateMissedCallCountAndCalls(MissedCallItem item, unsigned count, const std::string& id,
                                      ActionType action) override;
   void updateMissedCallCount(unsigned count) override;
   void updateDialledCalls(const DialledCallItem& item) override;
   void updateDialledCalls(const DialledCallItem& item, const std::string& id) override;
-  void updateDialledCalls(const DialledCallItem& item, const std::string& id, ActionType action) override;
+  void updateDialledCalls(DialledCallItem item, const std::string& id, ActionType action) override;
   void updateReceivedCalls() override;
   void updateReceivedCalls(const std::string& id) override;
-  void updateReceivedCalls(const ReceivedCallItem& item, const std::string& id, ActionType action) override;
+  void updateReceivedCalls(ReceivedCallItem item, const std::string& id, ActionType action) override;
   void updateForwardedCalls() override;
   void updateForwardedCalls(const std::string& id) override;
-  void updateForwardedCalls(const ForwardedCallItem& item, const std::string& id, ActionType action) override;
+  void updateForwardedCalls(ForwardedCallItem item, const std::string& id, ActionType action) override;
   void updateAllExceptCallbacks(unsigned count) override;
   void updateAll(unsigned count) override;
   void updateCallbacks(const CallBackItem& item, const std::string& id, ActionType action) override;

@@ -35,18 +35,18 @@ class ObserverNotifierIfc {
   virtual void updateMissedCallCountAndCalls() = 0;
   virtual void updateMissedCallCountAndCalls(unsigned count) = 0;
   virtual void updateMissedCallCountAndCalls(unsigned count, const std::string& id) = 0;
-  virtual void updateMissedCallCountAndCalls(const MissedCallItem& item, unsigned count, const std::string& id,
+  virtual void updateMissedCallCountAndCalls(MissedCallItem item, unsigned count, const std::string& id,
                                              ActionType action) = 0;
   virtual void updateMissedCallCount(unsigned count) = 0;
   virtual void updateDialledCalls(const DialledCallItem& item) = 0;
   virtual void updateDialledCalls(const DialledCallItem& item, const std::string& id) = 0;
-  virtual void updateDialledCalls(const DialledCallItem& item, const std::string& id, ActionType action) = 0;
+  virtual void updateDialledCalls(DialledCallItem item, const std::string& id, ActionType action) = 0;
   virtual void updateReceivedCalls() = 0;
   virtual void updateReceivedCalls(const std::string& id) = 0;
-  virtual void updateReceivedCalls(const ReceivedCallItem& item, const std::string& id, ActionType action) = 0;
+  virtual void updateReceivedCalls(ReceivedCallItem item, const std::string& id, ActionType action) = 0;
   virtual void updateForwardedCalls() = 0;
   virtual void updateForwardedCalls(const std::string& id) = 0;
-  virtual void updateForwardedCalls(const ForwardedCallItem& item, const std::string& id, ActionType action) = 0;
+  virtual void updateForwardedCalls(ForwardedCallItem item, const std::string& id, ActionType action) = 0;
   virtual void updateAllExceptCallbacks(unsigned count) = 0;
   virtual void updateAll(unsigned count) = 0;
   virtual void updateCallbacks(const CallBackItem& item, const std::string& id, ActionType action) = 0;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "JournalLog.h"
@@ -183,10 +184,11 @@ bool JournalService::eraseEntry(const std::string& entryId, UnderLock underLock)
 }
 
 // Removes every entry whose id is in `entryIds`, with one store message for all of them; then runs
-// underLock(list) before the lock is given, and tells the switch after. A set that names no entry
-// changes nothing and sends nothing (an empty delete would empty the whole stored table): false.
+// underLock(list) before the lock is given, and tells the switch after. The ids of the entries
+// removed; a set that names no entry changes nothing and sends nothing (an empty delete would
+// empty the whole stored table): none.
 template <class Item, class UnderLock>
-bool JournalService::eraseEntries(const std::set<std::string>& entryIds, UnderLock underLock) {
+std::vector<std::string> JournalService::eraseEntries(const std::set<std::string>& entryIds, UnderLock underLock) {
   using T = JournalListTraits<Item>;
   PendingSwitchReports reports(*this);  // sent after the guard below has given the lock
   CriticalSection guard(T::lock(*this));
@@ -198,18 +200,20 @@ bool JournalService::eraseEntries(const std::set<std::string>& entryIds, UnderLo
     T::reportToServer(*this, item, reports);
     leaving.push_back(&item);
   }
-  if (leaving.empty()) return false;
+  std::vector<std::string> erased;
+  if (leaving.empty()) return erased;
   if constexpr (T::stored) storeDeletes(leaving);
   for (auto it = list.begin(); it != list.end();) {
     if (!named(*it)) {
       ++it;
       continue;
     }
+    erased.push_back(it->getEntryId());
     leavingList(*it);
     it = list.erase(it);
   }
   underLock(list);
-  return true;
+  return erased;
 }
 
 // Empties the list and its stored table (one delete without entries). Where the switch keeps the
@@ -255,24 +259,30 @@ void JournalService::holdLoadedIds(std::deque<Item>& list) {
   }
 }
 
-// The ids in use and the list's number index (where it has one) follow entries in and out; any
-// other change makes the index stale.
+// The ids in use, the list's number index (where it has one) and the count of unviewed missed
+// entries follow entries in and out; any other change makes the index and the count stale. An
+// entry arrives with the list order it has in the list.
 template <class Item>
 void JournalService::arrivingInList(const Item& item) {
   if (!m_entryIds.hold(item.getEntryId()))
     JLOG(journal::kCoreLog, 2, "%s():entry id %s is held by another entry", __func__, item.getEntryId().c_str());
   if constexpr (JournalListTraits<Item>::indexed) JournalListTraits<Item>::numbers(*this).add(item);
+  if constexpr (std::is_same_v<Item, MissedCallItem>)
+    if (m_unviewedMissed >= 0 && !item.getViewed()) ++m_unviewedMissed;
 }
 
 template <class Item>
 void JournalService::leavingList(const Item& item) {
   m_entryIds.release(item.getEntryId());
   if constexpr (JournalListTraits<Item>::indexed) JournalListTraits<Item>::numbers(*this).remove(item);
+  if constexpr (std::is_same_v<Item, MissedCallItem>)
+    if (m_unviewedMissed > 0 && !item.getViewed()) --m_unviewedMissed;
 }
 
 template <class Item>
 void JournalService::listChanged() {
   if constexpr (JournalListTraits<Item>::indexed) JournalListTraits<Item>::numbers(*this).invalidate();
+  if constexpr (std::is_same_v<Item, MissedCallItem>) m_unviewedMissed = -1;
 }
 
 // How changes reach the store (uses the traits above).

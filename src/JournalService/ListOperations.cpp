@@ -35,8 +35,17 @@ bool JournalService::getLastDialledNumber(DialledCallItem& item) {
 }
 
 unsigned JournalService::getUnviewedMissedCallsCount() const {
-  return static_cast<unsigned>(std::count_if(m_missedCallList.begin(), m_missedCallList.end(),
-                                             [](const MissedCallItem& item) { return !item.getViewed(); }));
+  if (m_unviewedMissed < 0)
+    m_unviewedMissed = std::count_if(m_missedCallList.begin(), m_missedCallList.end(),
+                                     [](const MissedCallItem& item) { return !item.getViewed(); });
+  return static_cast<unsigned>(m_unviewedMissed);
+}
+
+bool JournalService::markViewed(MissedCallItem& item) {
+  if (item.getViewed()) return false;
+  item.setViewed(true);
+  if (m_unviewedMissed > 0) --m_unviewedMissed;
+  return true;
 }
 
 unsigned JournalService::countUnviewedMissedCalls() {
@@ -92,47 +101,84 @@ bool JournalService::deleteCallBack(const std::string& entryId) {
 }
 
 // ---- Set deletions ----------------------------------------------------------------------------
-// Each acts on the entries the set names and on no other; a set naming none changes nothing and
-// tells nobody. The reply stays true either way.
+// Each acts on the entries the set names and on no other, with one store message for them and one
+// update of the list for the observers; a set naming none changes nothing and tells nobody. The
+// reply stays true either way.
+
+template <class Item>
+bool JournalService::deleteNamedEntries(const std::set<std::string>& entryIds, bool tellSingleById) {
+  // One entry removed is told by its id, as its single deletion tells it, when the caller asks so.
+  const auto told = [tellSingleById](const std::vector<std::string>& erased) {
+    return tellSingleById && erased.size() == 1 ? erased.front() : kNoId;
+  };
+  if constexpr (std::is_same_v<Item, MissedCallItem>) {
+    unsigned unviewed = 0;
+    auto countUnviewed = [&](const std::deque<MissedCallItem>&)
+                             REQUIRES(m_missedLock) { unviewed = getUnviewedMissedCallsCount(); };
+    const auto erased = eraseEntries<MissedCallItem>(entryIds, countUnviewed);
+    if (erased.empty()) return false;
+    if (told(erased).empty())
+      m_pObserverNotifier->updateMissedCallCountAndCalls(unviewed);
+    else
+      m_pObserverNotifier->updateMissedCallCountAndCalls(unviewed, told(erased));
+  } else if constexpr (std::is_same_v<Item, DialledCallItem>) {
+    DialledCallItem newFront;
+    const auto erased = eraseEntries<DialledCallItem>(entryIds, [&](const std::deque<DialledCallItem>& list) {
+      if (!list.empty()) newFront = list.front();
+    });
+    if (erased.empty()) return false;
+    if (told(erased).empty())
+      m_pObserverNotifier->updateDialledCalls(newFront);
+    else
+      m_pObserverNotifier->updateDialledCalls(newFront, told(erased));
+  } else {
+    const auto erased = eraseEntries<Item>(entryIds, [](const std::deque<Item>&) {});
+    if (erased.empty()) return false;
+    const std::string id = told(erased);
+    if constexpr (std::is_same_v<Item, ReceivedCallItem>) {
+      if (id.empty())
+        m_pObserverNotifier->updateReceivedCalls();
+      else
+        m_pObserverNotifier->updateReceivedCalls(id);
+    }
+    if constexpr (std::is_same_v<Item, ForwardedCallItem>) {
+      if (id.empty())
+        m_pObserverNotifier->updateForwardedCalls();
+      else
+        m_pObserverNotifier->updateForwardedCalls(id);
+    }
+    if constexpr (std::is_same_v<Item, CallBackItem>) m_pObserverNotifier->updateCallbacksAndCount();
+  }
+  return true;
+}
 
 bool JournalService::deleteMissedCallList(const std::set<std::string>& entryIds) {
   JLOG(kCoreLog, 5, "JournalService::deleteMissedCallList");
-  unsigned unviewed = 0;
-  auto countUnviewed = [&](const std::deque<MissedCallItem>&)
-                           REQUIRES(m_missedLock) { unviewed = getUnviewedMissedCallsCount(); };
-  if (eraseEntries<MissedCallItem>(entryIds, countUnviewed))
-    m_pObserverNotifier->updateMissedCallCountAndCalls(unviewed);
+  deleteNamedEntries<MissedCallItem>(entryIds);
   return true;
 }
 
 bool JournalService::deleteDialledCallList(const std::set<std::string>& entryIds) {
   JLOG(kCoreLog, 5, "JournalService::deleteDialledCallList by set");
-  DialledCallItem newFront;
-  if (eraseEntries<DialledCallItem>(entryIds, [&](const std::deque<DialledCallItem>& list) {
-        if (!list.empty()) newFront = list.front();
-      }))
-    m_pObserverNotifier->updateDialledCalls(newFront);
+  deleteNamedEntries<DialledCallItem>(entryIds);
   return true;
 }
 
 bool JournalService::deleteReceivedCallList(const std::set<std::string>& entryIds) {
   JLOG(kCoreLog, 5, "JournalService::deleteReceivedCallList");
-  if (eraseEntries<ReceivedCallItem>(entryIds, [](const std::deque<ReceivedCallItem>&) {}))
-    m_pObserverNotifier->updateReceivedCalls();
+  deleteNamedEntries<ReceivedCallItem>(entryIds);
   return true;
 }
 
 bool JournalService::deleteForwardedCallList(const std::set<std::string>& entryIds) {
   JLOG(kCoreLog, 5, "JournalService::deleteForwardedCallList");
-  if (eraseEntries<ForwardedCallItem>(entryIds, [](const std::deque<ForwardedCallItem>&) {}))
-    m_pObserverNotifier->updateForwardedCalls();
+  deleteNamedEntries<ForwardedCallItem>(entryIds);
   return true;
 }
 
 bool JournalService::deleteCallBackList(const std::set<std::string>& entryIds) {
   JLOG(kCoreLog, 5, "JournalService::deleteCallBackList by set");
-  if (eraseEntries<CallBackItem>(entryIds, [](const std::deque<CallBackItem>&) {}))
-    m_pObserverNotifier->updateCallbacksAndCount();
+  deleteNamedEntries<CallBackItem>(entryIds);
   return true;
 }
 
@@ -181,31 +227,36 @@ bool JournalService::deleteCallLists() {
   return true;  // callbacks are kept on purpose: they are pending actions, not history
 }
 
+// Ids are unique across the lists: each list deletes the ids it holds as a set deletion does, with
+// one store message and one update of each list that held any (a list that lost one entry is told
+// as that entry's single deletion tells it). False when no list held any.
 bool JournalService::deleteCalls(const std::set<std::string>& entryIds) {
-  bool deletedAny = false;
-  for (const std::string& id : entryIds)
-    if (deleteReceivedCall(id) || deleteDialledCall(id) || deleteMissedCall(id) || deleteForwardedCall(id))
-      deletedAny = true;
+  bool deletedAny = deleteNamedEntries<ReceivedCallItem>(entryIds, true);
+  deletedAny |= deleteNamedEntries<DialledCallItem>(entryIds, true);
+  deletedAny |= deleteNamedEntries<MissedCallItem>(entryIds, true);
+  deletedAny |= deleteNamedEntries<ForwardedCallItem>(entryIds, true);
   return deletedAny;
 }
 
 // ---- Viewed marking ---------------------------------------------------------------------------
 
-// Marks the entries the set names, and no other; observers hear the count that remains. A set
-// naming no entry changes nothing and tells nobody.
+// Marks the entries the set names, and no other; observers hear the count that remains. Only the
+// entries that were not viewed yet are written. A set naming no entry changes nothing and tells
+// nobody.
 bool JournalService::setMissedCallListAsViewed(const std::set<std::string>& entryIds) {
   JLOG(kCoreLog, 5, "setMissedCallListAsViewed");
   unsigned unviewed = 0;
   {
     CriticalSection guard(m_missedLock);
     std::vector<MissedCallItem*> marked;
+    bool named = false;
     for (MissedCallItem& item : m_missedCallList) {
       if (entryIds.count(item.getEntryId()) == 0) continue;
-      item.setViewed(true);
-      marked.push_back(&item);
+      named = true;
+      if (markViewed(item)) marked.push_back(&item);
     }
-    if (marked.empty()) return true;
-    storeWriteSet(marked);
+    if (!named) return true;
+    if (!marked.empty()) storeWriteSet(marked);
     unviewed = getUnviewedMissedCallsCount();
   }
   m_pObserverNotifier->updateMissedCallCountAndCalls(unviewed);
@@ -221,7 +272,7 @@ bool JournalService::ageMissedCall(const std::string& entryId) {
     auto it = std::find_if(m_missedCallList.begin(), m_missedCallList.end(),
                            [&](const MissedCallItem& item) { return item.getEntryId() == entryId; });
     if (it == m_missedCallList.end()) return false;
-    it->setViewed(true);
+    markViewed(*it);
     storeWrite(*it);
     aged = *it;
     unviewed = getUnviewedMissedCallsCount();

@@ -187,6 +187,7 @@ bool JournalService::listIsStored() {
 template <class Item>
 void JournalService::placeEntry(std::deque<Item>& list, size_t index) {
   if (!placeInList(list, index)) return;
+  listChanged<Item>();  // every order changed: the number index is stale
   std::vector<Item*> others;
   for (size_t i = 0; i < list.size(); ++i)
     if (i != index) others.push_back(&list[i]);

@@ -87,7 +87,7 @@ bool JournalService::newDialledCallEntry(const std::string& entryId, const std::
     return false;
   }
   if (missedRemoval) notifyMissedRemoval(*missedRemoval);
-  m_pObserverNotifier->updateDialledCalls(filed.front, filed.removedId, filed.action);
+  m_pObserverNotifier->updateDialledCalls(std::move(filed.front), filed.removedId, filed.action);
   return true;
 }
 

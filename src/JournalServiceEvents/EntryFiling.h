@@ -36,6 +36,33 @@ bool sameOccurrence(const Info& a, const Info& b) {
   return a.number == b.number && a.numberType == b.numberType && a.timeDate == b.timeDate;
 }
 
+// The first entry of `list` that rules.matches, or end. A party has no entry when no entry holds
+// its number (or, for a phonebook person, its name); when it has, only the entries holding one of
+// its keys are looked at, found by their list order. The caller holds the list's lock.
+template <class Item>
+typename std::deque<Item>::iterator JournalService::findPartyEntry(std::deque<Item>& list,
+                                                                   const FilingRules<Item>& rules) {
+  using T = JournalListTraits<Item>;
+  if constexpr (T::indexed) {
+    if (!rules.matchKeys.empty()) {
+      const auto byOrder = [](const Item& item, int64_t order) { return item.getListOrder() > order; };
+      for (int64_t order : T::numbers(*this).ordersHolding(list, rules.matchKeys)) {
+        auto at = std::lower_bound(list.begin(), list.end(), order, byOrder);
+        if (at == list.end() || at->getListOrder() != order) {
+          // The index names an entry the list does not hold at that order: search the whole list.
+          JLOG(journal::kCoreLog, 2, "%s():table %s: the number index is stale; searching the list", __func__,
+               T::table);
+          listChanged<Item>();
+          return std::find_if(list.begin(), list.end(), rules.matches);
+        }
+        if (rules.matches(*at)) return at;
+      }
+      return list.end();
+    }
+  }
+  return std::find_if(list.begin(), list.end(), rules.matches);
+}
+
 // Files `info`, then runs underLock() before the list's lock is given.
 template <class Item, class UnderLock>
 FiledOccurrence<Item> JournalService::fileOccurrence(const typename Item::InfoList::value_type& info,
@@ -45,19 +72,10 @@ FiledOccurrence<Item> JournalService::fileOccurrence(const typename Item::InfoLi
   std::string trimmedId;
   CriticalSection guard(T::lock(*this));
   auto& list = T::list(*this);
-  // A party has no entry when no entry holds its number (or, for a phonebook person, its name).
-  bool mayMatch = true;
-  if constexpr (T::indexed) {
-    NumberIndex& numbers = T::numbers(*this);
-    mayMatch =
-        rules.matchKeys.empty() || std::any_of(rules.matchKeys.begin(), rules.matchKeys.end(),
-                                               [&](const std::string& key) { return numbers.mayHold(list, key); });
-  }
-  auto found = mayMatch ? std::find_if(list.begin(), list.end(), rules.matches) : list.end();
+  auto found = findPartyEntry(list, rules);
   if (found == list.end()) {
     Item item = rules.makeEntry();
     item.addCallInfoToList(info);
-    arrivingInList(item);
     list.push_front(std::move(item));
   } else {
     if (rules.isRepeat && rules.isRepeat(*found)) {
@@ -71,11 +89,11 @@ FiledOccurrence<Item> JournalService::fileOccurrence(const typename Item::InfoLi
     filed.removedId = merged.getUniqueId();
     if (rules.beforeMerge) rules.beforeMerge(merged);
     merged.addCallInfoToList(info);
-    arrivingInList(merged);
     list.push_front(std::move(merged));
     filed.action = JournalServiceObserverIfc::MERGED_ENTRY;
   }
   placeEntry(list, 0);
+  arrivingInList(list.front());  // indexed under the order it has now
   if (list.size() > kMaxListEntries) {
     if (rules.onDrop) rules.onDrop(list.back());
     trimmedId = list.back().getUniqueId();
@@ -122,8 +140,9 @@ void JournalService::fillSwitchLogData(Info& info, const SwitchLogData& data) {
 
 // An entry full of occurrences drops its oldest when merged; the switch forgets it too, unless the
 // same number stays in the entry or is the new call's.
-template <class Info>
-const Info* droppedOccurrence(const std::list<Info>& infos, const std::string& newNumber) {
+template <class InfoList>
+const typename InfoList::value_type* droppedOccurrence(const InfoList& infos, const std::string& newNumber) {
+  using Info = typename InfoList::value_type;
   if (infos.size() < kMaxCallInfos) return nullptr;
   const Info& oldest = infos.back();
   bool stays = oldest.number == newNumber || std::any_of(infos.begin(), std::prev(infos.end()),

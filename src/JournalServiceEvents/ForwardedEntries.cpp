@@ -38,7 +38,7 @@ bool JournalService::newForwardedCallEntry(const std::string& entryId, const std
     return item;
   };
   auto filed = fileOccurrence(info, rules, [] {});
-  m_pObserverNotifier->updateForwardedCalls(filed.front, filed.removedId, filed.action);
+  m_pObserverNotifier->updateForwardedCalls(std::move(filed.front), filed.removedId, filed.action);
   return true;
 }
 

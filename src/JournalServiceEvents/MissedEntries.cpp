@@ -96,7 +96,7 @@ bool JournalService::newMissedCallEntry(
     JLOG(kCoreLog, 5, "%s():newMissedCallEntry: Entry already exists, ignore", __func__);
     return false;
   }
-  m_pObserverNotifier->updateMissedCallCountAndCalls(filed.front, unviewed, filed.removedId, filed.action);
+  m_pObserverNotifier->updateMissedCallCountAndCalls(std::move(filed.front), unviewed, filed.removedId, filed.action);
   return true;
 }
 

@@ -59,7 +59,7 @@ bool JournalService::newReceivedCallEntry(
     return false;
   }
   if (!sip && talked) searchRemoveMissedCallEntry(remoteParty);  // the party was reached
-  m_pObserverNotifier->updateReceivedCalls(filed.front, filed.removedId, filed.action);
+  m_pObserverNotifier->updateReceivedCalls(std::move(filed.front), filed.removedId, filed.action);
   return true;
 }
 

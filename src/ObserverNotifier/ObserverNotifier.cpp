@@ -1,6 +1,7 @@
 #include "ObserverNotifier.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "JournalLog.h"
 #include "JournalServiceIfc.h"
@@ -96,10 +97,10 @@ void ObserverNotifier::updateMissedCallCountAndCalls(unsigned count, const std::
                   makeData(count, id, JournalServiceObserverIfc::DELETED_ENTRY));
 }
 
-void ObserverNotifier::updateMissedCallCountAndCalls(const MissedCallItem& item, unsigned count, const std::string& id,
+void ObserverNotifier::updateMissedCallCountAndCalls(MissedCallItem item, unsigned count, const std::string& id,
                                                      ActionType action) {
   ObserverData data = makeData(count, id, action);
-  data.missedCall = item;
+  data.missedCall = std::move(item);
   forEachObserver(&ObserverNotifier::updateSingleMissedCallCountAndCalls, data);
 }
 
@@ -116,9 +117,9 @@ void ObserverNotifier::updateDialledCalls(const DialledCallItem& item, const std
   updateDialledCalls(item, id, JournalServiceObserverIfc::DELETED_ENTRY);
 }
 
-void ObserverNotifier::updateDialledCalls(const DialledCallItem& item, const std::string& id, ActionType action) {
+void ObserverNotifier::updateDialledCalls(DialledCallItem item, const std::string& id, ActionType action) {
   ObserverData data = makeData(0, id, action);
-  data.dialledCall = item;
+  data.dialledCall = std::move(item);
   forEachObserver(&ObserverNotifier::updateSingleDialledCalls, data);
 }
 
@@ -130,9 +131,9 @@ void ObserverNotifier::updateReceivedCalls(const std::string& id) {
   updateReceivedCalls(ReceivedCallItem(), id, JournalServiceObserverIfc::DELETED_ENTRY);
 }
 
-void ObserverNotifier::updateReceivedCalls(const ReceivedCallItem& item, const std::string& id, ActionType action) {
+void ObserverNotifier::updateReceivedCalls(ReceivedCallItem item, const std::string& id, ActionType action) {
   ObserverData data = makeData(0, id, action);
-  data.receivedCall = item;
+  data.receivedCall = std::move(item);
   forEachObserver(&ObserverNotifier::updateSingleReceivedCalls, data);
 }
 
@@ -144,9 +145,9 @@ void ObserverNotifier::updateForwardedCalls(const std::string& id) {
   updateForwardedCalls(ForwardedCallItem(), id, JournalServiceObserverIfc::DELETED_ENTRY);
 }
 
-void ObserverNotifier::updateForwardedCalls(const ForwardedCallItem& item, const std::string& id, ActionType action) {
+void ObserverNotifier::updateForwardedCalls(ForwardedCallItem item, const std::string& id, ActionType action) {
   ObserverData data = makeData(0, id, action);
-  data.forwardedCall = item;
+  data.forwardedCall = std::move(item);
   forEachObserver(&ObserverNotifier::updateSingleForwardedCalls, data);
 }
 

@@ -86,8 +86,8 @@ TEST_F(ListOperations, AgeingViewedMarkingAndSetDeletionsSendOneMessageAndSkipUn
   EXPECT_EQ(sent(), (Calls{"write callLogMissedCalls 1", "missedCount 1", "missed M3||1"}));
   journal.setMissedCallListAsViewed({});
   EXPECT_EQ(Calls{}, sent());
-  journal.setMissedCallListAsViewed({"M1", "M3"});
-  EXPECT_EQ(sent(), (Calls{"write callLogMissedCalls 2", "missedCount 0", "missed ||3"}));
+  journal.setMissedCallListAsViewed({"M1", "M3"});  // M3 is viewed already: only M1 is written
+  EXPECT_EQ(sent(), (Calls{"write callLogMissedCalls 1", "missedCount 0", "missed ||3"}));
   EXPECT_EQ(journal.countUnviewedMissedCalls(), 0u);
   journal.setMissedCallListAsViewed({"nobody"});  // names no entry: nothing written, nobody told
   EXPECT_EQ(sent(), Calls{});
@@ -111,6 +111,30 @@ TEST_F(ListOperations, AgeingViewedMarkingAndSetDeletionsSendOneMessageAndSkipUn
   EXPECT_EQ(1u, receivedCalls(journal).size());
   EXPECT_EQ(1u, dialledCalls(journal).size());
   EXPECT_EQ(0u, forwardedCalls(journal).size());
+}
+
+TEST_F(ListOperations, DeletingCallsOfSeveralListsSendsOneMessageAndOneUpdatePerList) {
+  auto& journal = *phone.service;
+  EXPECT_TRUE(journal.deleteCalls({"M1", "M3", "R1", "R2", "D2", "unknown"}));
+  // As the set deletions: one delete of the list's named entries, then one update of the list; the
+  // dialled list lost one entry and is told of it by its id, as its single deletion tells it.
+  EXPECT_EQ(sent(),
+            (Calls{"delete callLogReceivedCalls 2", "delete callLogDialledCalls 1", "delete callLogMissedCalls 2",
+                   "received ||3", "dialled D1|D2|2", "missedCount 0", "missed ||3"}));
+  EXPECT_EQ(1u, missedCalls(journal).size());
+  EXPECT_EQ(0u, receivedCalls(journal).size());
+  EXPECT_EQ(1u, dialledCalls(journal).size());
+  // Unviewed missed entries are counted as before: M1 and M3 went, the viewed M2 stays.
+  EXPECT_EQ(0u, journal.countUnviewedMissedCalls());
+}
+
+TEST_F(ListOperations, MarkingEveryMissedEntryViewedWritesOnlyThoseNotViewedYet) {
+  auto& journal = *phone.service;
+  journal.setMissedCallListAsViewed({"M1", "M2", "M3"});  // M2 is viewed already
+  EXPECT_EQ(sent(), (Calls{"write callLogMissedCalls 2", "missedCount 0", "missed ||3"}));
+  // All are viewed now: nothing is written, the observers still hear the count.
+  journal.setMissedCallListAsViewed({"M1", "M2", "M3"});
+  EXPECT_EQ(sent(), (Calls{"missedCount 0", "missed ||3"}));
 }
 
 TEST_F(ListOperations, DroppedOccurrencesAreReportedWhereTheSwitchKeepsTheCallLog) {

@@ -328,6 +328,41 @@ TEST_P(FullList, DropsItsOldestEntryWhoseStoredRecordTheNewEntryTakesOver) {
   EXPECT_EQ(screen.take(), told(c.kind, list.front().entryId, oldest[0], 0, 1000));
 }
 
+// Calls of parties whose entries lie anywhere in a full list merge into those entries, which move
+// to the front; the unviewed count the screen hears follows every merge, marking and drop.
+TEST_F(Scenario, CallsOfPartiesDeepInAFullListMergeIntoTheirEntriesAndKeepTheUnviewedCount) {
+  seed("missed", 1000);  // X0 (number 20000) the oldest, all unviewed
+  start(kKpx);
+  const auto missedFront = [&] {
+    const auto list = missedCalls(*phone->service);
+    return list.front();
+  };
+  int call = 100;
+  const auto missedFrom = [&](int party) {
+    const std::string id = std::to_string(++call);
+    play(ringing(id, dev(std::to_string(20000 + party))) + clearing(id, 10));
+  };
+  for (int party : {500, 3, 998, 500}) {
+    missedFrom(party);
+    EXPECT_EQ("X" + std::to_string(party), missedFront().getEntryId());
+  }
+  EXPECT_EQ(3u, missedFront().infos().size());  // X500: its seeded call and two more
+  EXPECT_EQ(1000u, missedCalls(*phone->service).size());
+  EXPECT_EQ(1000, badge());
+
+  phone->service->setMissedCallListAsViewed({"X500", "X3"});
+  EXPECT_EQ(998, badge());
+  missedFrom(3);  // a new call makes X3 unviewed again
+  EXPECT_EQ(999, badge());
+  missedFrom(1);  // X1 was unviewed: the count stays
+  EXPECT_EQ(999, badge());
+  missedFrom(5000);  // a new party: X0, unviewed, is dropped
+  EXPECT_EQ(999, badge());
+  EXPECT_EQ(1000u, missedCalls(*phone->service).size());
+  EXPECT_EQ(999u, phone->service->countUnviewedMissedCalls());
+  EXPECT_EQ(kept(entries()), stored());
+}
+
 INSTANTIATE_TEST_SUITE_P(Lists, FullList, ::testing::ValuesIn(kFull), [](const auto& info) { return info.param.name; });
 
 }  // namespace
