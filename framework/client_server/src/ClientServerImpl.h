@@ -49,7 +49,9 @@ class Response : public InvokerResponse {
   void setResponse(const char* text, int length) override;
   void complete() override { m_completed = true; }
   std::string getClientId() const override { return m_clientId; }
-  const std::string& text() const { return m_text; }
+  void takeResponse(std::string&& text) override { m_text = std::move(text); }
+  // The reply text, handed over.
+  std::string takeText() { return std::move(m_text); }
   bool completed() const { return m_completed; }
 
  private:
