@@ -22,6 +22,13 @@ bool isFailureReply(const pugi::xml_node& root) {
   return std::strcmp(root.child_value(H::RESULT), H::FAILURETEXT) == 0;
 }
 
+// Whether `doc` holds one element and nothing beside it: an entry cut out of a reply by its frame
+// is then the same element the whole reply's document holds there.
+bool isOneElement(const pugi::xml_document& doc) {
+  const pugi::xml_node first = doc.first_child();
+  return first && first.type() == pugi::node_element && first == doc.last_child();
+}
+
 bool startsWith(std::string_view text, size_t at, std::string_view prefix) {
   return text.size() >= at && text.size() - at >= prefix.size() && text.compare(at, prefix.size(), prefix) == 0;
 }
@@ -64,9 +71,7 @@ bool readResponseEntries(const std::string& reply, std::deque<Item>& read, bool&
     if (scan.scan(reply.data() + content, close - content)) {
       itemRead = journalxml::readItem(scan, item);
     } else {
-      // A well-formed slice is one whole ENTRY element: the same element the whole reply's
-      // document would hold here.
-      if (!journalxml::parse(doc, reply.data() + at, end - at)) return false;
+      if (!journalxml::parse(doc, reply.data() + at, end - at) || !isOneElement(doc)) return false;
       itemRead = journalxml::readEntry(doc.document_element(), item);
     }
     if (itemRead) {
@@ -155,23 +160,27 @@ struct EntryReading {
   journalxml::ItemScan scan;
 };
 
+// Reads one entry into `list` or names it in `skipped`. False when the entry, as cut out by its
+// frame, is not one element of its own (damaged, or a size that does not fit its element).
 template <class Item>
-void takeStoredEntry(std::string_view entry, std::string_view content, const std::string& uniqueId, bool plainTag,
+bool takeStoredEntry(std::string_view entry, std::string_view content, const std::string& uniqueId, bool plainTag,
                      EntryReading& reading, std::deque<Item>& list, Skipped& skipped) {
   Item item;
   bool itemRead = false;
+  bool oneElement = true;
   if (plainTag && reading.scan.scan(content.data(), content.size())) {
     itemRead = journalxml::readItem(reading.scan, item);
     if (itemRead) item.setUniqueId(uniqueId);
   } else {
-    itemRead = journalxml::parse(reading.doc, entry.data(), entry.size()) &&
-               journalxml::readEntry(reading.doc.document_element(), item);
+    oneElement = journalxml::parse(reading.doc, entry.data(), entry.size()) && isOneElement(reading.doc);
+    itemRead = oneElement && journalxml::readEntry(reading.doc.document_element(), item);
   }
   if (itemRead) {
     list.push_back(std::move(item));
   } else {
     skipped.push_back(uniqueId);
   }
+  return oneElement;
 }
 
 // The reply in the frame a store writes: "<storeReply ...><result>ok</result>", then per entry
@@ -179,7 +188,7 @@ void takeStoredEntry(std::string_view entry, std::string_view content, const std
 // the store writes the frame, so the content of an entry, whatever it holds, never misleads the
 // reading of the next. False when the frame itself is broken.
 template <class Item>
-bool readFramedEntries(const std::string& reply, std::deque<Item>& list, Skipped& skipped) {
+bool readFramedEntries(const std::string& reply, std::deque<Item>& list, Skipped& skipped, bool& allWhole) {
   static const std::string kReplyStart = std::string("<") + H::STOREREPLY;
   static const std::string kResultOk = std::string("<") + H::RESULT + ">ok</" + H::RESULT + ">";
   static const std::string kEntryEnd = std::string("</") + H::ENTRY + ">";
@@ -201,8 +210,9 @@ bool readFramedEntries(const std::string& reply, std::deque<Item>& list, Skipped
     const size_t content = tagEnd + 1;
     if (reply.size() - content < size || !startsWith(reply, content + size, kEntryEnd)) return false;
     const size_t end = content + size + kEntryEnd.size();
-    takeStoredEntry(std::string_view(reply).substr(at, end - at), std::string_view(reply).substr(content, size),
-                    uniqueId, plainTag, reading, list, skipped);
+    if (!takeStoredEntry(std::string_view(reply).substr(at, end - at), std::string_view(reply).substr(content, size),
+                         uniqueId, plainTag, reading, list, skipped))
+      allWhole = false;
     at = end;
   }
   return at + kReplyEnd.size() == reply.size();
@@ -228,10 +238,20 @@ template <class Item>
 bool parseStoredList(const std::string& reply, std::deque<Item>& list, Skipped& skipped) {
   std::deque<Item> read;
   Skipped missing;
-  if (!readFramedEntries(reply, read, missing)) {
+  bool allWhole = true;
+  if (!readFramedEntries(reply, read, missing, allWhole)) {
     read.clear();
     missing.clear();
     if (!readWholeStoreReply(reply, read, missing)) return false;
+  } else if (!allWhole) {
+    // An entry its size does not fit: a reply that is well-formed as a whole is read by its
+    // elements; one that is not keeps what the sizes gave.
+    std::deque<Item> whole;
+    Skipped wholeMissing;
+    if (readWholeStoreReply(reply, whole, wholeMissing)) {
+      read.swap(whole);
+      missing.swap(wholeMissing);
+    }
   }
   appendAll(read, list);
   skipped.insert(skipped.end(), missing.begin(), missing.end());
