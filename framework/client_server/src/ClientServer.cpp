@@ -274,7 +274,7 @@ void ClientServer::Impl::handleRequest(const std::shared_ptr<Connection>& connec
               root.c_str());
     reply = JournalServiceHelper::FAILURE;
   }
-  connection->enqueue(reply);
+  connection->enqueue(std::move(reply));
   connection->requestDone();
 }
 

@@ -124,35 +124,34 @@ bool allDigits(std::string_view text) {
 // The start tag of an entry, `tag` from its '<' to before its '>': its unique id and size. A store
 // writes `<entry uniqueId="DIGITS" size="DIGITS">`, read here directly; any other start tag is read
 // as a small document of its own. False when it is not a start tag with a size.
+// A size as written: decimal digits of a size_t.
+bool readSize(std::string_view text, size_t& size) {
+  long long read = -1;
+  const auto parsed = std::from_chars(text.data(), text.data() + text.size(), read);
+  if (parsed.ec != std::errc() || parsed.ptr != text.data() + text.size() || read < 0) return false;
+  size = static_cast<size_t>(read);
+  return true;
+}
+
 bool readEntryTag(std::string_view tag, std::string& uniqueId, size_t& size, bool& plain) {
   static const std::string kIdStart = std::string("<") + H::ENTRY + " " + H::UNIQUEID + "=\"";
   static const std::string kSizeStart = std::string("\" ") + H::SIZE + "=\"";
   std::string_view sizeText;
   const size_t idEnd = startsWith(tag, 0, kIdStart) ? tag.find('"', kIdStart.size()) : std::string_view::npos;
-  if (idEnd != std::string_view::npos && startsWith(tag, idEnd, kSizeStart) && tag.back() == '"' &&
-      allDigits(tag.substr(kIdStart.size(), idEnd - kIdStart.size())) &&
-      allDigits(sizeText = tag.substr(idEnd + kSizeStart.size(), tag.size() - 1 - idEnd - kSizeStart.size()))) {
+  plain = idEnd != std::string_view::npos && startsWith(tag, idEnd, kSizeStart) && tag.back() == '"' &&
+          allDigits(tag.substr(kIdStart.size(), idEnd - kIdStart.size())) &&
+          allDigits(sizeText = tag.substr(idEnd + kSizeStart.size(), tag.size() - 1 - idEnd - kSizeStart.size()));
+  if (plain) {
     uniqueId.assign(tag.substr(kIdStart.size(), idEnd - kIdStart.size()));
-    plain = true;
-  } else {
-    plain = false;
-    pugi::xml_document doc;
-    if (!journalxml::parse(doc, std::string(tag) + "/>")) return false;
-    const pugi::xml_node entry = doc.document_element();
-    uniqueId = entry.attribute(H::UNIQUEID).value();
-    const char* text = entry.attribute(H::SIZE).value();
-    sizeText = std::string_view(text);
+    return readSize(sizeText, size);
   }
-  long long read = -1;
-  const auto parsed = std::from_chars(sizeText.data(), sizeText.data() + sizeText.size(), read);
-  if (parsed.ec != std::errc() || parsed.ptr != sizeText.data() + sizeText.size() || read < 0) return false;
-  size = static_cast<size_t>(read);
-  return true;
+  pugi::xml_document doc;
+  if (!journalxml::parse(doc, std::string(tag) + "/>")) return false;
+  const pugi::xml_node entry = doc.document_element();
+  uniqueId = entry.attribute(H::UNIQUEID).value();
+  return readSize(entry.attribute(H::SIZE).value(), size);
 }
 
-// One entry of a read reply, `entry` its whole element from its start tag to its end tag, named
-// `uniqueId`: read as an entry of a well-formed reply is (the item as element or as escaped text,
-// the unique id attribute over the body's), or else named in `skipped`.
 // A body in the journal's own shape behind a plain start tag is read from a scan; anything else
 // (or a scan that does not know the body) with pugixml.
 struct EntryReading {
@@ -160,8 +159,10 @@ struct EntryReading {
   journalxml::ItemScan scan;
 };
 
-// Reads one entry into `list` or names it in `skipped`. False when the entry, as cut out by its
-// frame, is not one element of its own (damaged, or a size that does not fit its element).
+// One entry of a read reply, `entry` its whole element from its start tag to its end tag, named
+// `uniqueId`: read as an entry of a well-formed reply is (the item as element or as escaped text,
+// the unique id attribute over the body's), or else named in `skipped`. False when the entry, as
+// cut out by its frame, is not one element of its own (damaged, or a size that does not fit it).
 template <class Item>
 bool takeStoredEntry(std::string_view entry, std::string_view content, const std::string& uniqueId, bool plainTag,
                      EntryReading& reading, std::deque<Item>& list, Skipped& skipped) {
