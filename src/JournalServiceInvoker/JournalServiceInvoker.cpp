@@ -75,7 +75,7 @@ void JournalServiceInvoker::handleMessage(Executable* target, const char* msg, i
     reply = Helper::FAILURE;
     completeEmpty = false;
   }
-  if (!completeEmpty) response->setResponse(reply.data(), static_cast<int>(reply.size()));
+  if (!completeEmpty) response->takeResponse(std::move(reply));
   response->complete();
 }
 

@@ -248,7 +248,7 @@ std::string ClientServer::Impl::invoke(const std::string& message, const std::st
     logAppUni(kLogHandle, __FILE__, kLogTrace, __LINE__, "client %s: request returned without completing; replied",
               clientId.c_str());
   }
-  return response.text();
+  return response.takeText();
 }
 
 void ClientServer::Impl::handleRequest(const std::shared_ptr<Connection>& connection, const std::string& message) {
@@ -274,7 +274,7 @@ void ClientServer::Impl::handleRequest(const std::shared_ptr<Connection>& connec
               root.c_str());
     reply = JournalServiceHelper::FAILURE;
   }
-  connection->enqueue(reply);
+  connection->enqueue(std::move(reply));
   connection->requestDone();
 }
 

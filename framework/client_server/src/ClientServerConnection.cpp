@@ -12,16 +12,14 @@ namespace clientserver {
 
 namespace {
 
-std::string frame(const std::string& payload) {
+// The payload behind its length, in place: a reply written with room to spare (a list's) is
+// moved up within its own buffer rather than copied into a new one.
+std::string frame(std::string payload) {
   const auto length = static_cast<uint32_t>(payload.size());
-  std::string framed;
-  framed.reserve(4 + payload.size());
-  framed += static_cast<char>((length >> 24) & 0xff);
-  framed += static_cast<char>((length >> 16) & 0xff);
-  framed += static_cast<char>((length >> 8) & 0xff);
-  framed += static_cast<char>(length & 0xff);
-  framed += payload;
-  return framed;
+  const char header[4] = {static_cast<char>((length >> 24) & 0xff), static_cast<char>((length >> 16) & 0xff),
+                          static_cast<char>((length >> 8) & 0xff), static_cast<char>(length & 0xff)};
+  payload.insert(0, header, sizeof header);
+  return payload;
 }
 
 }  // namespace
@@ -112,8 +110,9 @@ void Connection::requestDone() {
   });
 }
 
-void Connection::enqueue(const std::string& payload) {
-  std::string framed = frame(payload);
+void Connection::enqueue(std::string payload) {
+  const size_t payloadSize = payload.size();
+  std::string framed = frame(std::move(payload));
   bool startWriting = false;
   bool overflow = false;
   std::size_t queued = 0;
@@ -137,7 +136,7 @@ void Connection::enqueue(const std::string& payload) {
     logAppUni(kLogHandle, __FILE__, kLogError, __LINE__,
               "client %s does not keep up: %zu bytes waiting, a message of %zu more is over the limit of %zu; "
               "disconnecting",
-              m_clientId.c_str(), queued, payload.size() + 4, m_server.options.maxQueuedBytes);
+              m_clientId.c_str(), queued, payloadSize + 4, m_server.options.maxQueuedBytes);
     asio::post(m_server.io, [self] { self->close("disconnected: outgoing queue full", kLogNotable); });
   } else if (startWriting) {
     asio::post(m_server.io, [self] { self->writeNext(); });

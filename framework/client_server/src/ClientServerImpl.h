@@ -49,7 +49,9 @@ class Response : public InvokerResponse {
   void setResponse(const char* text, int length) override;
   void complete() override { m_completed = true; }
   std::string getClientId() const override { return m_clientId; }
-  const std::string& text() const { return m_text; }
+  void takeResponse(std::string&& text) override { m_text = std::move(text); }
+  // The reply text, handed over.
+  std::string takeText() { return std::move(m_text); }
   bool completed() const { return m_completed; }
 
  private:
@@ -72,7 +74,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void start();
   // Any thread, never blocks: frames `payload` and queues it. Over the byte bound the connection
   // is closed; on a closed connection the payload is dropped.
-  void enqueue(const std::string& payload);
+  void enqueue(std::string payload);
   // I/O thread: closes the socket (once) and hands the connection to the server for detaching.
   void close(const std::string& why, int level);
   // A request thread: one of this client's requests has been answered.

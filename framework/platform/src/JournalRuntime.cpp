@@ -12,6 +12,7 @@ constexpr const char* kServiceName = "JournalServiceIfc";
 class LocalResponse : public InvokerResponse {
  public:
   void setResponse(const char* text, int length) override { m_text.assign(text, static_cast<size_t>(length)); }
+  void takeResponse(std::string&& text) override { m_text = std::move(text); }
   void complete() override {}
   std::string getClientId() const override { return "local"; }
   std::string& text() { return m_text; }

@@ -141,18 +141,33 @@ struct Reader {
   explicit Reader(const pugi::xml_node& n, bool fromAttributes = false) {
     if (fromAttributes) {
       for (pugi::xml_attribute a = n.first_attribute(); a && count < kMaxFields; a = a.next_attribute())
-        fields[count++] = {a.name(), a.value(), nullptr};
+        fields[count++] = {a.name(), a.value(), nullptr, nullptr};
     } else {
       for (pugi::xml_node c = n.first_child(); c && count < kMaxFields; c = c.next_sibling())
-        fields[count++] = {c.name(), c.text().get(), c.internal_object()};
+        fields[count++] = {c.name(), c.text().get(), c.internal_object(), nullptr};
+    }
+  }
+  // The same from a scanned body: its root's fields, or the attributes of one occurrence.
+  explicit Reader(const ItemScan& scanned) : scan(&scanned) {
+    for (const ItemScan::Field& field : scanned.fields()) {
+      if (count == kMaxFields) break;
+      fields[count++] = {field.name, field.text, nullptr, &field};
+    }
+  }
+  Reader(const ItemScan& scanned, const ItemScan::Info& info) : scan(&scanned) {
+    for (uint32_t i = info.first; i < info.first + info.count && count < kMaxFields; ++i) {
+      const ItemScan::Field& attribute = scanned.attributes()[i];
+      fields[count++] = {attribute.name, attribute.text, nullptr, &attribute};
     }
   }
 
   struct Entry {  // plain data: the array is not initialised, only the first `count` are set
     const char* name;
     const char* text;
-    pugi::xml_node_struct* node;
+    pugi::xml_node_struct* node;     // read from a document
+    const ItemScan::Field* scanned;  // read from a scan
   };
+  const ItemScan* scan = nullptr;           // the scan the fields come from, if any
   static constexpr size_t kMaxFields = 32;  // more than any item or occurrence has
   Entry fields[kMaxFields];
   size_t count = 0;
@@ -298,15 +313,28 @@ void writeInfos(Writer& writer, const Item& item) {
   writer.close(H::CALLINFOS);
 }
 
+template <class Item, class InfoReader>
+bool readInfo(InfoReader&& infoReader, typename Item::InfoList& infos) {
+  typename Item::InfoList::value_type info;
+  visitInfo(infoReader, info);
+  if (!infoReader.ok) return false;
+  infos.push_back(std::move(info));
+  return true;
+}
+
 template <class Item>
 bool readInfos(Reader& reader, Item& item) {
   typename Item::InfoList infos;
-  for (const pugi::xml_node& node : reader.child(H::CALLINFOS).children(H::CALLINFO)) {
-    Reader infoReader{node, true};
-    typename Item::InfoList::value_type info;
-    visitInfo(infoReader, info);
-    if (!infoReader.ok) return false;
-    infos.push_back(std::move(info));
+  if (reader.scan) {
+    const Reader::Entry* found = reader.entry(H::CALLINFOS);
+    const ItemScan::Field* scanned = found ? found->scanned : nullptr;
+    for (uint32_t i = 0; scanned && i < scanned->count; ++i) {
+      if (!readInfo<Item>(Reader{*reader.scan, reader.scan->infos()[scanned->first + i]}, infos)) return false;
+    }
+  } else {
+    for (const pugi::xml_node& node : reader.child(H::CALLINFOS).children(H::CALLINFO)) {
+      if (!readInfo<Item>(Reader{node, true}, infos)) return false;
+    }
   }
   item.infos() = std::move(infos);
   return true;
@@ -327,15 +355,27 @@ void writeItem(std::string& out, const Item& item, bool isDelete) {
 }
 
 template <class Item>
-bool readItem(const pugi::xml_node& root, Item& item) {
-  if (std::strcmp(root.name(), ItemTraits<Item>::root) != 0) return false;
-  Reader reader{root};
+bool readFrom(Reader& reader, Item& item) {
   visitIdentity(reader, item);
   visitFields(reader, item);
   if constexpr (hasPicture<Item>) {
     if (!readInfos(reader, item)) return false;
   }
   return reader.ok;
+}
+
+template <class Item>
+bool readItem(const pugi::xml_node& root, Item& item) {
+  if (std::strcmp(root.name(), ItemTraits<Item>::root) != 0) return false;
+  Reader reader{root};
+  return readFrom(reader, item);
+}
+
+template <class Item>
+bool readItem(const ItemScan& scan, Item& item) {
+  if (!scan.rootName() || std::strcmp(scan.rootName(), ItemTraits<Item>::root) != 0) return false;
+  Reader reader{scan};
+  return readFrom(reader, item);
 }
 
 // An entry holds the item either as its element (replies) or as escaped text (store requests).
@@ -360,6 +400,7 @@ bool readEntry(const pugi::xml_node& entry, Item& item) {
 #define JOURNALXML_INSTANTIATE(Item)                              \
   template void writeItem<Item>(std::string&, const Item&, bool); \
   template bool readItem<Item>(const pugi::xml_node&, Item&);     \
+  template bool readItem<Item>(const ItemScan&, Item&);           \
   template bool readEntry<Item>(const pugi::xml_node&, Item&);
 JOURNALXML_INSTANTIATE(MissedCallItem)
 JOURNALXML_INSTANTIATE(ReceivedCallItem)
@@ -391,109 +432,10 @@ void appendEntry(const Item& item, std::string& text, bool isDelete) {
 
 template <class Item>
 bool parseBody(const std::string& body, Item& item) {
+  thread_local journalxml::ItemScan scan;
+  if (scan.scan(body.data(), body.size())) return journalxml::readItem(scan, item);
   pugi::xml_document doc;
   return journalxml::parse(doc, body) && journalxml::readItem(doc.document_element(), item);
-}
-
-// A reply that says the request failed, rather than an empty list.
-bool isFailureReply(const pugi::xml_node& root) {
-  return std::string(root.child_value(JournalServiceHelper::RESULT)) == JournalServiceHelper::FAILURETEXT;
-}
-
-// ---- Store read replies, entry by entry ------------------------------------------------------
-
-using Skipped = std::vector<std::string>;
-
-// One entry of a read reply, `entry` its whole element from its start tag to its end tag, named
-// `uniqueId`: read as an entry of a well-formed reply is (the item as element or as escaped text,
-// the unique id attribute over the body's), or else named in `skipped`.
-template <class Item>
-void takeStoredEntry(std::string_view entry, const char* uniqueId, std::deque<Item>& list, Skipped& skipped) {
-  pugi::xml_document doc;
-  Item item;
-  if (journalxml::parse(doc, entry.data(), entry.size()) && journalxml::readEntry(doc.document_element(), item)) {
-    list.push_back(std::move(item));
-  } else {
-    skipped.emplace_back(uniqueId);
-  }
-}
-
-// A reply that is not well-formed, read by its frame: "<storeReply ...><result>ok</result>", then
-// per entry "<entry uniqueId=".." size="N">", N bytes of content, "</entry>", then
-// "</storeReply>". Only the store writes the frame, so the content of an entry, whatever it holds,
-// never misleads the reading of the next. False when the frame itself is broken.
-template <class Item>
-bool readFramedEntries(const std::string& reply, std::deque<Item>& list, Skipped& skipped) {
-  static const std::string kResultOk = std::string("<") + H::RESULT + ">ok</" + H::RESULT + ">";
-  static const std::string kEntryEnd = std::string("</") + H::ENTRY + ">";
-  static const std::string kReplyEnd = std::string("</") + H::STOREREPLY + ">";
-  static const std::string kEntryStart = std::string("<") + H::ENTRY + " ";
-  if (reply.compare(0, std::strlen(H::STOREREPLY) + 1, std::string("<") + H::STOREREPLY) != 0) return false;
-  size_t at = reply.find(kResultOk);
-  if (at == std::string::npos || at > reply.find('>') + 1) return false;
-  at += kResultOk.size();
-  while (reply.compare(at, kReplyEnd.size(), kReplyEnd) != 0) {
-    if (reply.compare(at, kEntryStart.size(), kEntryStart) != 0) return false;
-    const size_t tagEnd = reply.find('>', at);
-    if (tagEnd == std::string::npos) return false;
-    // The start tag alone, closed, is a small document of its own.
-    pugi::xml_document tag;
-    if (!journalxml::parse(tag, reply.substr(at, tagEnd - at) + "/>")) return false;
-    const pugi::xml_node entry = tag.document_element();
-    long long size = -1;
-    const char* sizeText = entry.attribute(H::SIZE).value();
-    const char* sizeEnd = sizeText + std::strlen(sizeText);
-    const auto parsed = std::from_chars(sizeText, sizeEnd, size);
-    if (parsed.ec != std::errc() || parsed.ptr != sizeEnd || size < 0) return false;
-    const size_t content = tagEnd + 1;
-    if (reply.size() < content + static_cast<size_t>(size) + kEntryEnd.size() ||
-        reply.compare(content + static_cast<size_t>(size), kEntryEnd.size(), kEntryEnd) != 0) {
-      return false;
-    }
-    const size_t end = content + static_cast<size_t>(size) + kEntryEnd.size();
-    takeStoredEntry(std::string_view(reply).substr(at, end - at), entry.attribute(H::UNIQUEID).value(), list, skipped);
-    at = end;
-  }
-  return at + kReplyEnd.size() == reply.size();
-}
-
-template <class Item>
-bool parseStoredList(const std::string& reply, std::deque<Item>& list, Skipped& skipped) {
-  std::deque<Item> read;
-  Skipped missing;
-  pugi::xml_document doc;
-  if (journalxml::parse(doc, reply)) {
-    if (isFailureReply(doc.document_element())) return false;
-    for (const pugi::xml_node& entry : doc.document_element().children(H::ENTRY)) {
-      Item item;
-      if (journalxml::readEntry(entry, item)) {
-        read.push_back(std::move(item));
-      } else {
-        missing.emplace_back(entry.attribute(H::UNIQUEID).value());
-      }
-    }
-  } else if (!readFramedEntries(reply, read, missing)) {
-    return false;
-  }
-  for (Item& item : read) list.push_back(std::move(item));
-  skipped.insert(skipped.end(), missing.begin(), missing.end());
-  return true;
-}
-
-template <class Item>
-bool parseList(const std::string& reply, std::deque<Item>& list) {
-  pugi::xml_document doc;
-  if (!journalxml::parse(doc, reply) || isFailureReply(doc.document_element())) return false;
-  bool ok = true;
-  for (const pugi::xml_node& entry : doc.document_element().children(JournalServiceHelper::ENTRY)) {
-    Item item;
-    if (journalxml::readEntry(entry, item)) {
-      list.push_back(std::move(item));
-    } else {
-      ok = false;
-    }
-  }
-  return ok;
 }
 
 }  // namespace
@@ -546,37 +488,4 @@ bool JournalServiceHelper::parseXMLItemBody(const std::string& body, ForwardedCa
 }
 bool JournalServiceHelper::parseXMLItemBody(const std::string& body, CallBackItem& item) {
   return parseBody(body, item);
-}
-
-bool JournalServiceHelper::parseXMLMissedCallList(const std::string& reply, std::deque<MissedCallItem>& list) {
-  return parseList(reply, list);
-}
-bool JournalServiceHelper::parseXMLReceivedCallList(const std::string& reply, std::deque<ReceivedCallItem>& list) {
-  return parseList(reply, list);
-}
-bool JournalServiceHelper::parseXMLDialledCallList(const std::string& reply, std::deque<DialledCallItem>& list) {
-  return parseList(reply, list);
-}
-bool JournalServiceHelper::parseXMLForwardedCallList(const std::string& reply, std::deque<ForwardedCallItem>& list) {
-  return parseList(reply, list);
-}
-bool JournalServiceHelper::parseXMLCallBackList(const std::string& reply, std::deque<CallBackItem>& list) {
-  return parseList(reply, list);
-}
-
-bool JournalServiceHelper::parseStoredMissedCallList(const std::string& reply, std::deque<MissedCallItem>& list,
-                                                     std::vector<std::string>& skipped) {
-  return parseStoredList(reply, list, skipped);
-}
-bool JournalServiceHelper::parseStoredReceivedCallList(const std::string& reply, std::deque<ReceivedCallItem>& list,
-                                                       std::vector<std::string>& skipped) {
-  return parseStoredList(reply, list, skipped);
-}
-bool JournalServiceHelper::parseStoredDialledCallList(const std::string& reply, std::deque<DialledCallItem>& list,
-                                                      std::vector<std::string>& skipped) {
-  return parseStoredList(reply, list, skipped);
-}
-bool JournalServiceHelper::parseStoredForwardedCallList(const std::string& reply, std::deque<ForwardedCallItem>& list,
-                                                        std::vector<std::string>& skipped) {
-  return parseStoredList(reply, list, skipped);
 }

@@ -8,6 +8,7 @@
 #include <pugixml.hpp>
 
 #include "framework/CallItems.h"
+#include "framework/ItemScan.h"
 #include "framework/JournalServiceHelper.h"
 #include "framework/JournalServiceHelperXml.h"
 
@@ -53,12 +54,13 @@ bool parseRowId(const char* text, int64_t& id) {
 // Whether the journal reads `root` as an item of its type: every field that must be a number is
 // one, every enumeration in range. A body it could not read would come back from every read as a
 // damaged row, so a store refuses to keep it.
-bool isReadableItem(const pugi::xml_node& root) {
+template <class Root>
+bool isReadableItem(const Root& root, const char* name) {
   const auto reads = [&root](auto item) { return journalxml::readItem(root, item); };
-  if (named(root, H::MISSEDCALL)) return reads(MissedCallItem());
-  if (named(root, H::DIALLEDCALL)) return reads(DialledCallItem());
-  if (named(root, H::RECEIVEDCALL)) return reads(ReceivedCallItem());
-  if (named(root, H::FORWARDEDCALL)) return reads(ForwardedCallItem());
+  if (std::strcmp(name, H::MISSEDCALL) == 0) return reads(MissedCallItem());
+  if (std::strcmp(name, H::DIALLEDCALL) == 0) return reads(DialledCallItem());
+  if (std::strcmp(name, H::RECEIVEDCALL) == 0) return reads(ReceivedCallItem());
+  if (std::strcmp(name, H::FORWARDEDCALL) == 0) return reads(ForwardedCallItem());
   return false;
 }
 
@@ -67,6 +69,17 @@ int64_t occurrencesIn(const pugi::xml_node& root) {
   for (pugi::xml_node info = root.child(H::CALLINFOS).child(H::CALLINFO); info; info = info.next_sibling(H::CALLINFO))
     ++count;
   return count;
+}
+
+// The list order (0 when there is none or it is no number) and the viewed flag; null for a field
+// the body leaves out.
+void readOrderAndViewed(const char* listOrder, const char* viewed, ItemFields& fields) {
+  if (listOrder) {
+    const char* end = listOrder + std::strlen(listOrder);
+    const auto parsed = std::from_chars(listOrder, end, fields.listOrder);
+    if (parsed.ec != std::errc() || parsed.ptr != end) fields.listOrder = 0;
+  }
+  fields.viewed = viewed && (std::strcmp(viewed, H::TRUETEXT) == 0 || std::strcmp(viewed, "1") == 0);
 }
 
 // Fields left out of a body are at their default: an empty text, a flag that is false.
@@ -84,14 +97,28 @@ void readFields(const pugi::xml_node& root, ItemFields& fields) {
     fields.timeDate = newest.attribute(H::TIMEDATE).value();
   }
   fields.occurrences = occurrencesIn(root);
-  const char* listOrder = fieldText(root, H::LISTORDER);
-  if (listOrder) {
-    const char* end = listOrder + std::strlen(listOrder);
-    const auto parsed = std::from_chars(listOrder, end, fields.listOrder);
-    if (parsed.ec != std::errc() || parsed.ptr != end) fields.listOrder = 0;
+  readOrderAndViewed(fieldText(root, H::LISTORDER), fieldText(root, H::VIEWED), fields);
+}
+
+// The same fields from a scanned body.
+void readScannedFields(const journalxml::ItemScan& scan, ItemFields& fields) {
+  const auto text = [&scan](const char* name) {
+    const char* value = scan.fieldText(name);
+    return value ? value : "";
+  };
+  fields.surname = text(H::SURNAME);
+  fields.firstname = text(H::FIRSTNAME);
+  const journalxml::ItemScan::Field* infos = scan.firstInfos();
+  fields.occurrences = infos ? infos->count : 0;
+  fields.hasOccurrence = fields.occurrences > 0;
+  if (fields.hasOccurrence) {
+    const journalxml::ItemScan::Info& newest = scan.infos()[infos->first];
+    const char* number = scan.attribute(newest, H::NUMBER);
+    const char* timeDate = scan.attribute(newest, H::TIMEDATE);
+    fields.number = number ? number : "";
+    fields.timeDate = timeDate ? timeDate : "";
   }
-  const char* viewed = fieldText(root, H::VIEWED);
-  fields.viewed = viewed && (std::strcmp(viewed, H::TRUETEXT) == 0 || std::strcmp(viewed, "1") == 0);
+  readOrderAndViewed(scan.fieldText(H::LISTORDER), scan.fieldText(H::VIEWED), fields);
 }
 
 // The frame: root, table, reason, and that only elements follow the reason (a read: none).
@@ -153,11 +180,34 @@ bool entryBody(const pugi::xml_node& entry, const char*& body, std::string& erro
   return true;
 }
 
+// A body in the journal's own shape, read from a scan without a document: false, with `entry`
+// to be filled anew, when the scan does not know the body or finds a fault, which the document
+// then names.
+bool readScannedEntry(const char* body, const StoreRequest& request, Entry& entry) {
+  thread_local journalxml::ItemScan scan;
+  // A raw carriage return makes the body written anew from a document.
+  if (std::strchr(body, '\r') || !scan.scan(body, std::strlen(body))) return false;
+  if (std::strcmp(scan.rootName(), kTables[request.table].bodyRoot) != 0) return false;
+  const bool writes = request.reason != kDelete;
+  if (writes && !isReadableItem(scan, scan.rootName())) return false;
+  const char* uniqueId = scan.fieldText(H::UNIQUEID);
+  entry.badUniqueId = uniqueId && *uniqueId && !parseRowId(uniqueId, entry.uniqueId);
+  const char* entryId = scan.fieldText(H::ENTRYID);
+  entry.item.entryId = entryId ? entryId : "";
+  if (writes) {
+    readScannedFields(scan, entry.item);
+    entry.body = body;
+  }
+  return true;
+}
+
 // An ENTRY element holding one item body of the table's type as text; one to be written must be
 // an item the journal reads back.
 bool readEntry(const pugi::xml_node& element, const StoreRequest& request, Entry& entry, std::string& error) {
   const char* body = nullptr;
   if (!entryBody(element, body, error)) return false;
+  if (readScannedEntry(body, request, entry)) return true;
+  entry = Entry();
   pugi::xml_document doc;
   if (!journalxml::parse(doc, body, std::strlen(body))) {
     error = "an entry's item body is not well-formed";
@@ -170,7 +220,7 @@ bool readEntry(const pugi::xml_node& element, const StoreRequest& request, Entry
     return false;
   }
   const bool writes = request.reason != kDelete;
-  if (writes && !isReadableItem(root)) {
+  if (writes && !isReadableItem(root, root.name())) {
     error = std::string("an entry's item body is not a readable <") + root.name() + "> (a field out of its range)";
     return false;
   }

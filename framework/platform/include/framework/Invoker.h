@@ -21,6 +21,9 @@ class InvokerResponse {
   // The reply text (copied). Without a call the reply is empty.
   virtual void setResponse(const char* text, int length) = 0;
   void setResponse(const std::string& text) { setResponse(text.data(), static_cast<int>(text.size())); }
+  // The same, handing the text over: a response that keeps a string takes it without a copy (a
+  // full list's reply is a few MB).
+  virtual void takeResponse(std::string&& text) { setResponse(text.data(), static_cast<int>(text.size())); }
   // The reply is complete: the framework sends it. Later calls are ignored.
   virtual void complete() = 0;
   // Who asked: an identity that stays the same for the whole connection.

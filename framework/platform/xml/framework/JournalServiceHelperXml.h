@@ -7,6 +7,7 @@
 
 #include <string>
 
+#include "framework/ItemScan.h"
 #include "framework/JournalServiceHelper.h"
 
 namespace journalxml {
@@ -47,6 +48,9 @@ template <class Item>
 void writeItem(std::string& out, const Item& item, bool isDelete);
 template <class Item>
 bool readItem(const pugi::xml_node& root, Item& item);
+// The same from a scanned body: false when its root is not the item's or a field is out of range.
+template <class Item>
+bool readItem(const ItemScan& scan, Item& item);
 // Parses the text of an ENTRY element (an item body) into `item`.
 template <class Item>
 bool readEntry(const pugi::xml_node& entry, Item& item);
