@@ -11,6 +11,7 @@
 #include "HostStatus.h"
 #include "LinkWatchers.h"
 #include "Management.h"
+#include "ProcessHeap.h"
 #include "SettingTable.h"
 #include "client_server/ClientServer.h"
 #include "digit_analysis/ConfiguredDigitAnalysis.h"
@@ -164,6 +165,7 @@ bool JournalHost::start(std::string& error) {
   m_listsLoaded = request(JournalServiceHelper::createMethodRequest(JournalServiceHelper::REFRESH_CALL_LOG)) ==
                   JournalServiceHelper::respBool(true);
   if (!m_listsLoaded) HOSTLOG(2, "the journal could not read its lists from the database at start");
+  releaseFreedHeap();  // the load's transient texts and parse trees are freed by now
   applyJournalSwitches();
   m_parts->csta->releaseEvents();
   if (m_mode == Mode::Daemon && !serveClients(error)) {
