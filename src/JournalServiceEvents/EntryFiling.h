@@ -123,7 +123,7 @@ void JournalService::fillSwitchLogData(Info& info, const SwitchLogData& data) {
 // An entry full of occurrences drops its oldest when merged; the switch forgets it too, unless the
 // same number stays in the entry or is the new call's.
 template <class Info>
-const Info* droppedOccurrence(const std::list<Info>& infos, const std::string& newNumber) {
+const Info* droppedOccurrence(const std::vector<Info>& infos, const CompactString& newNumber) {
   if (infos.size() < kMaxCallInfos) return nullptr;
   const Info& oldest = infos.back();
   bool stays = oldest.number == newNumber || std::any_of(infos.begin(), std::prev(infos.end()),
