@@ -81,6 +81,7 @@ struct JournalHost::Parts {
   std::unique_ptr<LinkWatchers> linkWatchers;  // outlives the link and the client server
   std::unique_ptr<fw::CstaLinkService> csta;
   std::unique_ptr<CallLogAccessAgent> accessAgent;
+  std::unique_ptr<HeapReleasingInvoker> clientInvoker;  // outlives the client server
   std::unique_ptr<fw::ClientServer> server;
   std::shared_ptr<fw::LogSink> previousSink;
   bool sinkReplaced = false;
@@ -271,7 +272,8 @@ bool JournalHost::serveClients(std::string& error) {
     p.server->stop();  // no request, proxy or subscription outlives this
     p.server.reset();
   });
-  p.server->setTarget(p.runtime.service(), p.runtime.invoker());
+  p.clientInvoker = std::make_unique<HeapReleasingInvoker>(p.runtime.invoker());
+  p.server->setTarget(p.runtime.service(), p.clientInvoker.get());
   const fw::Plugin* plugin = p.runtime.plugin();
   p.server->addProxyFactory(
       kObserverInterface, [plugin] { return plugin->create<Proxy>("createJournalServiceObserverProxy"); },
