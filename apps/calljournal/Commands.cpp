@@ -171,7 +171,7 @@ int lastDialledCommand(const Connection& c, bool json) {
     std::cout << toJson(lists) << '\n';
   } else {
     const auto& infos = item.infos();
-    std::cout << (infos.empty() ? std::string() : infos.front().number) << '\n';
+    std::cout << (infos.empty() ? std::string() : infos.front().number.str()) << '\n';
   }
   return 0;
 }

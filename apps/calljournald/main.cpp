@@ -1,19 +1,23 @@
 // calljournald: the call journal daemon. Follows the phone's line at the switch, keeps the lists
 // in its database and serves clients on a Unix socket until SIGTERM or SIGINT; SIGHUP reads the
 // configuration file again. --print-config prints the configuration, every setting described.
-// Started by systemd (Type=notify), it reports readiness, reloads and its stop (sd_notify).
+// Started by systemd (Type=notify), it reports readiness, reloads and its stop on NOTIFY_SOCKET.
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
-#include <systemd/sd-daemon.h>
-
 #include <CLI/CLI.hpp>
+#include <cstddef>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <iostream>
 
 #include "HostSettings.h"
 #include "JournalHost.h"
+#include "ProcessHeap.h"
 #include "SettingTable.h"
 #include "UsageErrors.h"
 #include "framework/Logging.h"
@@ -52,8 +56,24 @@ int printConfiguration(const std::string& path, const std::map<std::string, std:
 // The service manager's view of the daemon (systemd's Type=notify): READY=1 once clients are
 // served and the lists are read, RELOADING=1 ... READY=1 around a reload, STOPPING=1 when a stop
 // begins, each with a STATUS= line. Without NOTIFY_SOCKET (not started by systemd) nothing is sent.
+// Each message is one datagram to the Unix socket NOTIFY_SOCKET names: a path, or an abstract
+// socket name when it begins with '@'. A message that cannot be sent is dropped, as the manager
+// would only time out waiting for it.
 void notifyServiceManager(const char* state, const std::string& status) {
-  sd_notify(0, (std::string(state) + "\nSTATUS=" + status).c_str());
+  const char* name = std::getenv("NOTIFY_SOCKET");
+  if (!name || (name[0] != '/' && name[0] != '@')) return;
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  const size_t length = std::strlen(name);
+  if (length >= sizeof address.sun_path) return;
+  std::memcpy(address.sun_path, name, length);
+  if (name[0] == '@') address.sun_path[0] = '\0';
+  const auto size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + length);
+  const int fd = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  if (fd < 0) return;
+  const std::string message = std::string(state) + "\nSTATUS=" + status;
+  ::sendto(fd, message.data(), message.size(), MSG_NOSIGNAL, reinterpret_cast<const sockaddr*>(&address), size);
+  ::close(fd);
 }
 
 std::string servingStatus(const host::JournalHost& journal) {
@@ -117,6 +137,7 @@ int main(int argc, char** argv) {
   // The call history is personal data: every file the daemon makes (database, its companions, a
   // log file) is its user's alone.
   umask(077);
+  host::limitHeapGrowth();
   sigset_t signals = blockControlSignals();
   // Every fault the daemon knows of is a plain message from configure or start; anything thrown
   // past them still ends with one line and exit code 1, never an abort.

@@ -11,6 +11,7 @@
 #include "HostStatus.h"
 #include "LinkWatchers.h"
 #include "Management.h"
+#include "ProcessHeap.h"
 #include "SettingTable.h"
 #include "client_server/ClientServer.h"
 #include "digit_analysis/ConfiguredDigitAnalysis.h"
@@ -80,6 +81,7 @@ struct JournalHost::Parts {
   std::unique_ptr<LinkWatchers> linkWatchers;  // outlives the link and the client server
   std::unique_ptr<fw::CstaLinkService> csta;
   std::unique_ptr<CallLogAccessAgent> accessAgent;
+  std::unique_ptr<HeapReleasingInvoker> clientInvoker;  // outlives the client server
   std::unique_ptr<fw::ClientServer> server;
   std::shared_ptr<fw::LogSink> previousSink;
   bool sinkReplaced = false;
@@ -164,6 +166,7 @@ bool JournalHost::start(std::string& error) {
   m_listsLoaded = request(JournalServiceHelper::createMethodRequest(JournalServiceHelper::REFRESH_CALL_LOG)) ==
                   JournalServiceHelper::respBool(true);
   if (!m_listsLoaded) HOSTLOG(2, "the journal could not read its lists from the database at start");
+  releaseFreedHeap();  // the load's transient texts and parse trees are freed by now
   applyJournalSwitches();
   m_parts->csta->releaseEvents();
   if (m_mode == Mode::Daemon && !serveClients(error)) {
@@ -269,7 +272,8 @@ bool JournalHost::serveClients(std::string& error) {
     p.server->stop();  // no request, proxy or subscription outlives this
     p.server.reset();
   });
-  p.server->setTarget(p.runtime.service(), p.runtime.invoker());
+  p.clientInvoker = std::make_unique<HeapReleasingInvoker>(p.runtime.invoker());
+  p.server->setTarget(p.runtime.service(), p.clientInvoker.get());
   const fw::Plugin* plugin = p.runtime.plugin();
   p.server->addProxyFactory(
       kObserverInterface, [plugin] { return plugin->create<Proxy>("createJournalServiceObserverProxy"); },

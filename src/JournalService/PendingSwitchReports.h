@@ -34,7 +34,7 @@ class PendingSwitchReports {
     m_requests.push_back(deleteRequestFor(info));
   }
   template <class Info>
-  void deleteCalls(const std::list<Info>& infos) {
+  void deleteCalls(const std::vector<Info>& infos) {
     for (const Info& info : infos) deleteCall(info);
   }
 

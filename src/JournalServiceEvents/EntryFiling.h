@@ -141,7 +141,7 @@ void JournalService::fillSwitchLogData(Info& info, const SwitchLogData& data) {
 // An entry full of occurrences drops its oldest when merged; the switch forgets it too, unless the
 // same number stays in the entry or is the new call's.
 template <class InfoList>
-const typename InfoList::value_type* droppedOccurrence(const InfoList& infos, const std::string& newNumber) {
+const typename InfoList::value_type* droppedOccurrence(const InfoList& infos, const CompactString& newNumber) {
   using Info = typename InfoList::value_type;
   if (infos.size() < kMaxCallInfos) return nullptr;
   const Info& oldest = infos.back();

@@ -64,7 +64,7 @@ std::optional<unsigned> JournalService::withdrawNewestMissedOccurrence(const Con
   MissedCallItem& front = list.front();
   listChanged<MissedCallItem>();
   auto infos = front.getMissedCallInfoList();
-  infos.pop_front();
+  infos.erase(infos.begin());
   if (infos.empty()) {
     JLOG(kCoreLog, 5, "%s():removing whole entry", "sscfw_checkNewForwardedCall");
     storeDelete(front);

@@ -19,7 +19,7 @@ void reportNow(JournalService& journal, const Info& info) {
   reports.send();
 }
 template <class Info>
-void reportNow(JournalService& journal, const std::list<Info>& infos) {
+void reportNow(JournalService& journal, const std::vector<Info>& infos) {
   PendingSwitchReports reports(journal);
   reports.deleteCalls(infos);
   reports.send();

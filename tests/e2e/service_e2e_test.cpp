@@ -6,12 +6,15 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <cstddef>
+
 #include "DaemonFixture.h"
 
 namespace e2e {
 namespace {
 
-// A datagram socket bound where the daemon is told to send its notifications.
+// A datagram socket bound where the daemon is told to send its notifications: a path, or an
+// abstract socket name when `path` begins with '@'.
 class NotifySocket {
  public:
   explicit NotifySocket(const std::string& path) : m_path(path) {
@@ -19,7 +22,12 @@ class NotifySocket {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     path.copy(address.sun_path, sizeof address.sun_path - 1);
-    m_bound = m_fd >= 0 && ::bind(m_fd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+    socklen_t size = sizeof address;
+    if (path[0] == '@') {
+      address.sun_path[0] = '\0';
+      size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + path.size());
+    }
+    m_bound = m_fd >= 0 && ::bind(m_fd, reinterpret_cast<sockaddr*>(&address), size) == 0;
   }
   ~NotifySocket() {
     if (m_fd >= 0) ::close(m_fd);
@@ -93,6 +101,18 @@ TEST_F(ServiceManagerTest, ReadyComesOnceClientsAreServedAndTheListsAreRead) {
   EXPECT_EQ("RELOADING=1", firstLine(notify.next()));
   EXPECT_EQ("READY=1", firstLine(notify.next()));
 
+  daemon->signal(SIGTERM);
+  EXPECT_EQ("STOPPING=1", firstLine(notify.next()));
+  EXPECT_EQ(0, daemon->wait(15000));
+}
+
+// A manager may name an abstract socket ('@' for the leading zero byte): the same messages reach it.
+TEST_F(ServiceManagerTest, AnAbstractNotifySocketReceivesTheMessages) {
+  NotifySocket notify("@calljournald-notify-" + std::to_string(::getpid()));
+  ASSERT_TRUE(notify.bound());
+  startNotifying(notify);
+
+  EXPECT_EQ("READY=1", firstLine(notify.next())) << daemon->err();
   daemon->signal(SIGTERM);
   EXPECT_EQ("STOPPING=1", firstLine(notify.next()));
   EXPECT_EQ(0, daemon->wait(15000));

@@ -137,7 +137,8 @@ if (cd "$build" && cpack -G DEB -B "$work/deb" >"$work/cpack.log" 2>&1); then
   expect_eq "package files naming tests" "" "$(grep -E 'test|bench|fuzz' <<<"$contents")"
   expect_eq "package version" "$version" "$(dpkg-deb -f "$deb" Version)"
   expect_eq "conffiles" "/etc/calljournal/calljournald.conf" "$(dpkg-deb -I "$deb" conffiles)"
-  grep -q "libsystemd0" <<<"$(dpkg-deb -f "$deb" Depends)" || fail "Depends lacks libsystemd0"
+  grep -q "libcurl4" <<<"$(dpkg-deb -f "$deb" Depends)" || fail "Depends lacks libcurl4"
+  grep -q "libsqlite3" <<<"$(dpkg-deb -f "$deb" Depends)" || fail "Depends lacks libsqlite3"
   dpkg-deb -x "$deb" "$work/deb/root"
   expect_eq "ExecStart in the package" \
     "ExecStart=/usr/bin/calljournald --config /etc/calljournal/calljournald.conf" \

@@ -1,8 +1,7 @@
 // Upload of a visitor's call log: the document built from the store's read replies, sent by HTTP
-// PUT through libcurl or written atomically to a local file.
+// PUT through libcurl (loaded on the first HTTP upload) or written atomically to a local file.
 #include "mobility_upload/UploadMobilityService.h"
 
-#include <curl/curl.h>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -14,6 +13,7 @@
 #include <cstring>
 #include <utility>
 
+#include "CurlLibrary.h"
 #include "framework/JournalServiceHelper.h"
 #include "framework/JournalServiceHelperXml.h"
 #include "framework/Logging.h"
@@ -21,14 +21,6 @@
 namespace {
 
 const char kLogHandle[] = "Mobility Service";
-
-// libcurl's global state is set up once per process, before the first handle.
-CURLcode initCurlOnce() {
-  static std::once_flag once;
-  static CURLcode result = CURLE_OK;
-  std::call_once(once, [] { result = curl_global_init(CURL_GLOBAL_DEFAULT); });
-  return result;
-}
 
 bool startsWith(const std::string& text, const char* prefix) { return text.rfind(prefix, 0) == 0; }
 
@@ -135,32 +127,34 @@ bool UploadMobilityService::saveVisitorCallLog() {
 }
 
 bool UploadMobilityService::putHttp(const std::string& url, const std::string& document) {
-  if (initCurlOnce() != CURLE_OK) return fail("libcurl could not be initialised (upload to " + url + ")", __LINE__);
-  CURL* curl = curl_easy_init();
+  std::string loadError;
+  const CurlLibrary* lib = CurlLibrary::load(loadError);
+  if (!lib) return fail(loadError + ": no HTTP upload to " + url, __LINE__);
+  CURL* curl = lib->easy_init();
   if (!curl) return fail("no libcurl handle for the upload to " + url, __LINE__);
   char errorText[CURL_ERROR_SIZE] = {};
   Upload body{&document, 0};
-  curl_slist* headers = curl_slist_append(nullptr, "Content-Type: application/xml");
+  curl_slist* headers = lib->slist_append(nullptr, "Content-Type: application/xml");
   // No "100 continue" round trip before the body: servers that do not answer it stall the upload.
-  headers = curl_slist_append(headers, "Expect:");
-  curl_easy_setopt(curl, CURLOPT_URL, url.c_str());
-  curl_easy_setopt(curl, CURLOPT_UPLOAD, 1L);
-  curl_easy_setopt(curl, CURLOPT_READFUNCTION, readBody);
-  curl_easy_setopt(curl, CURLOPT_READDATA, &body);
-  curl_easy_setopt(curl, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(document.size()));
-  curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
-  curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, discardBody);
-  curl_easy_setopt(curl, CURLOPT_ERRORBUFFER, errorText);
-  curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS, static_cast<long>(m_timeoutMs));
-  curl_easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(m_timeoutMs));
-  curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);  // time-outs without SIGALRM: the caller may be any thread
-  const CURLcode code = curl_easy_perform(curl);
+  headers = lib->slist_append(headers, "Expect:");
+  lib->easy_setopt(curl, CURLOPT_URL, url.c_str());
+  lib->easy_setopt(curl, CURLOPT_UPLOAD, 1L);
+  lib->easy_setopt(curl, CURLOPT_READFUNCTION, readBody);
+  lib->easy_setopt(curl, CURLOPT_READDATA, &body);
+  lib->easy_setopt(curl, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(document.size()));
+  lib->easy_setopt(curl, CURLOPT_HTTPHEADER, headers);
+  lib->easy_setopt(curl, CURLOPT_WRITEFUNCTION, discardBody);
+  lib->easy_setopt(curl, CURLOPT_ERRORBUFFER, errorText);
+  lib->easy_setopt(curl, CURLOPT_TIMEOUT_MS, static_cast<long>(m_timeoutMs));
+  lib->easy_setopt(curl, CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(m_timeoutMs));
+  lib->easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);  // time-outs without SIGALRM: the caller may be any thread
+  const CURLcode code = lib->easy_perform(curl);
   long status = 0;
-  curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
-  curl_slist_free_all(headers);
-  curl_easy_cleanup(curl);
+  lib->easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);
+  lib->slist_free_all(headers);
+  lib->easy_cleanup(curl);
   if (code != CURLE_OK)
-    return fail("upload to " + url + " failed: " + (errorText[0] ? errorText : curl_easy_strerror(code)), __LINE__);
+    return fail("upload to " + url + " failed: " + (errorText[0] ? errorText : lib->easy_strerror(code)), __LINE__);
   if (status < 200 || status > 299)
     return fail("upload to " + url + " was refused with HTTP status " + std::to_string(status), __LINE__);
   return true;

@@ -2,10 +2,6 @@
 
 CallItem::~CallItem() = default;
 CallItemWithPicture::~CallItemWithPicture() = default;
-CallInfo::~CallInfo() = default;
-TimeFormat::~TimeFormat() = default;
-Duration::~Duration() = default;
-Deflect::~Deflect() = default;
 MissedCallItem::~MissedCallItem() = default;
 ReceivedCallItem::~ReceivedCallItem() = default;
 DialledCallItem::~DialledCallItem() = default;

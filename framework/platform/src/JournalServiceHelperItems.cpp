@@ -75,6 +75,9 @@ struct Writer {
   void operator()(const char* name, const std::string& value) {
     if (!value.empty()) field(name, value.data(), value.size());
   }
+  void operator()(const char* name, const CompactString& value) {
+    if (!value.empty()) field(name, value.data(), value.size());
+  }
   void operator()(const char* name, bool value) {
     if (value) field(name, H::TRUETEXT, std::strlen(H::TRUETEXT));
   }
@@ -194,6 +197,9 @@ struct Reader {
     return found ? pugi::xml_node(found->node) : pugi::xml_node();
   }
   void operator()(const char* name, std::string& value) {
+    if (const Field field = find(name)) value = field.text;
+  }
+  void operator()(const char* name, CompactString& value) {
     if (const Field field = find(name)) value = field.text;
   }
   void operator()(const char* name, bool& value) {
@@ -336,6 +342,7 @@ bool readInfos(Reader& reader, Item& item) {
       if (!readInfo<Item>(Reader{node, true}, infos)) return false;
     }
   }
+  infos.shrink_to_fit();  // thousands of entries are held for long: no spare slots
   item.infos() = std::move(infos);
   return true;
 }

@@ -21,7 +21,7 @@ template <class Info>
 Info makeInfo(const std::string& t, int n) {
   Info info;
   int k = 100 + n;
-  for (std::string* text :
+  for (CompactString* text :
        {&info.entryId, &info.number, &info.connectedNumber, &info.connectedSurname, &info.connectedFirstname})
     *text = field(t, k++);
   info.timeDate = "2024-03-0" + std::to_string(n + 1) + "T10:11:12";

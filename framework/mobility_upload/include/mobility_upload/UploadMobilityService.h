@@ -4,8 +4,9 @@
 // holding each store read reply (missed, received, dialled, forwarded) unchanged.
 //
 // The URL decides where the document goes:
-//   http://, https://  an HTTP PUT (Content-Type: application/xml) through libcurl; only a 2xx
-//                      status is success; the whole exchange is limited to the time-out;
+//   http://, https://  an HTTP PUT (Content-Type: application/xml) through libcurl, which is
+//                      loaded by the first such upload (a missing libcurl is that upload's
+//                      failure); only a 2xx status is success; the exchange is limited to the time-out;
 //   file://            the local file at the URL's path, replaced atomically (temporary file in the
 //                      same directory, fsync, rename); a missing directory is a failure.
 // Anything else (an empty URL, another scheme) fails. Failures are logged under

@@ -9,16 +9,19 @@
 //    |       +- ForwardedCallItem
 //    +- CallBackItem              + number, number type, time, callback type and state, device id
 //
-// Infos are CallInfo plus the small groups TimeFormat, Duration and Deflect. Contact is the
+// Infos are CallInfo plus the small groups TimeFormat, Duration and Deflect: value types without
+// virtual functions whose texts are CompactStrings (most fit in place), kept in a vector per entry,
+// so that a full list of occurrences costs little more than their characters. Contact is the
 // phonebook record entries are matched against. All are plain value types (copyable, not
 // thread-safe); the journal guards each list with its own lock.
 #pragma once
 
 #include <cstdint>
-#include <list>
 #include <string>
+#include <vector>
 
 #include "framework/CallLogEntryEvent.h"
+#include "framework/CompactString.h"
 
 #pragma GCC visibility push(default)
 
@@ -30,11 +33,13 @@ enum NT { NT_NONE = 0, NT_BUSINESS = 1, NT_MOBILE = 2, NT_HOME = 3, NT_OTHER = 4
 // Most occurrences kept per entry; addCallInfoToList drops the oldest beyond it.
 constexpr size_t kMaxCallInfos = 10;
 
-// Puts `info` at the front of `infos` and drops the last records beyond kMaxCallInfos.
+// Puts `info` at the front of `infos` and drops the last records beyond kMaxCallInfos. The
+// vector grows one slot at a time: a list holds thousands of them, none with spare slots.
 template <class Info>
-void addCallInfoToList(std::list<Info>& infos, const Info& info) {
-  infos.push_front(info);
-  while (infos.size() > kMaxCallInfos) infos.pop_back();
+void addCallInfoToList(std::vector<Info>& infos, const Info& info) {
+  if (infos.size() >= kMaxCallInfos) infos.resize(kMaxCallInfos - 1);
+  if (infos.size() == infos.capacity()) infos.reserve(infos.size() + 1);
+  infos.insert(infos.begin(), info);
 }
 
 // The entry classes have virtual destructors, so their copy and move operations are declared
@@ -102,18 +107,12 @@ class CallItemWithPicture : public CallItem {
 // One occurrence of a call.
 class CallInfo {
  public:
-  virtual ~CallInfo();
-  CallInfo() = default;
-  CallInfo(const CallInfo&) = default;
-  CallInfo(CallInfo&&) noexcept = default;
-  CallInfo& operator=(const CallInfo&) = default;
-  CallInfo& operator=(CallInfo&&) noexcept = default;
-  std::string entryId;
-  std::string number;
-  std::string connectedNumber;
-  std::string connectedSurname;
-  std::string connectedFirstname;
-  std::string timeDate;  // "YYYY-MM-DDThh:mm:ss"; the sort key
+  CompactString entryId;
+  CompactString number;
+  CompactString connectedNumber;
+  CompactString connectedSurname;
+  CompactString connectedFirstname;
+  CompactString timeDate;  // "YYYY-MM-DDThh:mm:ss"; the sort key
   CallLogEntryEvent::_LogTarget logTarget = CallLogEntryEvent::LT_RECEIVED;
   CallLogEntryEvent::_PresentationValue numberPresentation = CallLogEntryEvent::PV_NONE;
   CallLogEntryEvent::_PresentationValue namePresentation = CallLogEntryEvent::PV_NONE;
@@ -125,25 +124,13 @@ class CallInfo {
 
 class TimeFormat {
  public:
-  virtual ~TimeFormat();
-  TimeFormat() = default;
-  TimeFormat(const TimeFormat&) = default;
-  TimeFormat(TimeFormat&&) noexcept = default;
-  TimeFormat& operator=(const TimeFormat&) = default;
-  TimeFormat& operator=(TimeFormat&&) noexcept = default;
   CallLogEntryEvent::_TFormat timeFormat = CallLogEntryEvent::TF_LOCAL;
   bool operator==(const TimeFormat& o) const { return timeFormat == o.timeFormat; }
 };
 
 class Duration {
  public:
-  virtual ~Duration();
-  Duration() = default;
-  Duration(const Duration&) = default;
-  Duration(Duration&&) noexcept = default;
-  Duration& operator=(const Duration&) = default;
-  Duration& operator=(Duration&&) noexcept = default;
-  std::string duration;  // "mm:ss", minutes not folded into hours
+  CompactString duration;  // "mm:ss", minutes not folded into hours
   bool operator==(const Duration& o) const { return duration == o.duration; }
 };
 
@@ -151,14 +138,8 @@ class Duration {
 // CallInfo's: reach them as info.Deflect::numberPresentation.
 class Deflect {
  public:
-  virtual ~Deflect();
-  Deflect() = default;
-  Deflect(const Deflect&) = default;
-  Deflect(Deflect&&) noexcept = default;
-  Deflect& operator=(const Deflect&) = default;
-  Deflect& operator=(Deflect&&) noexcept = default;
-  std::string deflectNumber;
-  std::string deflectName;
+  CompactString deflectNumber;
+  CompactString deflectName;
   NumberType::NT deflectNumberType = NumberType::NT_NONE;
   CallLogEntryEvent::_PresentationValue numberPresentation = CallLogEntryEvent::PV_NONE;
   CallLogEntryEvent::_PresentationValue namePresentation = CallLogEntryEvent::PV_NONE;
@@ -180,7 +161,7 @@ class ReceivedCallInfoRecord : public CallInfo, public Duration, public TimeForm
 
 class DialledCallInfoRecord : public CallInfo, public Duration, public TimeFormat {
  public:
-  std::string dialledNumber;  // the digits as dialled, when they were a feature access code
+  CompactString dialledNumber;  // the digits as dialled, when they were a feature access code
   bool isFeatureAccessCode = false;
   bool operator==(const DialledCallInfoRecord& o) const;
 };
@@ -194,7 +175,7 @@ class ForwardedCallInfoRecord : public CallInfo, public Duration {
 template <class Info>
 class CallItemWithInfos : public CallItemWithPicture {
  public:
-  using InfoList = std::list<Info>;
+  using InfoList = std::vector<Info>;
 
   CallItemWithInfos() = default;
   CallItemWithInfos(std::string entryId, std::string surname, std::string firstname, InfoList infos)
