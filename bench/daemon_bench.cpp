@@ -29,11 +29,12 @@
 //     time inside it only, as the replay benchmark counts) on the in-memory store with the same
 //     full lists and the same calls, checked as the daemon's lists are.
 //
-// Usage: journal_daemon_bench [--reps=K] [--calls=N] [--raw-seconds=S] (defaults 1, 3000, 1.5 s
-// of raw commits before and after the calls). Prints each repetition's figures once every
-// repetition has passed its checks, then the minimum and median of each row against its target
-// (met or not, by the median). Exit status 0 when the checks passed (whatever the targets), 2 when
-// a check failed, 3 when it could not run.
+// Usage: journal_daemon_bench [--reps=K] [--calls=N] [--raw-seconds=S] [--keep-database=PATH]
+// (defaults 1, 3000, 1.5 s of raw commits before and after the calls; --keep-database copies the
+// full lists' database to PATH, for profiling the daemon by hand on the same lists). Prints each repetition's figures
+// once every repetition has passed its checks, then the minimum and median of each row against its target (met or not,
+// by the median). Exit status 0 when the checks passed (whatever the targets), 2 when a check failed, 3 when it could
+// not run.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -513,7 +514,7 @@ std::string loadAverage() {
 }
 
 // The database with full lists, written by the journal on the SQLite store.
-std::string fillDatabase(const TempDir& dir) {
+std::string fillDatabase(const TempDir& dir, const std::string& keepAt) {
   const std::string path = dir.file("full.db");
   const auto start = Clock::now();
   {
@@ -522,13 +523,17 @@ std::string fillDatabase(const TempDir& dir) {
   }
   std::printf("full lists written in %.1f s (4 x %d entries x %d occurrences)\n", msSince(start) / 1000, kEntries,
               kOccurrences);
+  if (!keepAt.empty()) {
+    copyFile(path, keepAt);
+    std::printf("full lists kept in %s\n", keepAt.c_str());
+  }
   return path;
 }
 
-int run(int reps, int calls, double rawSeconds) {
+int run(int reps, int calls, double rawSeconds, const std::string& keepDatabase) {
   std::printf("load average at the start: %s\n", loadAverage().c_str());
   TempDir dir;
-  const Setup setup{dir, fillDatabase(dir), dir.file("calls.xml"), calls, rawSeconds};
+  const Setup setup{dir, fillDatabase(dir, keepDatabase), dir.file("calls.xml"), calls, rawSeconds};
   if (!writeTrace(setup.trace, calls, [](int i) {
         const auto [kind, party] = callOf(i);
         return std::make_pair(kind, partyOf(kind, party));
@@ -564,18 +569,27 @@ int numberOption(const std::string& arg, const char* name, Number& value) {
 int main(int argc, char** argv) {
   int reps = 1, calls = 3000;
   double rawSeconds = kDefaultRawSeconds;
+  std::string keepDatabase;
+  constexpr const char* kKeep = "--keep-database=";
   for (int i = 1; i < argc; ++i) {
     const std::string arg = argv[i];
+    if (arg.compare(0, std::strlen(kKeep), kKeep) == 0 && arg.size() > std::strlen(kKeep)) {
+      keepDatabase = arg.substr(std::strlen(kKeep));
+      continue;
+    }
     if (numberOption(arg, "--reps=", reps) == 1 || numberOption(arg, "--calls=", calls) == 1 ||
         numberOption(arg, "--raw-seconds=", rawSeconds) == 1)
       continue;
-    std::fprintf(stderr, "usage: %s [--reps=K] [--calls=N] [--raw-seconds=S]  (K, N, S: numbers above 0)\n", argv[0]);
+    std::fprintf(
+        stderr,
+        "usage: %s [--reps=K] [--calls=N] [--raw-seconds=S] [--keep-database=PATH]  (K, N, S: numbers above 0)\n",
+        argv[0]);
     return 3;
   }
   fw::setLogThresholds("*=1", nullptr);  // the in-process journals have no phonebook or dialling plan, on purpose
   catchInterrupts();
   try {
-    return run(reps, std::max(calls, 2), rawSeconds);
+    return run(reps, std::max(calls, 2), rawSeconds, keepDatabase);
   } catch (const CheckFailure& failure) {
     std::printf("\nCHECK FAILED, figures withheld: %s\n", failure.what());
     return 2;

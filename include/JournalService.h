@@ -191,6 +191,10 @@ class JournalService : public Service,
   bool deleteForwardedCall(const std::string& entryId) override;
   bool deleteForwardedCallList(const std::set<std::string>& entryIds) override;
   bool getCallBackList(std::deque<CallBackItem>& list) override;
+  bool readMissedCallList(const ListReader<MissedCallItem>& read) override;
+  bool readDialledCallList(const ListReader<DialledCallItem>& read) override;
+  bool readReceivedCallList(const ListReader<ReceivedCallItem>& read) override;
+  bool readForwardedCallList(const ListReader<ForwardedCallItem>& read) override;
   bool deleteCallBack(const std::string& entryId) override;
   bool deleteCallBackList(const std::set<std::string>& entryIds) override;
   bool deleteCalls(const std::set<std::string>& entryIds) override;
@@ -601,6 +605,8 @@ class JournalService : public Service,
   // Generic list work, one instance per list type (src/JournalService/ListAccess.h).
   template <class Item>
   bool copyList(std::deque<Item>& out);
+  template <class Item>
+  bool readInPlace(const ListReader<Item>& read);
   template <class Item>
   Item frontEntry();
   template <class Item, class UnderLock>

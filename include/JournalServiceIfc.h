@@ -4,6 +4,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <set>
 #include <string>
 
@@ -31,6 +32,25 @@ class JournalServiceIfc {
   virtual bool deleteForwardedCall(const std::string& entryId) = 0;
   virtual bool deleteForwardedCallList(const std::set<std::string>& entryIds) = 0;
   virtual bool getCallBackList(std::deque<CallBackItem>& list) = 0;
+
+  // A list read in place: `read` is called with the list itself while the journal holds the list's
+  // lock, so a reply is written from it without a copy of the whole list first (for a full list, a
+  // copy costs milliseconds and megabytes). `read` must not call back into the journal. The
+  // default copies the list, for implementations without locks of their own.
+  template <class Item>
+  using ListReader = std::function<void(const std::deque<Item>&)>;
+  virtual bool readMissedCallList(const ListReader<MissedCallItem>& read) {
+    return readCopy(read, &JournalServiceIfc::getMissedCallList);
+  }
+  virtual bool readDialledCallList(const ListReader<DialledCallItem>& read) {
+    return readCopy(read, &JournalServiceIfc::getDialledCallList);
+  }
+  virtual bool readReceivedCallList(const ListReader<ReceivedCallItem>& read) {
+    return readCopy(read, &JournalServiceIfc::getReceivedCallList);
+  }
+  virtual bool readForwardedCallList(const ListReader<ForwardedCallItem>& read) {
+    return readCopy(read, &JournalServiceIfc::getForwardedCallList);
+  }
   virtual bool deleteCallBack(const std::string& entryId) = 0;
   virtual bool deleteCallBackList(const std::set<std::string>& entryIds) = 0;
   // Deletes each id from the first list holding it: received, dialled, missed, forwarded.
@@ -40,4 +60,13 @@ class JournalServiceIfc {
   virtual bool unsubscribe(JournalServiceObserverIfc* observer) = 0;
   // Reloads the lists from the store and tells every observer.
   virtual bool refreshCallLog() = 0;
+
+ private:
+  template <class Item>
+  bool readCopy(const ListReader<Item>& read, bool (JournalServiceIfc::*copy)(std::deque<Item>&)) {
+    std::deque<Item> list;
+    if (!(this->*copy)(list)) return false;
+    read(list);
+    return true;
+  }
 };

@@ -81,7 +81,6 @@ struct JournalHost::Parts {
   std::unique_ptr<LinkWatchers> linkWatchers;  // outlives the link and the client server
   std::unique_ptr<fw::CstaLinkService> csta;
   std::unique_ptr<CallLogAccessAgent> accessAgent;
-  std::unique_ptr<HeapReleasingInvoker> clientInvoker;  // outlives the client server
   std::unique_ptr<fw::ClientServer> server;
   std::shared_ptr<fw::LogSink> previousSink;
   bool sinkReplaced = false;
@@ -272,8 +271,7 @@ bool JournalHost::serveClients(std::string& error) {
     p.server->stop();  // no request, proxy or subscription outlives this
     p.server.reset();
   });
-  p.clientInvoker = std::make_unique<HeapReleasingInvoker>(p.runtime.invoker());
-  p.server->setTarget(p.runtime.service(), p.clientInvoker.get());
+  p.server->setTarget(p.runtime.service(), p.runtime.invoker());
   const fw::Plugin* plugin = p.runtime.plugin();
   p.server->addProxyFactory(
       kObserverInterface, [plugin] { return plugin->create<Proxy>("createJournalServiceObserverProxy"); },

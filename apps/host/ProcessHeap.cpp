@@ -2,10 +2,6 @@
 
 #include <malloc.h>
 
-#include <string>
-
-#include "framework/JournalServiceHelper.h"
-
 namespace host {
 
 namespace {
@@ -21,21 +17,5 @@ void limitHeapGrowth() {
 }
 
 void releaseFreedHeap() { ::malloc_trim(0); }
-
-void HeapReleasingInvoker::handleMessage(Executable* target, const char* msg, int length, InvokerResponse* response) {
-  m_module->handleMessage(target, msg, length, response);
-  if (!msg || length <= 0) return;
-  using H = JournalServiceHelper;
-  switch (H::getMethodFromXMLMsg(std::string(msg, static_cast<size_t>(length)))) {
-    case H::GET_MISSED_CALL_LIST:
-    case H::GET_RECEIVED_CALL_LIST:
-    case H::GET_DIALLED_CALL_LIST:
-    case H::GET_FORWARDED_CALL_LIST:
-      releaseFreedHeap();
-      break;
-    default:
-      break;
-  }
-}
 
 }  // namespace host

@@ -1,10 +1,9 @@
 // How the daemon's process uses the C library's allocator, so that its resident memory follows
 // what it holds rather than what it once held: the lists are loaded once at start (a peak of
-// transient buffers), then client threads build and free large reply texts. Both functions are
-// process-wide; call them from the main thread.
+// transient buffers), then client threads build and free large reply texts. A list reply is written
+// from the list in place, so a read leaves nothing behind but its reply, which is mapped on its
+// own and unmapped when freed. Both functions are process-wide; call them from the main thread.
 #pragma once
-
-#include "framework/Invoker.h"
 
 namespace host {
 
@@ -15,18 +14,5 @@ void limitHeapGrowth();
 
 // Gives the freed memory of every arena back to the system; after the start-up load.
 void releaseFreedHeap();
-
-// The clients' way to the module: hands every request to the module's invoker, and after a read
-// of a whole list (thousands of entries copied and written out, then freed) gives the freed heap
-// back, once the reply is queued for sending. Does not own the module's invoker, which must
-// outlive it. Called on the client server's request threads, several at once.
-class HeapReleasingInvoker : public Invoker {
- public:
-  explicit HeapReleasingInvoker(Invoker* module) : m_module(module) {}
-  void handleMessage(Executable* target, const char* msg, int length, InvokerResponse* response) override;
-
- private:
-  Invoker* m_module;
-};
 
 }  // namespace host

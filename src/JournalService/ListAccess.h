@@ -155,6 +155,16 @@ bool JournalService::copyList(std::deque<Item>& out) {
   return true;
 }
 
+// The reader runs under the list's lock: the client server's reply writing (no waiting on a client
+// there; the reply is queued after the lock is given).
+template <class Item>
+bool JournalService::readInPlace(const ListReader<Item>& read) {
+  using T = JournalListTraits<Item>;
+  CriticalSection guard(T::lock(*this));
+  read(T::list(*this));
+  return true;
+}
+
 template <class Item>
 Item JournalService::frontEntry() {
   using T = JournalListTraits<Item>;

@@ -16,6 +16,10 @@ bool JournalService::getMissedCallList(std::deque<MissedCallItem>& list) { retur
 bool JournalService::getDialledCallList(std::deque<DialledCallItem>& list) { return copyList(list); }
 bool JournalService::getReceivedCallList(std::deque<ReceivedCallItem>& list) { return copyList(list); }
 bool JournalService::getForwardedCallList(std::deque<ForwardedCallItem>& list) { return copyList(list); }
+bool JournalService::readMissedCallList(const ListReader<MissedCallItem>& read) { return readInPlace(read); }
+bool JournalService::readDialledCallList(const ListReader<DialledCallItem>& read) { return readInPlace(read); }
+bool JournalService::readReceivedCallList(const ListReader<ReceivedCallItem>& read) { return readInPlace(read); }
+bool JournalService::readForwardedCallList(const ListReader<ForwardedCallItem>& read) { return readInPlace(read); }
 bool JournalService::getCallBackList(std::deque<CallBackItem>& list) {
   JLOG(kCoreLog, 5, "JournalService::getCallBackList()");
   return copyList(list);

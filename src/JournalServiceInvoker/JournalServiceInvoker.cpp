@@ -26,11 +26,19 @@ std::set<std::string> entryIds(const std::string& message) {
   return std::set<std::string>(ids.begin(), ids.end());
 }
 
-// A list read: the list's reply for whatever the service put in the deque.
+// A list read: the list's reply written from the list in place (no copy of a whole list).
 template <class Item, class Read, class Reply>
 std::string readList(JournalServiceIfc& service, Read read, Reply reply) {
+  std::string text;
+  const bool done = (service.*read)([&](const std::deque<Item>& list) { text = reply(list); });
+  return done ? text : reply(std::deque<Item>());
+}
+
+// The callback list is short: read as a copy.
+template <class Item, class Copy, class Reply>
+std::string readCopiedList(JournalServiceIfc& service, Copy copy, Reply reply) {
   std::deque<Item> list;
-  (service.*read)(list);
+  (service.*copy)(list);
   return reply(list);
 }
 
@@ -84,7 +92,7 @@ std::string JournalServiceInvoker::dispatch(JournalServiceIfc& s, int method, st
   using S = JournalServiceIfc;
   switch (method) {
     case Helper::GET_MISSED_CALL_LIST:
-      return readList<MissedCallItem>(s, &S::getMissedCallList, Helper::respGetMissedCallList);
+      return readList<MissedCallItem>(s, &S::readMissedCallList, Helper::respGetMissedCallList);
     case Helper::SET_MISSED_CALL_LIST_AS_VIEWED:
       return applyToSet(message, s, &S::setMissedCallListAsViewed);
     case Helper::AGE_MISSED_CALL: {
@@ -99,25 +107,25 @@ std::string JournalServiceInvoker::dispatch(JournalServiceIfc& s, int method, st
     case Helper::DELETE_MISSED_CALL_LIST:
       return applyToSet(message, s, &S::deleteMissedCallList);
     case Helper::GET_DIALLED_CALL_LIST:
-      return readList<DialledCallItem>(s, &S::getDialledCallList, Helper::respGetDialledCallList);
+      return readList<DialledCallItem>(s, &S::readDialledCallList, Helper::respGetDialledCallList);
     case Helper::DELETE_DIALLED_CALL:
       return deleteOne(message, s, &S::deleteDialledCall);
     case Helper::DELETE_DIALLED_CALL_LIST:
       return applyToSet(message, s, &S::deleteDialledCallList);
     case Helper::GET_RECEIVED_CALL_LIST:
-      return readList<ReceivedCallItem>(s, &S::getReceivedCallList, Helper::respGetReceivedCallList);
+      return readList<ReceivedCallItem>(s, &S::readReceivedCallList, Helper::respGetReceivedCallList);
     case Helper::DELETE_RECEIVED_CALL:
       return deleteOne(message, s, &S::deleteReceivedCall);
     case Helper::DELETE_RECEIVED_CALL_LIST:
       return applyToSet(message, s, &S::deleteReceivedCallList);
     case Helper::GET_FORWARDED_CALL_LIST:
-      return readList<ForwardedCallItem>(s, &S::getForwardedCallList, Helper::respGetForwardedCallList);
+      return readList<ForwardedCallItem>(s, &S::readForwardedCallList, Helper::respGetForwardedCallList);
     case Helper::DELETE_FORWARDED_CALL:
       return deleteOne(message, s, &S::deleteForwardedCall);
     case Helper::DELETE_FORWARDED_CALL_LIST:
       return applyToSet(message, s, &S::deleteForwardedCallList);
     case Helper::GET_CALL_BACK_LIST:
-      return readList<CallBackItem>(s, &S::getCallBackList, Helper::respGetCallBackList);
+      return readCopiedList<CallBackItem>(s, &S::getCallBackList, Helper::respGetCallBackList);
     case Helper::DELETE_CALL_BACK:
       return deleteOne(message, s, &S::deleteCallBack);
     case Helper::DELETE_CALL_BACK_LIST:
