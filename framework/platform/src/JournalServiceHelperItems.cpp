@@ -334,6 +334,7 @@ bool readInfos(Reader& reader, Item& item) {
   if (reader.scan) {
     const Reader::Entry* found = reader.entry(H::CALLINFOS);
     const ItemScan::Field* scanned = found ? found->scanned : nullptr;
+    if (scanned) infos.reserve(scanned->count);  // thousands of entries are held for long: no spare slots
     for (uint32_t i = 0; scanned && i < scanned->count; ++i) {
       if (!readInfo<Item>(Reader{*reader.scan, reader.scan->infos()[scanned->first + i]}, infos)) return false;
     }
