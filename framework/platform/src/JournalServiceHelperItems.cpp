@@ -55,23 +55,7 @@ struct Writer {
   std::string& out;
   bool attributes = false;
 
-  void field(const char* name, const char* value, size_t size) {
-    if (attributes) {
-      out += ' ';
-      out += name;
-      out += "=\"";
-      appendEscapedAttribute(out, value, size);
-      out += '"';
-      return;
-    }
-    out += '<';
-    out += name;
-    out += '>';
-    appendEscaped(out, value, size);
-    out += "</";
-    out += name;
-    out += '>';
-  }
+  void field(const char* name, const char* value, size_t size) { appendField(out, name, value, size, attributes); }
   void operator()(const char* name, const std::string& value) {
     if (!value.empty()) field(name, value.data(), value.size());
   }
