@@ -1,6 +1,7 @@
 // One client connection of the client server: the frame reader, the bounded outgoing queue, and
 // the pieces handed to modules (the proxy channel, the request's response).
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstring>
 
@@ -12,14 +13,12 @@ namespace clientserver {
 
 namespace {
 
-// The payload behind its length, in place: a reply written with room to spare (a list's) is
-// moved up within its own buffer rather than copied into a new one.
-std::string frame(std::string payload) {
+// The payload behind its length (four bytes, most significant first).
+Connection::Outgoing frame(std::string payload) {
   const auto length = static_cast<uint32_t>(payload.size());
-  const char header[4] = {static_cast<char>((length >> 24) & 0xff), static_cast<char>((length >> 16) & 0xff),
-                          static_cast<char>((length >> 8) & 0xff), static_cast<char>(length & 0xff)};
-  payload.insert(0, header, sizeof header);
-  return payload;
+  return {{static_cast<char>((length >> 24) & 0xff), static_cast<char>((length >> 16) & 0xff),
+           static_cast<char>((length >> 8) & 0xff), static_cast<char>(length & 0xff)},
+          std::move(payload)};
 }
 
 }  // namespace
@@ -112,7 +111,7 @@ void Connection::requestDone() {
 
 void Connection::enqueue(std::string payload) {
   const size_t payloadSize = payload.size();
-  std::string framed = frame(std::move(payload));
+  Outgoing framed = frame(std::move(payload));
   bool startWriting = false;
   bool overflow = false;
   std::size_t queued = 0;
@@ -144,7 +143,7 @@ void Connection::enqueue(std::string payload) {
 }
 
 void Connection::writeNext() {
-  const std::string* front = nullptr;
+  const Outgoing* front = nullptr;
   {
     MutexLock guard(m_outMutex);
     if (m_closed || m_out.empty()) {
@@ -154,7 +153,8 @@ void Connection::writeNext() {
     front = &m_out.front();  // stays valid: only this write chain removes elements
   }
   auto self = shared_from_this();
-  asio::async_write(m_socket, asio::buffer(*front), [self](const asio::error_code& ec, std::size_t written) {
+  const std::array<asio::const_buffer, 2> buffers = {asio::buffer(front->header), asio::buffer(front->payload)};
+  asio::async_write(m_socket, buffers, [self](const asio::error_code& ec, std::size_t written) {
     if (ec) {
       self->close("write failed: " + ec.message(), kLogNotable);
       return;

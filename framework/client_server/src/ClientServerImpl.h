@@ -65,6 +65,13 @@ class Response : public InvokerResponse {
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
   using Socket = asio::generic::stream_protocol::socket;
+  // A message as it goes out: its length, then the payload, written as two buffers so that a
+  // megabyte reply is never moved to make room for its length.
+  struct Outgoing {
+    char header[4];
+    std::string payload;
+    std::size_t size() const { return sizeof header + payload.size(); }
+  };
 
   Connection(ClientServer::Impl& server, Socket socket, std::string clientId);
   const std::string& clientId() const { return m_clientId; }
@@ -111,8 +118,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
   bool m_readPaused = false;                            // I/O thread only: reading waits for an answer
 
   Mutex m_outMutex ACQUIRED_AFTER(proxyMutex);  // leaf lock (3): guards the members below
-  // Framed messages; the front one is being written while m_writing.
-  std::deque<std::string> m_out GUARDED_BY(m_outMutex);
+  // Messages to write; the front one is being written while m_writing.
+  std::deque<Outgoing> m_out GUARDED_BY(m_outMutex);
   std::size_t m_queuedBytes GUARDED_BY(m_outMutex) = 0;
   bool m_writing GUARDED_BY(m_outMutex) = false;
   bool m_closed GUARDED_BY(m_outMutex) = false;  // nothing more is queued

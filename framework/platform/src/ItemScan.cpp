@@ -10,15 +10,36 @@ namespace {
 
 using H = JournalServiceHelper;
 
-bool isNameStart(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
-bool isNameChar(char c) { return isNameStart(c) || (c >= '0' && c <= '9') || c == '-' || c == '.'; }
+// What each byte is to the scan, looked up in one table: a full list is megabytes of names and
+// attribute values, read byte by byte.
+enum : unsigned char {
+  kNameStart = 1,  // letters and '_'
+  kNameChar = 2,   // letters, digits, '_', '-', '.'
+  kValueStop = 4,  // ends or breaks off an attribute value: '"', '<', '\t', '\n', '\r', '\0'
+};
+
+struct ByteClasses {
+  unsigned char of[256] = {};
+  constexpr ByteClasses() {
+    for (int c = 'a'; c <= 'z'; ++c) of[c] = kNameStart | kNameChar;
+    for (int c = 'A'; c <= 'Z'; ++c) of[c] = kNameStart | kNameChar;
+    for (int c = '0'; c <= '9'; ++c) of[c] = kNameChar;
+    of[static_cast<unsigned char>('_')] = kNameStart | kNameChar;
+    of[static_cast<unsigned char>('-')] = kNameChar;
+    of[static_cast<unsigned char>('.')] = kNameChar;
+    for (const char c : {'"', '<', '\t', '\n', '\r', '\0'}) of[static_cast<unsigned char>(c)] = kValueStop;
+  }
+};
+constexpr ByteClasses kBytes;
+
+bool is(char c, unsigned char what) { return (kBytes.of[static_cast<unsigned char>(c)] & what) != 0; }
 
 // A plain name at `p` (letters, digits, '_', '-', '.'); `p` moves past it. Null when there is none
 // or the input ends right after it.
 char* readName(char*& p, char* end) {
-  if (p == end || !isNameStart(*p)) return nullptr;
+  if (p == end || !is(*p, kNameStart)) return nullptr;
   char* name = p;
-  while (p != end && isNameChar(*p)) ++p;
+  while (p != end && is(*p, kNameChar)) ++p;
   return p == end ? nullptr : name;
 }
 
@@ -117,12 +138,10 @@ bool ItemScan::scanInfo(char*& p, char* end) {
     *p = '\0';
     p += 2;
     char* value = p;
-    // pugixml turns a raw tab or line break in an attribute into a blank: left to it.
-    while (p != end && *p != '"') {
-      if (*p == '<' || *p == '\t' || *p == '\n' || *p == '\r') return false;
-      ++p;
-    }
-    if (p == end) return false;
+    // pugixml turns a raw tab or line break in an attribute into a blank: left to it. The buffer
+    // ends in a null, and the body holds none, so the null stops the loop at `end`.
+    while (!is(*p, kValueStop)) ++p;
+    if (p == end || *p != '"') return false;
     *p++ = '\0';
     m_attributes.push_back({name, value, 0, 0});
     if (p == end) return false;

@@ -2,6 +2,7 @@
 // and the library's set-up.
 #include <array>
 #include <memory>
+#include <type_traits>
 #include <unordered_map>
 
 #include "framework/JournalServiceHelper.h"
@@ -68,12 +69,25 @@ std::string response(bool result, const std::string& entries = std::string()) {
   return journalxml::wrap(H::CLIENTRESPONSE, text);
 }
 
+// Room for a list reply, so that it is written without growing (each step would copy it): more
+// than any entry and its occurrences take. A reply of a long list has a mapping of its own, whose
+// room beyond what is written is never touched and takes no memory.
+template <class Item>
+size_t replyRoom(const std::deque<Item>& list) {
+  constexpr size_t kEntryRoom = 512, kOccurrenceRoom = 512;
+  size_t room = 256 + list.size() * kEntryRoom;
+  if constexpr (std::is_base_of_v<CallItemWithPicture, Item>) {
+    for (const Item& item : list) room += item.infos().size() * kOccurrenceRoom;
+  }
+  return room;
+}
+
 // A list reply carries each item as its element, not as escaped text: a full list is built and
 // read in one pass, into one string.
 template <class Item>
 std::string listResponse(const std::deque<Item>& list) {
   std::string reply;
-  reply.reserve(256 + list.size() * 2304);  // a full entry of ten occurrences is about 2 KB
+  reply.reserve(replyRoom(list));
   reply += "<";
   reply += H::CLIENTRESPONSE;
   reply += "><";

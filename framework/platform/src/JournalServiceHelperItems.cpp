@@ -55,23 +55,7 @@ struct Writer {
   std::string& out;
   bool attributes = false;
 
-  void field(const char* name, const char* value, size_t size) {
-    if (attributes) {
-      out += ' ';
-      out += name;
-      out += "=\"";
-      appendEscapedAttribute(out, value, size);
-      out += '"';
-      return;
-    }
-    out += '<';
-    out += name;
-    out += '>';
-    appendEscaped(out, value, size);
-    out += "</";
-    out += name;
-    out += '>';
-  }
+  void field(const char* name, const char* value, size_t size) { appendField(out, name, value, size, attributes); }
   void operator()(const char* name, const std::string& value) {
     if (!value.empty()) field(name, value.data(), value.size());
   }
@@ -334,6 +318,7 @@ bool readInfos(Reader& reader, Item& item) {
   if (reader.scan) {
     const Reader::Entry* found = reader.entry(H::CALLINFOS);
     const ItemScan::Field* scanned = found ? found->scanned : nullptr;
+    if (scanned) infos.reserve(scanned->count);  // thousands of entries are held for long: no spare slots
     for (uint32_t i = 0; scanned && i < scanned->count; ++i) {
       if (!readInfo<Item>(Reader{*reader.scan, reader.scan->infos()[scanned->first + i]}, infos)) return false;
     }

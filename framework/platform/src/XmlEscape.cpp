@@ -73,7 +73,53 @@ void appendWith(const std::array<Replacement, 256>& replacements, std::string& o
   out.resize(start + static_cast<size_t>(p - begin));
 }
 
+bool isPlain(const std::array<Replacement, 256>& replacements, const char* text, size_t size) {
+  const auto* bytes = reinterpret_cast<const unsigned char*>(text);
+  for (size_t i = 0; i < size; ++i)
+    if (replacements[bytes[i]].length != 1) return false;
+  return true;
+}
+
+char* put(char* p, const char* text, size_t size) {
+  std::memcpy(p, text, size);
+  return p + size;
+}
+
 }  // namespace
+
+void appendField(std::string& out, const char* name, const char* text, size_t size, bool attribute) {
+  const auto& replacements = attribute ? kAttributeReplacements : kReplacements;
+  const size_t nameSize = std::strlen(name);
+  char piece[192];
+  if (2 * nameSize + size + 5 > sizeof piece || !isPlain(replacements, text, size)) {
+    out.append(attribute ? " " : "<").append(name, nameSize).append(attribute ? "=\"" : ">");
+    appendWith(replacements, out, text, size);
+    if (attribute) {
+      out += '"';
+    } else {
+      out.append("</").append(name, nameSize) += '>';
+    }
+    return;
+  }
+  // The usual field, a short value without references: put together beside and appended once.
+  char* p = piece;
+  if (attribute) {
+    *p++ = ' ';
+    p = put(p, name, nameSize);
+    p = put(p, "=\"", 2);
+    p = put(p, text, size);
+    *p++ = '"';
+  } else {
+    *p++ = '<';
+    p = put(p, name, nameSize);
+    *p++ = '>';
+    p = put(p, text, size);
+    p = put(p, "</", 2);
+    p = put(p, name, nameSize);
+    *p++ = '>';
+  }
+  out.append(piece, static_cast<size_t>(p - piece));
+}
 
 void appendEscaped(std::string& out, const char* text, size_t size) { appendWith(kReplacements, out, text, size); }
 

@@ -5,6 +5,7 @@
 // out of SQLite without a document in between.
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <string>
 #include <string_view>
 
@@ -114,11 +115,23 @@ bool deleteEntries(Store& store, const StoreRequest& request) {
   return true;
 }
 
+// Room for a table's first read: the size of the whole file (no table's rows are larger, bar a few
+// bytes of framing per row), up to a full list's worth. A reply grown by doubling would copy itself
+// at every step and touch about twice its size; room reserved and never written is address space
+// of its own mapping, which takes no memory.
+size_t firstReadRoom(Store& store) {
+  constexpr size_t kMostRoom = 16u << 20;
+  std::string pages, pageSize;
+  if (!store.queryText("PRAGMA page_count", pages) || !store.queryText("PRAGMA page_size", pageSize)) return 4096;
+  const size_t fileBytes = std::strtoull(pages.c_str(), nullptr, 10) * std::strtoull(pageSize.c_str(), nullptr, 10);
+  return std::min(std::max<size_t>(fileBytes, 4096), kMostRoom);
+}
+
 bool readEntries(Store& store, Table table, std::string& reply) {
   sqlite3_stmt* select = store.statement(table, kSelectAll);
   if (!select) return false;
   StatementUse use(select);
-  reply.reserve(std::max<size_t>(store.replySizeHint[table], 4096));
+  reply.reserve(store.replySizeHint[table] ? store.replySizeHint[table] : firstReadRoom(store));
   storemessage::appendReplyStart(reply, table);
   int rc;
   while ((rc = sqlite3_step(select)) == SQLITE_ROW) {

@@ -55,6 +55,18 @@ TEST(CompactStringTest, AssigningAPartOfItselfOrAnotherFormWorks) {
   EXPECT_EQ("short" + kHeap, value.str());
   value.clear();
   EXPECT_EQ(0u, value.size());
+
+  // In place, from its own bytes: the text moves down over itself.
+  CompactString inPlace("0123456789");
+  inPlace = inPlace.c_str() + 3;
+  EXPECT_EQ("3456789", inPlace);
+  EXPECT_EQ(7u, inPlace.size());
+  // From the heap to a short text, and back in place from a longer one.
+  CompactString shrunk(kHeap);
+  shrunk = "abc";
+  EXPECT_EQ("abc", shrunk);
+  shrunk = kInline;
+  EXPECT_EQ(kInline, shrunk);
 }
 
 TEST(CompactStringTest, ComparesAndJoinsLikeAStdString) {

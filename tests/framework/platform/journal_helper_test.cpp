@@ -227,3 +227,25 @@ TEST(JournalHelperStoredLists, EntriesReadByTheirSizesAreReadAsInAWellFormedRepl
 }
 
 }  // namespace
+
+namespace {
+
+// The exact text of a body: short plain fields, markup in an element and in an attribute, and a
+// value too long to be put together in one piece.
+TEST(JournalHelperItemText, FieldsAreWrittenWithTheirReferencesAndLongValuesWhole) {
+  MissedCallItem item;
+  item.setEntryId("E1");
+  item.setSurname("a<b>&c");
+  MissedCallItem::MissedCallInfo info;
+  info.number = "0301";
+  info.connectedSurname = "say \"hi\"\tnow";
+  item.infos().push_back(info);
+  const std::string longName(300, 'n');
+  item.setFirstname(longName);
+  EXPECT_EQ("<missedCall><entryId>E1</entryId><surname>a&lt;b&gt;&amp;c</surname><firstname>" + longName +
+                "</firstname><callInfos><callInfo number=\"0301\" connectedSurname=\"say &quot;hi&quot;&#9;now\"/>"
+                "</callInfos></missedCall>",
+            H::createXMLMissedCallItemBody(item, false));
+}
+
+}  // namespace

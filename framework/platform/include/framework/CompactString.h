@@ -119,6 +119,14 @@ class CompactString {
     if (onHeap()) delete[] heapData();
   }
   CompactString& replace(std::string_view text) {
+    // A short text into a value in place is copied straight into its bytes (memmove: `text` may
+    // point into them), with no whole value built beside it and copied over.
+    if (text.size() <= kInlineCapacity && !onHeap()) {
+      if (text.size()) std::memmove(m_bytes, text.data(), text.size());
+      m_bytes[text.size()] = '\0';
+      m_bytes[kInlineCapacity] = static_cast<char>(kInlineCapacity - text.size());
+      return *this;
+    }
     // `text` may point into this value: copied before the old block goes.
     CompactString copy(text);
     release();

@@ -24,6 +24,9 @@ void appendEscaped(std::string& out, const char* text, size_t size);
 inline void appendEscaped(std::string& out, const std::string& text) { appendEscaped(out, text.data(), text.size()); }
 // The same for an attribute value in double quotes: quotes, tabs and line feeds become references too.
 void appendEscapedAttribute(std::string& out, const char* text, size_t size);
+// Appends a field named `name` holding `size` bytes of `text`: ` name="text"` as an attribute,
+// else `<name>text</name>`, the text escaped as above.
+void appendField(std::string& out, const char* name, const char* text, size_t size, bool attribute);
 
 // Writes a node (or a whole document) without indentation and without declaration.
 std::string print(const pugi::xml_node& node);
