@@ -41,7 +41,9 @@ inline void assignNameKey(std::string& key, const std::string& surname, const st
 template <class Item, class F>
 void forEachNumber(const Item& item, F f, std::string& scratch) {
   if constexpr (std::is_same_v<Item, DialledCallItem>) {
-    f(item.getJournalSeviceGroupBy());
+    const CompactString& groupBy = item.getJournalSeviceGroupBy();
+    scratch.assign(groupBy.data(), groupBy.size());
+    f(scratch);
   } else {
     for (const auto& info : item.infos()) {
       scratch.assign(info.number.data(), info.number.size());
