@@ -11,7 +11,11 @@
 //
 // Infos are CallInfo plus the small groups TimeFormat, Duration and Deflect: value types without
 // virtual functions whose texts are CompactStrings (most fit in place), kept in a vector per entry,
-// so that a full list of occurrences costs little more than their characters. Contact is the
+// so that a full list of occurrences costs little more than their characters. The entries' own
+// texts (ids, names, picture clip, group-by text) are CompactStrings too: an entry merged with a
+// call moves to the front of its list past hundreds of others, and each of those moves copies a
+// few fixed words per text instead of string bookkeeping. Their getters hand out the
+// CompactString, which converts to std::string where a caller needs one. Contact is the
 // phonebook record entries are matched against. All are plain value types (copyable, not
 // thread-safe); the journal guards each list with its own lock.
 #pragma once
