@@ -622,6 +622,10 @@ class JournalService : public Service,
   template <class Item>
   void leavingList(const Item& item) REQUIRES(listLock<Item>());
   template <class Item>
+  void mergingInList(const Item& item) REQUIRES(listLock<Item>());
+  template <class Item>
+  void mergedInList(const Item& item) REQUIRES(listLock<Item>());
+  template <class Item>
   void listChanged() REQUIRES(listLock<Item>());
   template <class Item>
   void releaseIdsOf(const std::deque<Item>& list);

@@ -44,7 +44,7 @@ uint32_t hashOf(const std::string& text) {
 // The key entries are sorted by: the time of the newest occurrence, or the entry id without one.
 template <class Item>
 std::string_view orderKey(const Item& item) {
-  return item.infos().empty() ? std::string_view(item.getEntryId()) : item.infos().front().timeDate.view();
+  return item.infos().empty() ? item.getEntryId().view() : item.infos().front().timeDate.view();
 }
 
 template <class Item>

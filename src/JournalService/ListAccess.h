@@ -289,6 +289,23 @@ void JournalService::leavingList(const Item& item) {
     if (m_unviewedMissed > 0 && !item.getViewed()) --m_unviewedMissed;
 }
 
+// An entry merged with an occurrence stays in the list and keeps its id: mergingInList before the
+// change, mergedInList once it has its new place. Its index keys move to its new order in place,
+// and the unviewed count follows its viewed flag as it would for an entry leaving and arriving.
+template <class Item>
+void JournalService::mergingInList(const Item& item) {
+  if constexpr (JournalListTraits<Item>::indexed) JournalListTraits<Item>::numbers(*this).detach(item);
+  if constexpr (std::is_same_v<Item, MissedCallItem>)
+    if (m_unviewedMissed > 0 && !item.getViewed()) --m_unviewedMissed;
+}
+
+template <class Item>
+void JournalService::mergedInList(const Item& item) {
+  if constexpr (JournalListTraits<Item>::indexed) JournalListTraits<Item>::numbers(*this).attach(item);
+  if constexpr (std::is_same_v<Item, MissedCallItem>)
+    if (m_unviewedMissed >= 0 && !item.getViewed()) ++m_unviewedMissed;
+}
+
 template <class Item>
 void JournalService::listChanged() {
   if constexpr (JournalListTraits<Item>::indexed) JournalListTraits<Item>::numbers(*this).invalidate();

@@ -53,9 +53,9 @@ template <class Item>
 void JournalService::storeWrite(Item& entry) {
   using T = JournalListTraits<Item>;
   if (!changeWaits<Item>()) {
-    std::string id;
-    if (storeEntries(Helper::createXMLField(Helper::ENTRY, T::body(entry, false)), Helper::WRITEREQUEST, T::table,
-                     id)) {
+    std::string body, id;
+    T::appendEntry(entry, body, false);  // the entry's field, written once (no body copied into it)
+    if (storeEntries(body, Helper::WRITEREQUEST, T::table, id)) {
       if (!id.empty()) entry.setUniqueId(id);
       storeWorked();
       return;
@@ -156,10 +156,9 @@ bool JournalService::flushBacklog(size_t& written) {
   for (auto entry = list.rbegin(); entry != list.rend() && !backlog.writes.empty(); ++entry) {
     const auto order = backlog.writes.find(entry->getListOrder());
     if (order == backlog.writes.end()) continue;
-    if (!storeEntries(Helper::createXMLField(Helper::ENTRY, T::body(*entry, false)), Helper::WRITEREQUEST, T::table,
-                      id)) {
-      return false;
-    }
+    std::string body;
+    T::appendEntry(*entry, body, false);
+    if (!storeEntries(body, Helper::WRITEREQUEST, T::table, id)) return false;
     if (!id.empty()) entry->setUniqueId(id);
     changeBacklog<Item>([&](ListBacklog& b) { b.writes.erase(order); });
     ++written;

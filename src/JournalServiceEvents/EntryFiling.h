@@ -82,7 +82,7 @@ FiledOccurrence<Item> JournalService::fileOccurrence(const typename Item::InfoLi
       filed.repeated = true;
       return filed;
     }
-    leavingList(*found);
+    mergingInList(*found);
     forgetWaitingWrite<Item>(found->getListOrder());  // it is written at its new place
     Item merged = std::move(*found);
     list.erase(found);
@@ -93,7 +93,10 @@ FiledOccurrence<Item> JournalService::fileOccurrence(const typename Item::InfoLi
     filed.action = JournalServiceObserverIfc::MERGED_ENTRY;
   }
   placeEntry(list, 0);
-  arrivingInList(list.front());  // indexed under the order it has now
+  if (filed.action == JournalServiceObserverIfc::MERGED_ENTRY)
+    mergedInList(list.front());  // indexed under the order it has now
+  else
+    arrivingInList(list.front());
   if (list.size() > kMaxListEntries) {
     if (rules.onDrop) rules.onDrop(list.back());
     trimmedId = list.back().getUniqueId();

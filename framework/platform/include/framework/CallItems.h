@@ -11,7 +11,11 @@
 //
 // Infos are CallInfo plus the small groups TimeFormat, Duration and Deflect: value types without
 // virtual functions whose texts are CompactStrings (most fit in place), kept in a vector per entry,
-// so that a full list of occurrences costs little more than their characters. Contact is the
+// so that a full list of occurrences costs little more than their characters. The entries' own
+// texts (ids, names, picture clip, group-by text) are CompactStrings too: an entry merged with a
+// call moves to the front of its list past hundreds of others, and each of those moves copies a
+// few fixed words per text instead of string bookkeeping. Their getters hand out the
+// CompactString, which converts to std::string where a caller needs one. Contact is the
 // phonebook record entries are matched against. All are plain value types (copyable, not
 // thread-safe); the journal guards each list with its own lock.
 #pragma once
@@ -48,16 +52,16 @@ class CallItem {
  public:
   CallItem() = default;
   CallItem(std::string entryId, std::string surname, std::string firstname)
-      : m_entryId(std::move(entryId)), m_surname(std::move(surname)), m_firstname(std::move(firstname)) {}
+      : m_entryId(entryId), m_surname(surname), m_firstname(firstname) {}
   virtual ~CallItem();
   CallItem(const CallItem&) = default;
   CallItem(CallItem&&) noexcept = default;
   CallItem& operator=(const CallItem&) = default;
   CallItem& operator=(CallItem&&) noexcept = default;
 
-  const std::string& getEntryId() const { return m_entryId; }
-  const std::string& getSurname() const { return m_surname; }
-  const std::string& getFirstname() const { return m_firstname; }
+  const CompactString& getEntryId() const { return m_entryId; }
+  const CompactString& getSurname() const { return m_surname; }
+  const CompactString& getFirstname() const { return m_firstname; }
   void setEntryId(const std::string& id) { m_entryId = id; }
   void setSurname(const std::string& surname) { m_surname = surname; }
   void setFirstname(const std::string& firstname) { m_firstname = firstname; }
@@ -68,9 +72,9 @@ class CallItem {
   }
 
  private:
-  std::string m_entryId;
-  std::string m_surname;
-  std::string m_firstname;
+  CompactString m_entryId;
+  CompactString m_surname;
+  CompactString m_firstname;
 };
 
 class CallItemWithPicture : public CallItem {
@@ -83,9 +87,9 @@ class CallItemWithPicture : public CallItem {
   CallItemWithPicture& operator=(const CallItemWithPicture&) = default;
   CallItemWithPicture& operator=(CallItemWithPicture&&) noexcept = default;
 
-  const std::string& getUniqueId() const { return m_uniqueId; }
+  const CompactString& getUniqueId() const { return m_uniqueId; }
   void setUniqueId(const std::string& id) { m_uniqueId = id; }
-  const std::string& getPictureClip() const { return m_pictureClip; }
+  const CompactString& getPictureClip() const { return m_pictureClip; }
   void setPictureClip(const std::string& clip) { m_pictureClip = clip; }
   // The entry's place in its list, kept by the journal so that a stored list comes back in its
   // order: larger is nearer the front; 0 is no place yet (an entry of an older store file).
@@ -99,8 +103,8 @@ class CallItemWithPicture : public CallItem {
   }
 
  private:
-  std::string m_uniqueId;
-  std::string m_pictureClip;
+  CompactString m_uniqueId;
+  CompactString m_pictureClip;
   int64_t m_listOrder = 0;
 };
 
@@ -248,7 +252,7 @@ class DialledCallItem : public CallItemWithInfos<DialledCallInfoRecord> {
   DialledCallItem& operator=(DialledCallItem&&) noexcept = default;
 
   // The text dialled entries are grouped by (spelt so on purpose).
-  const std::string& getJournalSeviceGroupBy() const { return m_groupBy; }
+  const CompactString& getJournalSeviceGroupBy() const { return m_groupBy; }
   void setJournalSeviceGroupBy(const std::string& groupBy) { m_groupBy = groupBy; }
   const InfoList& getDialledCallInfoList() const { return infos(); }
   InfoList& getDialledCallInfoList() { return infos(); }
@@ -257,7 +261,7 @@ class DialledCallItem : public CallItemWithInfos<DialledCallInfoRecord> {
   bool operator==(const DialledCallItem& o) const { return sameItemWithInfos(o) && m_groupBy == o.m_groupBy; }
 
  private:
-  std::string m_groupBy;
+  CompactString m_groupBy;
 };
 
 class ForwardedCallItem : public CallItemWithInfos<ForwardedCallInfoRecord> {
