@@ -128,19 +128,6 @@ std::map<std::string, size_t> occurrencesById(const cli::JournalLists& lists, Li
   }
 }
 
-size_t entries(const cli::JournalLists& lists, ListKind kind) {
-  switch (kind) {
-    case ListKind::Missed:
-      return lists.missed.size();
-    case ListKind::Received:
-      return lists.received.size();
-    case ListKind::Dialled:
-      return lists.dialled.size();
-    default:
-      return lists.forwarded.size();
-  }
-}
-
 // The stored rows of the four lists, read from `store`.
 cli::JournalLists storedLists(DataAccessServiceIfc& store) {
   cli::JournalLists lists;
@@ -155,9 +142,8 @@ cli::JournalLists storedLists(DataAccessServiceIfc& store) {
 void checkListsAgainstStore(const cli::JournalLists& read, const cli::JournalLists& stored) {
   for (ListKind kind : kLists) {
     const std::string name = cli::listName(kind);
-    if (entries(read, kind) != static_cast<size_t>(kEntries))
-      throw CheckFailure("after the calls the " + name + " list holds " + std::to_string(entries(read, kind)) +
-                         " entries");
+    if (read.size(kind) != static_cast<size_t>(kEntries))
+      throw CheckFailure("after the calls the " + name + " list holds " + std::to_string(read.size(kind)) + " entries");
     const auto inList = occurrencesById(read, kind), inStore = occurrencesById(stored, kind);
     if (inList != inStore)
       throw CheckFailure("the " + name + " list a client reads (" + std::to_string(inList.size()) +
@@ -259,9 +245,9 @@ void readEveryList(fw::JournalClient& client, Figures& figures) {
       const bool read = readList(client, kLists[l], lists, error);
       times[l].push_back(msSince(start));
       if (!read) throw BenchFailure(error);
-      if (entries(lists, kLists[l]) != static_cast<size_t>(kEntries))
+      if (lists.size(kLists[l]) != static_cast<size_t>(kEntries))
         throw CheckFailure(std::string("the ") + cli::listName(kLists[l]) + " list holds " +
-                           std::to_string(entries(lists, kLists[l])) + " entries before the calls");
+                           std::to_string(lists.size(kLists[l])) + " entries before the calls");
     }
   }
   for (int l = 0; l < 4; ++l) {

@@ -39,25 +39,9 @@ int readHistory(const Connection& c, const HistoryOptions& options, std::vector<
   return 0;
 }
 
-std::size_t sizeOf(const JournalLists& lists, ListKind kind) {
-  switch (kind) {
-    case ListKind::Missed:
-      return lists.missed.size();
-    case ListKind::Received:
-      return lists.received.size();
-    case ListKind::Dialled:
-      return lists.dialled.size();
-    case ListKind::Forwarded:
-      return lists.forwarded.size();
-    case ListKind::CallBacks:
-      return lists.callbacks.size();
-  }
-  return 0;
-}
-
 std::size_t callEntries(const JournalLists& lists) {
   std::size_t count = 0;
-  for (ListKind kind : kCallLists) count += sizeOf(lists, kind);
+  for (ListKind kind : kCallLists) count += lists.size(kind);
   return count;
 }
 
@@ -73,12 +57,12 @@ bool confirmed(std::size_t entries) {
 // "missed: 3 removed" per call list, with what is left where the journal kept entries.
 void printRemoved(const JournalLists& before, const JournalLists& after, std::ostream& out) {
   for (ListKind kind : kCallLists) {
-    const std::size_t was = sizeOf(before, kind), left = sizeOf(after, kind);
+    const std::size_t was = before.size(kind), left = after.size(kind);
     out << listName(kind) << ": " << (was > left ? was - left : 0) << " removed";
     if (left > 0) out << ", " << left << " left";
     out << '\n';
   }
-  const std::size_t callbacks = sizeOf(after, ListKind::CallBacks);
+  const std::size_t callbacks = after.size(ListKind::CallBacks);
   if (callbacks > 0) out << "callbacks: " << callbacks << " kept (requests pending at the switch, not calls)\n";
 }
 

@@ -273,6 +273,22 @@ bool JournalLists::read(ListKind kind, const std::string& reply) {
   return ok;
 }
 
+std::size_t JournalLists::size(ListKind kind) const {
+  switch (kind) {
+    case ListKind::Missed:
+      return missed.size();
+    case ListKind::Received:
+      return received.size();
+    case ListKind::Dialled:
+      return dialled.size();
+    case ListKind::Forwarded:
+      return forwarded.size();
+    case ListKind::CallBacks:
+      return callbacks.size();
+  }
+  return 0;
+}
+
 unsigned JournalLists::unviewedMissed() const {
   return static_cast<unsigned>(
       std::count_if(missed.begin(), missed.end(), [](const MissedCallItem& i) { return !i.getViewed(); }));

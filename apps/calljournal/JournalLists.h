@@ -37,6 +37,8 @@ struct JournalLists {
   // Reads one list reply into its list; false for FAILURE or a reply that is not a list.
   bool read(ListKind kind, const std::string& reply);
   unsigned unviewedMissed() const;
+  // The entries the list of `kind` holds.
+  std::size_t size(ListKind kind) const;
   // The list holding `entryId`, if any (the first of missed, received, dialled, forwarded,
   // callbacks).
   bool find(const std::string& entryId, ListKind& kind) const;
