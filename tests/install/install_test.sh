@@ -50,7 +50,8 @@ fi
 for f in bin/calljournald bin/calljournal bin/cstaswitchsim lib/calljournal/libjournalservice.so \
          lib/calljournal/libphoneplatform.so lib/systemd/system/calljournald.service \
          etc/calljournal/calljournald.conf share/doc/calljournal/README.md share/doc/calljournal/install.md \
-         share/doc/calljournal/examples/traces/office-day.xml; do
+         share/doc/calljournal/examples/traces/office-day.xml share/calljournal/web/index.html \
+         share/calljournal/web/app.js share/calljournal/web/style.css; do
   [ -f "$prefix/$f" ] || fail "not installed: $f"
 done
 # Nothing of the tests, benchmarks or fuzz targets; only the three programs and two libraries.
@@ -101,10 +102,20 @@ eventually sim_listening || fail "the simulator did not listen"
 socket=$work/run/calljournal.sock
 "$prefix/bin/calljournald" --config "$examples/calljournald.conf" --set "switch=127.0.0.1:$(sim_port)" \
   --set "database=$work/db/journal.db" --set "client-socket=$socket" \
-  --set "phonebook=$examples/phonebook.csv" 2>"$work/daemon.err" &
+  --set "phonebook=$examples/phonebook.csv" --set "client-web=127.0.0.1:0" 2>"$work/daemon.err" &
 daemon_pid=$!
 client() { "$prefix/bin/calljournal" --socket "$socket" "$@"; }
 client wait --timeout 20 || fail "calljournal wait: $(cat "$work/daemon.err")"
+# The installed daemon serves the installed page (its web root found from the program's folder).
+web_port=$(sed -n 's#.*clients on the web at http://127.0.0.1:\([0-9]*\)/.*#\1#p' "$work/daemon.err" | head -1)
+if [ -n "$web_port" ] && exec 3<>"/dev/tcp/127.0.0.1/$web_port"; then
+  printf 'GET / HTTP/1.1\r\nHost: 127.0.0.1:%s\r\nConnection: close\r\n\r\n' "$web_port" >&3
+  page=$(cat <&3 | tr -d '\r' | sed '1,/^$/d')
+  exec 3<&-
+  expect_eq "the page served at /" "$(cat "$prefix/share/calljournal/web/index.html")" "$page"
+else
+  fail "the installed daemon serves no web page: $(grep -i web "$work/daemon.err")"
+fi
 eventually grep -q "46 events sent" "$work/sim.out" || fail "the simulator did not play the trace"
 entries() { client list "$1" --json | grep -c '"uniqueId"'; }
 # The office day's lists, as calljournal replay files them: 2 missed, 3 received, 3 dialled, 1 forwarded.
@@ -131,7 +142,8 @@ if (cd "$build" && cpack -G DEB -B "$work/deb" >"$work/cpack.log" 2>&1); then
   for f in ./usr/bin/calljournald ./usr/bin/calljournal ./usr/bin/cstaswitchsim \
            ./usr/lib/calljournal/libjournalservice.so ./usr/lib/calljournal/libphoneplatform.so \
            ./usr/lib/systemd/system/calljournald.service ./etc/calljournal/calljournald.conf \
-           ./usr/share/doc/calljournal/README.md; do
+           ./usr/share/doc/calljournal/README.md ./usr/share/calljournal/web/index.html \
+           ./usr/share/calljournal/web/app.js ./usr/share/calljournal/web/style.css; do
     grep -qxF "$f" <<<"$contents" || fail "not in the package: $f"
   done
   expect_eq "package files naming tests" "" "$(grep -E 'test|bench|fuzz' <<<"$contents")"
