@@ -8,7 +8,12 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libsqlite3-dev sqlite3 libpugixml-dev libcsv-dev
   libasio-dev libwebsocketpp-dev libcli11-dev nlohmann-json3-dev libcurl4-openssl-dev
+  chromium
 )
+# The web page's browser test runs Debian's chromium from node (playwright-core, which the test
+# installs with npm): Debian's node and npm unless there are ones already.
+command -v node >/dev/null 2>&1 || packages+=(nodejs)
+command -v npm >/dev/null 2>&1 || packages+=(npm)
 
 missing=()
 for p in "${packages[@]}"; do

@@ -21,12 +21,13 @@ run_preset() {
 }
 
 run_preset default
-# The README's walk-through plays a day live (about 80 s); the default build runs it.
-run_preset asan -LE readme
+# The README's walk-through plays a day live (about 80 s) and the web page's test drives a browser;
+# the default build runs them.
+run_preset asan -LE 'readme|browser'
 run_preset tsan -L concurrency
 # The threads of the daemon's parts: the CSTA link, the client server, and the daemon end to end.
 echo "==== tsan: tests of the switch link, the client server and the daemon"
 ctest --preset tsan -R 'CstaLinkTest|ClientServerTest|DaemonTest'
 # The lock rules the compiler checks (GUARDED_BY, REQUIRES, lock order): a finding is a build error.
-run_preset clang-tsa -LE readme
+run_preset clang-tsa -LE 'readme|browser'
 echo "==== all test runs passed"
