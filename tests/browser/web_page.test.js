@@ -191,8 +191,12 @@ describe('the web page of calljournald', { timeout: 120000 }, () => {
     assert.equal(await rowText(twice.entryId, 'number'), `${twice.infos[0].number} · ${type}`);
   });
 
-  it('opens a row with the keyboard to show every occurrence', async () => {
-    await openTab('dialled');
+  it('opens a list and a row with the keyboard to show every occurrence', async () => {
+    await openTab('received');
+    await page.focus('#tab-received');
+    await page.keyboard.press('ArrowRight');
+    await page.keyboard.press('Enter');
+    assert.equal(await page.getAttribute('#tab-dialled', 'aria-selected'), 'true');
     const twice = day.dialled.find((e) => e.infos.length === 2);
     const head = `#entries > li[data-entry-id="${twice.entryId}"] .entry-head`;
     await page.focus(head);

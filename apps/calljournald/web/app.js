@@ -546,6 +546,7 @@
   // Every occurrence with its time, number, duration, connected and deflecting parties; a column
   // no occurrence of the entry fills is left out.
   function occurrencesTable(name, item, id, isOpen) {
+    if (!isOpen) return el('div', { class: 'occurrences', id, hidden: true });  // built when opened
     const columns = [
       ['Time', (info) => el('time', { datetime: info.timeDate, text: whenText(info.timeDate) }), true],
       ['Number', (info) => (withheld(info) ? 'withheld' : numberWithType(info.number, info.numberType)), true],
@@ -560,7 +561,7 @@
     const table = el('table', { class: 'occurrences-table' },
       el('thead', {}, el('tr', {}, ...columns.map(([head]) => el('th', { scope: 'col', text: head })))),
       el('tbody', {}, ...rows));
-    return el('div', { class: 'occurrences', id, hidden: !isOpen }, table);
+    return el('div', { class: 'occurrences', id }, table);
   }
 
   // Every call of the four call lists, newest first (as `calljournal history`), filtered by the
