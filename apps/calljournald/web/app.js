@@ -363,12 +363,13 @@
     return `${date.getFullYear()}-${two(date.getMonth() + 1)}-${two(date.getDate())}`;
   }
 
-  // "Today 14:20", "Yesterday 09:05", "10 Mar 2026 17:35" for a "YYYY-MM-DDThh:mm:ss" text.
-  function whenText(timeDate) {
-    const m = /^(\d{4})-(\d{2})-(\d{2})T(\d{2}):(\d{2})/.exec(timeDate || '');
+  // "Today 14:20", "Yesterday 09:05", "10 Mar 2026 17:35" for a "YYYY-MM-DDThh:mm:ss" text; with
+  // the seconds when asked ("Today 14:20:05").
+  function whenText(timeDate, withSeconds = false) {
+    const m = /^(\d{4})-(\d{2})-(\d{2})T(\d{2}):(\d{2})(:\d{2})?/.exec(timeDate || '');
     if (!m) return timeDate || '';
     const day = `${m[1]}-${m[2]}-${m[3]}`;
-    const clock = `${m[4]}:${m[5]}`;
+    const clock = `${m[4]}:${m[5]}${withSeconds && m[6] ? m[6] : ''}`;
     const now = new Date();
     const yesterday = new Date(now.getFullYear(), now.getMonth(), now.getDate() - 1);
     if (day === localDay(now)) return `Today ${clock}`;
@@ -548,7 +549,7 @@
   function occurrencesTable(name, item, id, isOpen) {
     if (!isOpen) return el('div', { class: 'occurrences', id, hidden: true });  // built when opened
     const columns = [
-      ['Time', (info) => el('time', { datetime: info.timeDate, text: whenText(info.timeDate) }), true],
+      ['Time', (info) => el('time', { datetime: info.timeDate, text: whenText(info.timeDate, true) }), true],
       ['Number', (info) => (withheld(info) ? 'withheld' : numberWithType(info.number, info.numberType)), true],
       ['Duration', (info) => info.duration, name !== 'missed'],
       ['Connected', connectedParty],
