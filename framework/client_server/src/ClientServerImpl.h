@@ -64,7 +64,7 @@ class Response : public InvokerResponse {
 // One client, over either transport (Transport.h). Reading and closing happen on the I/O thread;
 // enqueue from any thread; its requests and, at its end, the detaching of its proxies run one at
 // a time on its lane of request threads.
-class Connection : public TransportEvents, public std::enable_shared_from_this<Connection> {
+class Connection final : public TransportEvents, public std::enable_shared_from_this<Connection> {
  public:
   using Socket = Transport::Socket;
   struct Outgoing {
