@@ -1,10 +1,9 @@
 // Child processes and waiting, for the browser test: the simulator and the daemon as children
-// whose output is kept, the command-line client, a free loopback port, and polling with a deadline.
+// whose output is kept, the command-line client, and polling with a deadline.
 'use strict';
 
 const { spawn, execFile } = require('node:child_process');
 const fs = require('node:fs');
-const net = require('node:net');
 const path = require('node:path');
 
 // A program running until stop(); its stdout and stderr are kept in `output` and in WORK/NAME.log.
@@ -43,18 +42,6 @@ function cli(program, args) {
   });
 }
 
-// A port no one listens on now (the kernel's choice for port 0).
-function freePort() {
-  return new Promise((resolve, reject) => {
-    const server = net.createServer();
-    server.on('error', reject);
-    server.listen(0, '127.0.0.1', () => {
-      const { port } = server.address();
-      server.close(() => resolve(port));
-    });
-  });
-}
-
 // Calls `check` every 100 ms until it gives a value that is not null, false or undefined;
 // rejects naming `what` when `timeoutMs` has passed.
 async function eventually(check, what, timeoutMs = 20000) {
@@ -67,4 +54,4 @@ async function eventually(check, what, timeoutMs = 20000) {
   }
 }
 
-module.exports = { Child, cli, eventually, freePort };
+module.exports = { Child, cli, eventually };

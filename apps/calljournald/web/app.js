@@ -139,7 +139,8 @@
     const scheme = location.protocol === 'https:' ? 'wss://' : 'ws://';
     const ws = new WebSocket(scheme + location.host + '/ws');
     socket = ws;
-    setConnection('connecting');
+    // While the daemon is away the page says so until it is back, through every new attempt.
+    if (state.connection !== 'disconnected') setConnection('connecting');
     ws.onopen = () => {
       retryDelay = 1000;
       setConnection('connected');
@@ -405,6 +406,7 @@
   }
 
   function render() {
+    for (const [key, when] of state.arrived) if (Date.now() - when > 3000) state.arrived.delete(key);
     renderStates();
     renderTabs();
     renderView();
@@ -419,7 +421,9 @@
   function renderStates() {
     const connection = $('connection');
     connection.dataset.state = state.connection;
-    connection.textContent = { connecting: 'connecting…', connected: 'connected', disconnected: 'disconnected' }[state.connection];
+    connection.textContent = {
+      connecting: 'connecting…', connected: 'connected', disconnected: 'disconnected: trying again',
+    }[state.connection];
     const link = $('link');
     const news = state.link;
     if (!news) {
