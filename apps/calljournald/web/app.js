@@ -626,8 +626,10 @@
       state.search = event.target.value;
       render();
     });
+    // The address names the list shown (#received, #history, ...): a link or a bookmark opens it.
     const fromAddress = location.hash.slice(1);
     if (VIEWS.includes(fromAddress)) state.view = fromAddress;
+    window.addEventListener('hashchange', () => selectView(location.hash.slice(1), false));
     // "Today" becomes "Yesterday" at midnight; the arrival highlight ends.
     setInterval(render, 30000);
     render();
