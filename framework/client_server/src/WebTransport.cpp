@@ -373,6 +373,9 @@ void WebTransport::close() {
   if (m_closed) return;
   m_closed = true;
   m_inbox.clear();
+  // The callbacks hold the connection, which holds this: dropped, so that it can go. The bytes
+  // stay until this goes, as a write may be under way.
+  for (Chunk& chunk : m_wire) chunk.written = nullptr;
   // Ends the library's pending read, which holds the library's connection alive.
   m_connection->fatal_error();
   asio::error_code ignored;

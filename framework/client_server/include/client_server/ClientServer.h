@@ -1,7 +1,7 @@
 // The client server: serves the remote clients of a module (the phone's screen, tools) over a
 // Unix socket and, optionally, a TCP listener and a web listener on the loopback interface.
 //
-// Framing, both directions: a 4-byte big-endian length of the payload (the header itself not
+// Framing on the Unix socket and TCP, both directions: a 4-byte big-endian length of the payload (the header itself not
 // counted), then the payload, UTF-8 XML. A zero-length payload is legal: it is the reply to a
 // request the module completed without text. A frame longer than maxFrameSize closes that
 // connection (level-2 log line); the other connections carry on. A payload that is not
@@ -35,15 +35,15 @@
 //
 // Incoming frames: a frame's buffer grows as its bytes arrive, so a header announcing a large
 // frame costs nothing until the bytes come. At most maxConnections are served at once, over all
-// listeners together; a client
-// connecting beyond that is closed at once (a level-2 line for the first refusal of a run of them).
+// listeners together; a client connecting beyond that is closed at once (a level-2 line for the
+// first refusal of a run of them).
 //
 // Outgoing queue: each connection has one queue for its replies and its proxies' messages, sent
 // in the order they were queued. ProxyRequest::send may be called from any thread and never
-// blocks; when more than maxQueuedBytes (frame headers of the transport included) wait to be written, the client
-// is disconnected with a level-2 log line. A message queued while nothing else waits always goes,
-// however large (a reply of a large list can always be read). Messages for a closed connection
-// are dropped.
+// blocks; when more than maxQueuedBytes (the transport's frame headers included) wait to be
+// written, the client is disconnected with a level-2 log line. A message queued while nothing
+// else waits always goes, however large (a reply of a large list can always be read). Messages
+// for a closed connection are dropped.
 //
 // Connection end: the proxies of that client are detached on a request thread, after every
 // request the client sent before (in the connection's order, as one more of its requests): for
