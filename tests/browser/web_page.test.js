@@ -46,6 +46,19 @@ function startSimulator(trace, pace, port) {
     .then((m) => Number(m[1]));
 }
 
+// Starts the daemon on the test's database and socket; resolves with the port of its web listener.
+async function startDaemon(port) {
+  daemon = new Child('calljournald', path.join(BIN, 'calljournald'), [
+    '--config', path.join(EXAMPLES, 'calljournald.conf'), '--set', `switch=127.0.0.1:${switchPort}`,
+    '--set', `database=${path.join(work, 'journal.db')}`, '--set', `client-socket=${socket}`,
+    '--set', `phonebook=${path.join(EXAMPLES, 'phonebook.csv')}`, '--set', `client-web=127.0.0.1:${port}`,
+  ], work);
+  await journal('wait', '--timeout', '20');
+  const address = await eventually(() => /clients on the web at http:\/\/127\.0\.0\.1:(\d+)\//.exec(daemon.output),
+    'the daemon names its web address');
+  return Number(address[1]);
+}
+
 async function launchBrowser() {
   const profile = fs.mkdtempSync(path.join(work, 'chromium-'));
   const context = await chromium.launchPersistentContext(profile, {
@@ -105,14 +118,7 @@ describe('the web page of calljournald', { timeout: 120000 }, () => {
   before(async () => {
     switchPort = await startSimulator(OFFICE_DAY, FAST, 0);
     // The web listener takes any free port and the daemon logs its address.
-    daemon = new Child('calljournald', path.join(BIN, 'calljournald'), [
-      '--config', path.join(EXAMPLES, 'calljournald.conf'), '--set', `switch=127.0.0.1:${switchPort}`,
-      '--set', `database=${path.join(work, 'journal.db')}`, '--set', `client-socket=${socket}`,
-      '--set', `phonebook=${path.join(EXAMPLES, 'phonebook.csv')}`, '--set', 'client-web=127.0.0.1:0',
-    ], work);
-    await journal('wait', '--timeout', '20');
-    webPort = Number((await eventually(() => /clients on the web at http:\/\/127\.0\.0\.1:(\d+)\//.exec(daemon.output),
-      'the daemon names its web address'))[1]);
+    webPort = await startDaemon(0);
     browser = await launchBrowser();
     page = await browser.newPage();
     await page.goto(`http://127.0.0.1:${webPort}/`);
@@ -333,5 +339,15 @@ describe('the web page of calljournald', { timeout: 120000 }, () => {
     await page.waitForFunction(() => document.getElementById('connection').dataset.state === 'disconnected', null,
       { timeout: 10000 }).catch(() => {});
     assert.equal(await page.$eval('#connection', (e) => e.dataset.state), 'disconnected');
+  });
+
+  it('connects again when the daemon is back, and reads the lists again', async () => {
+    await simulator.stop();  // no more calls: the lists stay as they are
+    await startDaemon(webPort);
+    const dialled = ids((await lists()).dialled);
+    await page.waitForFunction(() => document.getElementById('connection').dataset.state === 'connected', null,
+      { timeout: 15000 }).catch(() => {});
+    assert.equal(await page.$eval('#connection', (e) => e.dataset.state), 'connected');
+    assert.deepEqual(await rowsBecome(dialled), dialled);
   });
 });
