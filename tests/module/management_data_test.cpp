@@ -5,7 +5,6 @@
 #include "ClientLists.h"
 #include "CstaEventFactory.h"
 #include "JournalHarness.h"
-#include "LogCapture.h"
 #include "RecordingObserver.h"
 
 namespace {
@@ -41,12 +40,6 @@ class ManagementData : public ::testing::Test {
   long sent(const std::string& request) {
     auto sent = phone.csta.sent();
     return std::count(sent.begin(), sent.end(), request);
-  }
-  long storeReads() {
-    const auto requests = phone.store.requests();
-    return std::count_if(requests.begin(), requests.end(), [](const std::string& request) {
-      return request.find("<reason>read</reason>") != std::string::npos;
-    });
   }
   void deliver(std::unique_ptr<CSTAEvent> event) { phone.service->deliverEvent(event.get()); }
   // A call from `party` that the user answers and ends.
@@ -95,39 +88,6 @@ TEST_F(ManagementData, ClearingOrDisablingTheCallLogEmptiesTheListsAndRefusedWri
   phone.store.setReply("failed");
   EXPECT_EQ(Result(false, ""), set("call-log-enabled", "true"));
   EXPECT_EQ("false", get({"call-log-enabled"}));  // the store refused it
-}
-
-// "0" starts the monitor and reads the lists again, "1" and "2" stop it, other values do nothing.
-TEST_F(ManagementData, CallLogAccessStartsAndStopsTheMonitor) {
-  LogCapture log;
-  start();
-  EXPECT_EQ(1, sent("MonitorStart"));
-  EXPECT_TRUE(phone.csta.lastStartHadFilter());
-  notify("disable-access-calllog", "1");
-  EXPECT_EQ(1, sent("MonitorStop"));
-  notify("disable-access-calllog", "2");
-  EXPECT_TRUE(log.contains("Events already stopped"));
-  phone.store.clear();
-  notify("disable-access-calllog", "0");
-  EXPECT_EQ(2, sent("MonitorStart"));
-  EXPECT_EQ(4, storeReads());  // the refresh that follows: the three lists and the settings
-  notify("disable-access-calllog", "7");
-  EXPECT_EQ(2, sent("MonitorStart"));
-  EXPECT_EQ(1, sent("MonitorStop"));
-  EXPECT_EQ(1, sent("ChangeMonitorFilter"));
-}
-
-// The system identifier is read again when it changes: 2, the switch keeps the call log, which is
-// then told of each call the phone's user deletes.
-TEST_F(ManagementData, AChangedSystemIdentifierTakesEffect) {
-  start();
-  phone.service->refreshCallLog();
-  deliver(csta::failed("0", csta::dev("100"), csta::dev(csta::kOwnLine), EC_BUSY));
-  ASSERT_EQ(1u, missedCalls(*phone.service).size());
-  notify("system-identifier", "2");
-  EXPECT_TRUE(phone.service->deleteMissedCall(missedCalls(*phone.service).front().getEntryId()));
-  ASSERT_EQ(1u, phone.csta.escapes().size());
-  EXPECT_EQ("100", phone.csta.escapes().front().subscriberNumber);
 }
 
 // With server based features a SIP phone files the forward of a call it had not seen ring.
