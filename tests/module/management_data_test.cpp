@@ -1,4 +1,4 @@
-// The journal's management agent and settings: key coding, reject reasons, stored and observed values.
+// The journal's management agent and settings: clearing the call log, reject reasons, values set at run time.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -18,13 +18,13 @@ class ManagementData : public ::testing::Test {
     phone.store.setReply("<storeReply><result>ok</result>" + settings + "</storeReply>");
     phone.start();
   }
-  // The value read for keys[at] when all `keys` are read at once, or "<none>" when it was not populated.
-  std::string get(const std::vector<std::string>& keys, size_t at = 0) {
+  // The value read for `key`, or "<none>" when it was not populated.
+  std::string get(const std::string& key) {
     ManageableData data;
-    for (const auto& key : keys) data.setRootId(key);
+    data.setRootId(key);
     phone.service->getData(data);
     std::string value;
-    return data.interogate(keys[at], value) ? value : "<none>";
+    return data.interogate(key, value) ? value : "<none>";
   }
   // Writes one key; returns the result and its reject reason (empty when none).
   Result set(const std::string& key, const std::string& value) {
@@ -52,20 +52,6 @@ class ManagementData : public ::testing::Test {
   JournalHarness phone;
 };
 
-TEST_F(ManagementData, MissedLoggingIsCodedTheOtherWayRoundAndAnUnknownKeyStopsARead) {
-  start();
-  EXPECT_EQ("0", get({"missed-logging"}));  // logging on
-  EXPECT_EQ(Result(true, ""), set("missed-logging", "1"));
-  EXPECT_EQ("1", get({"missed-logging"}));
-  EXPECT_EQ(Result(true, ""), set("delete-missed-when-called", "1"));
-  EXPECT_EQ("1", get({"delete-missed-when-called"}));
-  EXPECT_EQ(Result(true, ""), set("delete-missed-when-called", "yes"));  // anything but "1" is off
-  EXPECT_EQ("0", get({"delete-missed-when-called"}));
-  EXPECT_EQ("false", get({"clear-calllog"}));
-  EXPECT_EQ("true", get({"call-log-enabled", "unknown", "missed-logging"}));
-  EXPECT_EQ("<none>", get({"call-log-enabled", "unknown", "missed-logging"}, 2));
-}
-
 TEST_F(ManagementData, ClearingOrDisablingTheCallLogEmptiesTheListsAndRefusedWritesCarryTheirReason) {
   start();
   phone.service->refreshCallLog();
@@ -87,7 +73,7 @@ TEST_F(ManagementData, ClearingOrDisablingTheCallLogEmptiesTheListsAndRefusedWri
   EXPECT_EQ(1u, phone.store.requests().size());  // the unchanged value is written all the same
   phone.store.setReply("failed");
   EXPECT_EQ(Result(false, ""), set("call-log-enabled", "true"));
-  EXPECT_EQ("false", get({"call-log-enabled"}));  // the store refused it
+  EXPECT_EQ("false", get("call-log-enabled"));  // the store refused it
 }
 
 // With server based features a SIP phone files the forward of a call it had not seen ring.
