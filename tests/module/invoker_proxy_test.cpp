@@ -106,4 +106,3 @@ TEST_F(InvokerTest, RequestsReachTheirOperationAndAreAnsweredByKind) {
     EXPECT_EQ(journal.last, c.operation) << c.code;
   }
 }
-
