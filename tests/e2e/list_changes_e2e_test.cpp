@@ -12,6 +12,14 @@ namespace {
 
 class ListChangesDaemonTest : public DaemonTest {
  protected:
+  // Under the thread sanitizer the daemon reports a race on its stderr (and a stopped one exits
+  // with a code other than 0, which restartDaemon checks).
+  void TearDown() override {
+    if (daemon) {
+      EXPECT_EQ(0u, linesWith(daemon->err(), "ThreadSanitizer").size()) << daemon->err();
+    }
+    DaemonTest::TearDown();
+  }
   // Stops the daemon as its service manager would and starts it again on the same files.
   void restartDaemon() {
     daemon->signal(SIGTERM);
