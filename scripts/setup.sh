@@ -7,7 +7,7 @@ packages=(
   g++ clang cmake ninja-build pkg-config
   libgtest-dev libgmock-dev libbenchmark-dev
   libsqlite3-dev sqlite3 libpugixml-dev libcsv-dev
-  libasio-dev libcli11-dev nlohmann-json3-dev libcurl4-openssl-dev
+  libasio-dev libwebsocketpp-dev libcli11-dev nlohmann-json3-dev libcurl4-openssl-dev
 )
 
 missing=()

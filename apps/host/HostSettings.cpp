@@ -126,6 +126,8 @@ bool readSettings(const std::map<std::string, std::string>& values, Settings& s,
   s.mobilityUrl = inForce(values, "mobility-url");
   s.module = inForce(values, "module");
   s.clientTcpAllowRemote = inForce(values, "client-tcp-allow-remote") == "true";
+  s.clientWebAllowRemote = inForce(values, "client-web-allow-remote") == "true";
+  s.clientWebRoot = inForce(values, "client-web-root");
   s.requestTimeoutMs = std::atoi(inForce(values, "csta-request-timeout-ms").c_str());
   s.clientMaxConnections = std::atoi(inForce(values, "client-max-connections").c_str());
   s.switchHost.clear();
@@ -135,6 +137,10 @@ bool readSettings(const std::map<std::string, std::string>& values, Settings& s,
   s.clientTcpPort = -1;
   if (const std::string tcp = inForce(values, "client-tcp"); !tcp.empty())
     splitHostPort(tcp, s.clientTcpHost, s.clientTcpPort);
+  s.clientWebHost.clear();
+  s.clientWebPort = -1;
+  if (const std::string web = inForce(values, "client-web"); !web.empty())
+    splitHostPort(web, s.clientWebHost, s.clientWebPort);
   return true;
 }
 

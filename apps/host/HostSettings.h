@@ -22,6 +22,10 @@ struct Settings {
   std::string clientTcpHost;
   int clientTcpPort = -1;  // -1: no TCP listener
   bool clientTcpAllowRemote = false;
+  std::string clientWebHost;
+  int clientWebPort = -1;  // -1: no web listener
+  bool clientWebAllowRemote = false;
+  std::string clientWebRoot;
   int clientMaxConnections = 0;
   std::string logLevels;
   std::string logFile;

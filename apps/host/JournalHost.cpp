@@ -14,17 +14,17 @@
 #include "ProcessHeap.h"
 #include "SettingTable.h"
 #include "client_server/ClientServer.h"
-#include "digit_analysis/ConfiguredDigitAnalysis.h"
-#include "csta_link/CstaLinkService.h"
-#include "phonebook/FilePhonebook.h"
 #include "client_server/JournalClient.h"
+#include "csta_link/CstaLinkService.h"
+#include "digit_analysis/ConfiguredDigitAnalysis.h"
 #include "framework/JournalRuntime.h"
 #include "framework/JournalServiceHelper.h"
 #include "framework/Logging.h"
 #include "framework/PluginLoader.h"
 #include "framework/Services.h"
-#include "sqlite_store/SqliteDataAccessService.h"
 #include "mobility_upload/UploadMobilityService.h"
+#include "phonebook/FilePhonebook.h"
+#include "sqlite_store/SqliteDataAccessService.h"
 
 namespace host {
 
@@ -264,6 +264,12 @@ bool JournalHost::serveClients(std::string& error) {
   options.tcpHost = m_settings.clientTcpHost;
   options.tcpPort = m_settings.clientTcpPort;
   options.allowNonLoopbackTcp = m_settings.clientTcpAllowRemote;
+  if (m_settings.clientWebPort >= 0) {
+    options.webHost = m_settings.clientWebHost;
+    options.webPort = m_settings.clientWebPort;
+  }
+  options.allowNonLoopbackWeb = m_settings.clientWebAllowRemote;
+  options.webRoot = m_settings.clientWebRoot;
   options.maxConnections = static_cast<std::size_t>(m_settings.clientMaxConnections);
   if (!makeParentDirectories(options.socketPath, error)) return false;
   p.server = std::make_unique<fw::ClientServer>(p.runtime.context(), options);
@@ -283,7 +289,14 @@ bool JournalHost::serveClients(std::string& error) {
   p.server->setHandler(kManagementRequest, [this](const std::string& message, const std::string& clientId) {
     return handleManagement(message, clientId);
   });
-  return p.server->start(error);
+  if (!p.server->start(error)) return false;
+  if (p.server->webPort() >= 0) {
+    const std::string& host = m_settings.clientWebHost;
+    HOSTLOG(4, "clients on the web at http://%s:%d/ (the page's files from %s)",
+            (host.find(':') == std::string::npos ? host : "[" + host + "]").c_str(), p.server->webPort(),
+            m_settings.clientWebRoot.c_str());
+  }
+  return true;
 }
 
 void JournalHost::stop() {
@@ -382,7 +395,9 @@ std::string JournalHost::handleManagement(const std::string& message, const std:
                               std::string error;
                               if (readSettings(m_parts->mgmt.values(), s, error)) applyLogThresholds(s.logLevels);
                             },
-                            [this] { return status(); }, m_configPath, [this] { return waitingForStart(); },
+                            [this] { return status(); },
+                            m_configPath,
+                            [this] { return waitingForStart(); },
                             clientId,
                             [this](const std::string& client) {
                               Parts& p = *m_parts;
@@ -538,5 +553,6 @@ void JournalHost::settle() {
 std::string JournalHost::clientSocketPath() const { return m_settings.clientSocket; }
 
 int JournalHost::clientTcpPort() const { return m_parts->server ? m_parts->server->tcpPort() : -1; }
+int JournalHost::clientWebPort() const { return m_parts->server ? m_parts->server->webPort() : -1; }
 
 }  // namespace host

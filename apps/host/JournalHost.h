@@ -85,6 +85,7 @@ class JournalHost {
   const Settings& settings() const { return m_settings; }
   std::string clientSocketPath() const;
   int clientTcpPort() const;
+  int clientWebPort() const;
 
  private:
   struct Parts;

@@ -78,6 +78,8 @@ const ValueKind kVariant{"a whole number: 3 or 4 is a phone with the LumaUX user
 const ValueKind kCodes{"codes separated by commas; blanks around each are dropped", nullptr, nullptr};
 const ValueKind kAllowRemote{"true lets client-tcp listen on an address other than loopback; anything else does not",
                              nullptr, nullptr};
+const ValueKind kAllowRemoteWeb{"true lets client-web listen on an address other than loopback; anything else does not",
+                                nullptr, nullptr};
 const ValueKind kLogLevels{
     "HANDLE=LEVEL pairs separated by commas, * for every other handle; levels 2 error, 4 notable event, 5 trace, "
     "6 detail (for example: Journal Service=6, *=4)",
@@ -104,6 +106,8 @@ const ValueKind kStoreState{"read only: ok, or failing since TIME: N changes not
 // The module's place relative to the program, the same in the build tree and in an installed
 // system (the build gives it: ../lib/calljournal/libjournalservice.so).
 std::string defaultModule() { return programDirectory() + "/" JOURNAL_MODULE_FROM_PROGRAM; }
+// The web page's files, found the same way (../share/calljournal/web).
+std::string defaultWebRoot() { return programDirectory() + "/" JOURNAL_WEB_FROM_PROGRAM; }
 
 // One row; the builders below fill in what most rows leave at its usual value.
 struct Row : SettingInfo {
@@ -184,6 +188,15 @@ constexpr SettingInfo kTable[] = {
         .withExample("127.0.0.1:7070"),
     Row("client-tcp-allow-remote", O::Daemon, kAllowRemote, "false", E::AtStart,
         "Whether client-tcp may listen beyond loopback"),
+    Row("client-web", O::Daemon, kListenAddress, "", E::AtStart,
+        "A web listener for the phone's screen in a browser: the page and its WebSocket /ws (none: no "
+        "listener)")
+        .withExample("127.0.0.1:8080"),
+    Row("client-web-allow-remote", O::Daemon, kAllowRemoteWeb, "false", E::AtStart,
+        "Whether client-web may listen beyond loopback"),
+    Row("client-web-root", O::Daemon, kFile, "", E::AtStart, "The folder of the web page's files")
+        .withComputedDefault(defaultWebRoot, JOURNAL_WEB_FROM_PROGRAM " beside the program")
+        .withExample("/usr/share/calljournal/web"),
     Row("client-max-connections", O::Daemon, kClientCount, "64", E::AtStart,
         "Clients served at once; one more is refused (logged)"),
     Row("log-levels", O::Daemon, kLogLevels, "*=4", E::AtOnce, "Log thresholds per handle"),

@@ -17,11 +17,18 @@
 
 namespace fw {
 
+namespace {
+
+// An IPv6 address in a URL stands in brackets.
+std::string hostInUrl(const std::string& host) { return host.find(':') == std::string::npos ? host : "[" + host + "]"; }
+
+}  // namespace
+
 using clientserver::Connection;
 using clientserver::kLogHandle;
 
 ClientServer::Impl::Impl(FrameworkContext& ctx, ClientServerOptions opts)
-    : context(ctx), options(std::move(opts)), m_unixAcceptor(io), m_tcpAcceptor(io) {}
+    : context(ctx), options(std::move(opts)), m_unixAcceptor(io), m_tcpAcceptor(io), m_webAcceptor(io) {}
 
 ClientServer::Impl::~Impl() { stop(); }
 
@@ -30,14 +37,15 @@ bool ClientServer::Impl::start(std::string& error) {
     error = "the client server is already running";
     return false;
   }
-  if (options.socketPath.empty() && options.tcpPort < 0) {
-    error = "no listener configured: neither a socket path nor a TCP port";
+  if (options.socketPath.empty() && options.tcpPort < 0 && options.webPort < 0) {
+    error = "no listener configured: neither a socket path nor a TCP or web port";
     return false;
   }
-  if (!listenUnix(error) || !listenTcp(error)) {
+  if (!listenUnix(error) || !listenTcp(error) || !listenWeb(error)) {
     asio::error_code ignored;
     m_unixAcceptor.close(ignored);
     m_tcpAcceptor.close(ignored);
+    m_webAcceptor.close(ignored);
     removeSocketFile();
     return false;
   }
@@ -47,6 +55,7 @@ bool ClientServer::Impl::start(std::string& error) {
   m_work = std::make_unique<asio::executor_work_guard<asio::io_context::executor_type>>(io.get_executor());
   if (m_unixAcceptor.is_open()) acceptUnix();
   if (m_tcpAcceptor.is_open()) acceptTcp();
+  if (m_webAcceptor.is_open()) acceptWeb();
   m_ioThread = std::thread([this] {
     pthread_setname_np(pthread_self(), "Client I/O");
     io.run();
@@ -54,16 +63,23 @@ bool ClientServer::Impl::start(std::string& error) {
   context.setProxyProvider([this](const std::string& interfaceName, const std::string& clientId) {
     return getProxy(interfaceName, clientId);
   });
+  logListeners();
+  return true;
+}
+
+void ClientServer::Impl::logListeners() {
   int port;
+  int web;
   {
     MutexLock guard(mutex);
     port = boundPort;
+    web = webBoundPort;
   }
-  logAppUni(kLogHandle, __FILE__, kLogNotable, __LINE__, "listening on %s%s%s",
-            options.socketPath.empty() ? "" : options.socketPath.c_str(),
-            !options.socketPath.empty() && port >= 0 ? " and " : "",
-            port >= 0 ? (options.tcpHost + ":" + std::to_string(port)).c_str() : "");
-  return true;
+  std::string where = options.socketPath;
+  const auto add = [&where](const std::string& listener) { where += (where.empty() ? "" : " and ") + listener; };
+  if (port >= 0) add(options.tcpHost + ":" + std::to_string(port));
+  if (web >= 0) add("http://" + hostInUrl(options.webHost) + ":" + std::to_string(web) + "/ (the web page and /ws)");
+  logAppUni(kLogHandle, __FILE__, kLogNotable, __LINE__, "listening on %s", where.c_str());
 }
 
 bool ClientServer::Impl::listenUnix(std::string& error) {
@@ -117,37 +133,58 @@ bool ClientServer::Impl::listenUnix(std::string& error) {
 
 bool ClientServer::Impl::listenTcp(std::string& error) {
   if (options.tcpPort < 0) return true;
-  const std::string where = options.tcpHost + ":" + std::to_string(options.tcpPort);
-  if (options.tcpPort > 65535) {
-    error = "cannot listen on " + where + ": not a port number";
-    return false;
-  }
-  asio::error_code ec;
-  asio::ip::tcp::resolver resolver(io);
-  auto results =
-      resolver.resolve(options.tcpHost, std::to_string(options.tcpPort), asio::ip::resolver_base::numeric_service, ec);
-  if (ec || results.empty()) {
-    error = "cannot listen on " + where + ": " + (ec ? ec.message() : "no address");
-    return false;
-  }
-  const asio::ip::tcp::endpoint endpoint = results.begin()->endpoint();
-  if (!endpoint.address().is_loopback() && !options.allowNonLoopbackTcp) {
-    error = "refusing to listen on " + where + ": " + endpoint.address().to_string() +
-            " is not a loopback address (clients are not authenticated; allow it explicitly to listen there)";
-    return false;
-  }
-  m_tcpAcceptor.open(endpoint.protocol(), ec);
-  if (!ec) m_tcpAcceptor.set_option(asio::socket_base::reuse_address(true), ec);
-  if (!ec) m_tcpAcceptor.bind(endpoint, ec);
-  if (!ec) m_tcpAcceptor.listen(asio::socket_base::max_listen_connections, ec);
-  if (ec) {
-    error = "cannot listen on " + where + ": " + ec.message();
-    return false;
-  }
-  const int port = m_tcpAcceptor.local_endpoint(ec).port();
+  const int port = listenInet(m_tcpAcceptor, options.tcpHost, options.tcpPort, options.allowNonLoopbackTcp, error);
+  if (port < 0) return false;
   MutexLock guard(mutex);
   boundPort = port;
   return true;
+}
+
+bool ClientServer::Impl::listenWeb(std::string& error) {
+  if (options.webPort < 0) return true;
+  const int port = listenInet(m_webAcceptor, options.webHost, options.webPort, options.allowNonLoopbackWeb, error);
+  if (port < 0) return false;
+  struct stat st;
+  if (!options.webRoot.empty() && (stat(options.webRoot.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))) {
+    logAppUni(kLogHandle, __FILE__, kLogError, __LINE__,
+              "the web page's folder %s does not exist: only the WebSocket is served (every page is not found)",
+              options.webRoot.c_str());
+  }
+  m_web = clientserver::makeWebEndpoint({options.webRoot, options.maxFrameSize});
+  MutexLock guard(mutex);
+  webBoundPort = port;
+  return true;
+}
+
+int ClientServer::Impl::listenInet(asio::ip::tcp::acceptor& acceptor, const std::string& host, int requestedPort,
+                                   bool allowNonLoopback, std::string& error) {
+  const std::string where = host + ":" + std::to_string(requestedPort);
+  if (requestedPort > 65535) {
+    error = "cannot listen on " + where + ": not a port number";
+    return -1;
+  }
+  asio::error_code ec;
+  asio::ip::tcp::resolver resolver(io);
+  auto results = resolver.resolve(host, std::to_string(requestedPort), asio::ip::resolver_base::numeric_service, ec);
+  if (ec || results.empty()) {
+    error = "cannot listen on " + where + ": " + (ec ? ec.message() : "no address");
+    return -1;
+  }
+  const asio::ip::tcp::endpoint endpoint = results.begin()->endpoint();
+  if (!endpoint.address().is_loopback() && !allowNonLoopback) {
+    error = "refusing to listen on " + where + ": " + endpoint.address().to_string() +
+            " is not a loopback address (clients are not authenticated; allow it explicitly to listen there)";
+    return -1;
+  }
+  acceptor.open(endpoint.protocol(), ec);
+  if (!ec) acceptor.set_option(asio::socket_base::reuse_address(true), ec);
+  if (!ec) acceptor.bind(endpoint, ec);
+  if (!ec) acceptor.listen(asio::socket_base::max_listen_connections, ec);
+  if (ec) {
+    error = "cannot listen on " + where + ": " + ec.message();
+    return -1;
+  }
+  return acceptor.local_endpoint(ec).port();
 }
 
 void ClientServer::Impl::acceptUnix() {
@@ -157,35 +194,37 @@ void ClientServer::Impl::acceptUnix() {
       logAppUni(kLogHandle, __FILE__, kLogError, __LINE__, "accepting on %s failed: %s", options.socketPath.c_str(),
                 ec.message().c_str());
     } else {
-      addConnection(Connection::Socket(std::move(socket)), "unix:");
+      addConnection(Connection::Socket(std::move(socket)), "unix:", false);
     }
     acceptUnix();
   });
 }
 
-void ClientServer::Impl::acceptTcp() {
-  m_tcpAcceptor.async_accept([this](const asio::error_code& ec, asio::ip::tcp::socket socket) {
+void ClientServer::Impl::acceptTcp() { acceptInet(m_tcpAcceptor, false); }
+
+void ClientServer::Impl::acceptWeb() { acceptInet(m_webAcceptor, true); }
+
+void ClientServer::Impl::acceptInet(asio::ip::tcp::acceptor& acceptor, bool web) {
+  acceptor.async_accept([this, &acceptor, web](const asio::error_code& ec, asio::ip::tcp::socket socket) {
     if (ec == asio::error::operation_aborted || m_closing) return;
     if (ec) {
-      int port;
-      {
-        MutexLock guard(mutex);
-        port = boundPort;
-      }
-      logAppUni(kLogHandle, __FILE__, kLogError, __LINE__, "accepting on TCP port %d failed: %s", port,
-                ec.message().c_str());
+      asio::error_code ignored;
+      logAppUni(kLogHandle, __FILE__, kLogError, __LINE__, "accepting on %s port %d failed: %s", web ? "web" : "TCP",
+                acceptor.local_endpoint(ignored).port(), ec.message().c_str());
     } else {
       asio::error_code peerError;
       const auto peer = socket.remote_endpoint(peerError);
       socket.set_option(asio::ip::tcp::no_delay(true), peerError);
-      addConnection(Connection::Socket(std::move(socket)),
-                    "tcp:" + peer.address().to_string() + ":" + std::to_string(peer.port()) + "#");
+      addConnection(
+          Connection::Socket(std::move(socket)),
+          std::string(web ? "web:" : "tcp:") + peer.address().to_string() + ":" + std::to_string(peer.port()) + "#",
+          web);
     }
-    acceptTcp();
+    acceptInet(acceptor, web);
   });
 }
 
-void ClientServer::Impl::addConnection(Connection::Socket socket, const std::string& prefix) {
+void ClientServer::Impl::addConnection(Connection::Socket socket, const std::string& prefix, bool web) {
   std::shared_ptr<Connection> connection;
   {
     MutexLock guard(mutex);
@@ -198,7 +237,9 @@ void ClientServer::Impl::addConnection(Connection::Socket socket, const std::str
     }
     refusing = false;
     const std::string clientId = prefix + std::to_string(nextConnection++);
-    connection = std::make_shared<Connection>(*this, std::move(socket), clientId);
+    auto transport = web ? clientserver::makeWebTransport(std::move(socket), m_web, clientId)
+                         : clientserver::makeStreamTransport(std::move(socket), options.maxFrameSize);
+    connection = std::make_shared<Connection>(*this, std::move(transport), clientId);
     connections[clientId] = connection;
   }
   logAppUni(kLogHandle, __FILE__, kLogTrace, __LINE__, "client %s connected", connection->clientId().c_str());
@@ -370,6 +411,7 @@ void ClientServer::Impl::stop() {
     asio::error_code ignored;
     m_unixAcceptor.close(ignored);
     m_tcpAcceptor.close(ignored);
+    m_webAcceptor.close(ignored);
     std::vector<std::shared_ptr<Connection>> open;
     {
       MutexLock guard(mutex);
@@ -439,6 +481,11 @@ void ClientServer::stop() { m_impl->stop(); }
 int ClientServer::tcpPort() const {
   MutexLock guard(m_impl->mutex);
   return m_impl->boundPort;
+}
+
+int ClientServer::webPort() const {
+  MutexLock guard(m_impl->mutex);
+  return m_impl->webBoundPort;
 }
 
 std::size_t ClientServer::connectionCount() const {

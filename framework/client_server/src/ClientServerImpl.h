@@ -1,5 +1,5 @@
 // Inside of the client server (ClientServer.h): the server's state and one client connection.
-// Private to the framework library: the only place that includes asio.
+// Private to the client server library, as is asio (here and in Transport.h).
 #pragma once
 
 #include <sys/types.h>
@@ -15,6 +15,7 @@
 
 #include "ClientMessages.h"
 #include "RequestPool.h"
+#include "Transport.h"
 #include "client_server/ClientServer.h"
 #include "framework/Mutex.h"
 #include "framework/ThreadAnnotations.h"
@@ -60,32 +61,34 @@ class Response : public InvokerResponse {
   bool m_completed = false;
 };
 
-// One client. Reading and closing happen on the I/O thread; enqueue from any thread; its requests
-// and, at its end, the detaching of its proxies run one at a time on its lane of request threads.
-class Connection : public std::enable_shared_from_this<Connection> {
+// One client, over either transport (Transport.h). Reading and closing happen on the I/O thread;
+// enqueue from any thread; its requests and, at its end, the detaching of its proxies run one at
+// a time on its lane of request threads.
+class Connection final : public TransportEvents, public std::enable_shared_from_this<Connection> {
  public:
-  using Socket = asio::generic::stream_protocol::socket;
-  // A message as it goes out: its length, then the payload, written as two buffers so that a
-  // megabyte reply is never moved to make room for its length.
+  using Socket = Transport::Socket;
   struct Outgoing {
-    char header[4];
     std::string payload;
-    std::size_t size() const { return sizeof header + payload.size(); }
+    std::size_t wireSize;  // what it counts against maxQueuedBytes
   };
 
-  Connection(ClientServer::Impl& server, Socket socket, std::string clientId);
+  Connection(ClientServer::Impl& server, std::unique_ptr<Transport> transport, std::string clientId);
   const std::string& clientId() const { return m_clientId; }
   const std::shared_ptr<RequestPool::Lane>& lane() const { return m_lane; }
 
   // I/O thread: starts the read loop.
   void start();
-  // Any thread, never blocks: frames `payload` and queues it. Over the byte bound the connection
+  // Any thread, never blocks: queues `payload` for sending. Over the byte bound the connection
   // is closed; on a closed connection the payload is dropped.
   void enqueue(std::string payload);
-  // I/O thread: closes the socket (once) and hands the connection to the server for detaching.
+  // I/O thread: closes the transport (once) and hands the connection to the server for detaching.
   void close(const std::string& why, int level);
   // A request thread: one of this client's requests has been answered.
   void requestDone();
+
+  // TransportEvents (I/O thread).
+  void messageArrived(std::string message) override;
+  void transportEnded(const std::string& why, int level) override { close(why, level); }
 
   // Requests of one client waiting to be handled at most; beyond that the connection is not read
   // until one is answered, so a client that floods requests waits instead of the server holding
@@ -99,23 +102,15 @@ class Connection : public std::enable_shared_from_this<Connection> {
   bool detaching GUARDED_BY(proxyMutex) = false;
 
  private:
-  void readHeader();
-  // Reads the `length` bytes of a frame's body in pieces, appending them to m_body.
-  void readBody(std::size_t length);
-  // I/O thread: a request has been handed on; reads the next unless too many are pending.
-  void requestHandedOn(std::string message);
   void writeNext();
 
   ClientServer::Impl& m_server;
-  Socket m_socket;
+  const std::unique_ptr<Transport> m_transport;  // I/O thread only, but for wireSize
   const std::string m_clientId;
   const std::shared_ptr<RequestPool::Lane> m_lane = RequestPool::newLane();
-  unsigned char m_header[4] = {0, 0, 0, 0};
-  std::string m_body;  // I/O thread only: the frame being read; grows as its bytes arrive
-  static constexpr std::size_t kReadPiece = 16 * 1024;  // the most one read adds to m_body
-  bool m_shut = false;                                  // I/O thread only: close() ran
-  std::size_t m_pending = 0;                            // I/O thread only: requests handed on and not yet answered
-  bool m_readPaused = false;                            // I/O thread only: reading waits for an answer
+  bool m_shut = false;        // I/O thread only: close() ran
+  std::size_t m_pending = 0;  // I/O thread only: requests handed on and not yet answered
+  bool m_readPaused = false;  // I/O thread only: reading waits for an answer
 
   Mutex m_outMutex ACQUIRED_AFTER(proxyMutex);  // leaf lock (3): guards the members below
   // Messages to write; the front one is being written while m_writing.
@@ -161,15 +156,23 @@ class ClientServer::Impl {
   std::map<std::string, std::shared_ptr<clientserver::Connection>> connections GUARDED_BY(mutex);
   uint64_t nextConnection GUARDED_BY(mutex) = 1;
   int boundPort GUARDED_BY(mutex) = -1;
+  int webBoundPort GUARDED_BY(mutex) = -1;
   bool refusing GUARDED_BY(mutex) = false;  // the last connection was refused for the limit (logged once per run)
 
  private:
   bool listenUnix(std::string& error);
   bool listenTcp(std::string& error);
+  bool listenWeb(std::string& error);
+  // Binds and listens on host:port; the bound port, or -1 with `error`.
+  int listenInet(asio::ip::tcp::acceptor& acceptor, const std::string& host, int port, bool allowNonLoopback,
+                 std::string& error);
+  void logListeners();
   void acceptUnix();
   void acceptTcp();
-  // The client id is `prefix` followed by the connection's number.
-  void addConnection(clientserver::Connection::Socket socket, const std::string& prefix);
+  void acceptWeb();
+  void acceptInet(asio::ip::tcp::acceptor& acceptor, bool web);
+  // The client id is `prefix` followed by the connection's number; `web` picks the transport.
+  void addConnection(clientserver::Connection::Socket socket, const std::string& prefix, bool web);
   void refuseConnection(clientserver::Connection::Socket& socket, bool firstOfARun);
   void handleRequest(const std::shared_ptr<clientserver::Connection>& connection, const std::string& message);
   void detach(const std::shared_ptr<clientserver::Connection>& connection);
@@ -183,6 +186,8 @@ class ClientServer::Impl {
 
   asio::local::stream_protocol::acceptor m_unixAcceptor;
   asio::ip::tcp::acceptor m_tcpAcceptor;
+  asio::ip::tcp::acceptor m_webAcceptor;
+  std::shared_ptr<clientserver::WebEndpoint> m_web;  // I/O thread (set before it starts)
   std::unique_ptr<asio::executor_work_guard<asio::io_context::executor_type>> m_work;
   std::unique_ptr<clientserver::RequestPool> m_requests;
   std::thread m_ioThread;

@@ -1,12 +1,20 @@
 // The client server: serves the remote clients of a module (the phone's screen, tools) over a
-// Unix socket and, optionally, a TCP listener on the loopback interface.
+// Unix socket and, optionally, a TCP listener and a web listener on the loopback interface.
 //
-// Framing, both directions: a 4-byte big-endian length of the payload (the header itself not
+// Framing on the Unix socket and TCP, both directions: a 4-byte big-endian length of the payload (the header itself not
 // counted), then the payload, UTF-8 XML. A zero-length payload is legal: it is the reply to a
 // request the module completed without text. A frame longer than maxFrameSize closes that
 // connection (level-2 log line); the other connections carry on. A payload that is not
 // well-formed XML is still handed on (the module answers it with its failure reply): only
 // framing faults close a connection.
+//
+// The web listener (webPort) speaks HTTP: GET / and GET /NAME serve index.html and NAME of
+// webRoot (no subfolders; names with '/', '..' or a leading '.' are not found; other methods
+// are answered 405), and /ws takes a WebSocket on which each text frame is one message, the
+// frame being the framing (maxFrameSize bounds a message; binary frames close the connection).
+// The handshake is refused (403) when the request names an Origin whose host:port is not the
+// request's Host: a page of another site in the user's browser may not talk to the server. A
+// web connection is a client like the others: the same dispatch, limits, queue and proxies.
 //
 // Dispatch: a message whose root element has a handler (setHandler) is answered by that handler;
 // every other message goes to invoker->handleMessage(target, ...). Exactly one reply is sent per
@@ -22,18 +30,20 @@
 // several at once for different clients: each must be safe to call from several threads.
 //
 // Client identity (InvokerResponse::getClientId and the context's getProxy): one text per
-// connection, never reused while the server runs: "unix:7", "tcp:127.0.0.1:5555#8".
+// connection, never reused while the server runs: "unix:7", "tcp:127.0.0.1:5555#8",
+// "web:127.0.0.1:5556#9" (every connection of the web listener, a page's file request too).
 //
 // Incoming frames: a frame's buffer grows as its bytes arrive, so a header announcing a large
-// frame costs nothing until the bytes come. At most maxConnections are served at once; a client
-// connecting beyond that is closed at once (a level-2 line for the first refusal of a run of them).
+// frame costs nothing until the bytes come. At most maxConnections are served at once, over all
+// listeners together; a client connecting beyond that is closed at once (a level-2 line for the
+// first refusal of a run of them).
 //
 // Outgoing queue: each connection has one queue for its replies and its proxies' messages, sent
 // in the order they were queued. ProxyRequest::send may be called from any thread and never
-// blocks; when more than maxQueuedBytes (frame headers included) wait to be written, the client
-// is disconnected with a level-2 log line. A message queued while nothing else waits always goes,
-// however large (a reply of a large list can always be read). Messages for a closed connection
-// are dropped.
+// blocks; when more than maxQueuedBytes (the transport's frame headers included) wait to be
+// written, the client is disconnected with a level-2 log line. A message queued while nothing
+// else waits always goes, however large (a reply of a large list can always be read). Messages
+// for a closed connection are dropped.
 //
 // Connection end: the proxies of that client are detached on a request thread, after every
 // request the client sent before (in the connection's order, as one more of its requests): for
@@ -42,7 +52,8 @@
 // Its ProxyRequest is shared-owned and stays valid (sends are dropped) for as long as anyone
 // holds it.
 //
-// Locks, in the order they may be taken (a lock is only ever taken while holding locks above it):
+// Locks, in the order they may be taken (a lock is only ever taken while holding locks above it;
+// the WebSocket library runs on the I/O thread only, configured without locks of its own):
 //   1. m_mutex of the server (handlers, factories, target, the connection table)
 //   2. each connection's proxy mutex (its proxies, the "detaching" flag)
 //   3. each connection's output mutex (outgoing queue, byte count, closed flag): a leaf lock,
@@ -74,6 +85,10 @@ struct ClientServerOptions {
   std::string tcpHost = "127.0.0.1";      // optional TCP listener
   int tcpPort = -1;                       // -1: none; 0: ephemeral
   bool allowNonLoopbackTcp = false;       // refuse (start() fails) a non-loopback tcpHost unless set
+  std::string webHost = "127.0.0.1";      // optional web listener: the page's files and /ws
+  int webPort = -1;                       // -1: none; 0: ephemeral
+  bool allowNonLoopbackWeb = false;       // refuse (start() fails) a non-loopback webHost unless set
+  std::string webRoot;                    // folder of the page's files (missing: logged, every file not found)
   std::size_t maxFrameSize = 4u << 20;    // a larger frame closes that connection with a log line
   std::size_t maxQueuedBytes = 8u << 20;  // per connection; more piled up disconnects the client
   std::size_t maxConnections = 64;        // more at once are refused (closed at once, logged)
@@ -106,6 +121,7 @@ class ClientServer {
   // Closes every connection, joins the threads, removes the socket file. Idempotent.
   void stop();
   int tcpPort() const;  // the bound port, -1 without a TCP listener
+  int webPort() const;  // the bound port, -1 without a web listener
   // Connections accepted and not yet fully closed (their proxies detached).
   std::size_t connectionCount() const;
 
