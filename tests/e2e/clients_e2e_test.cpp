@@ -112,7 +112,11 @@ TEST_F(ClientsDaemonTest, ClientsBeyondTheConnectionLimitAreRefusedAndTheRestSer
   EXPECT_EQ(1, refused.code) << refused.out << refused.err << daemon->err();
   close(holders.back());
   ASSERT_TRUE(eventually([&] { return cli({"list", "missed"}).code == 0; })) << daemon->err();
-  Subprocess::Result config = cli({"config", "get", "client-max-connections"});
+  // The list's own connection holds the free place until the daemon has seen it close.
+  Subprocess::Result config;
+  EXPECT_TRUE(eventually([&] {
+    return (config = cli({"config", "get", "client-max-connections"})).code == 0;
+  })) << config.err;
   EXPECT_NE(config.out.find("client-max-connections = 3"), std::string::npos) << config.out;
   EXPECT_TRUE(daemon->running());
   for (int fd : holders) close(fd);
@@ -234,28 +238,4 @@ TEST(MisbehavingDaemonTest, TheCliNeverAbortsWhateverTheDaemonAnswers) {
     }
   }
   std::system(("rm -rf '" + std::string(pattern) + "'").c_str());
-}
-
-TEST_F(ClientsDaemonTest, StatusTellsTheLinkTheMonitorTheStoreTheClientsAndTheLists) {
-  startDaemon();
-  sendAll(missedCall("4711", "0301112222"));
-  ASSERT_TRUE(eventually([&] { return missedNumbers().size() == 1; })) << daemon->err();
-  Subprocess::Result r = cli({"status", "--json"});
-  ASSERT_EQ(0, r.code) << r.err;
-  json status = json::parse(r.out);
-  EXPECT_EQ("127.0.0.1:" + std::to_string(sim.port()), status["switch"]);
-  EXPECT_EQ(true, status["link"]);
-  EXPECT_EQ("running at the switch", status["monitor-state"]);
-  EXPECT_EQ(dir + "/journal.db", status["store"]);
-  EXPECT_EQ("ok", status["store-state"]);
-  EXPECT_EQ(1, status["clients"]);
-  EXPECT_EQ(1, status["missed"]);
-  EXPECT_EQ(1, status["missed-unviewed"]);
-  EXPECT_EQ(0, status["dialled"]);
-
-  sim.dropConnection();
-  ASSERT_TRUE(eventually([&] { return json::parse(cli({"status", "--json"}).out)["link"] == false; }));
-  EXPECT_EQ("waiting for the switch", json::parse(cli({"status", "--json"}).out)["monitor-state"]);
-  Subprocess::Result table = cli({"status"});
-  EXPECT_NE(table.out.find("missed-unviewed  1\n"), std::string::npos) << table.out;
 }

@@ -1,11 +1,10 @@
 // The client's text functions whose faults would pass unseen through the end-to-end tests: CSV
-// fields, --since values and the nearest command to a mistyped one.
+// fields and --since values. (The nearest command to a mistyped one is checked end to end.)
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <ctime>
 
-#include "CommandLine.h"
 #include "History.h"
 
 namespace {
@@ -53,16 +52,6 @@ TEST(HistoryText, SinceTakesDatesTimesAndSpans) {
       error);
   unsetenv("TZ");
   tzset();
-}
-
-TEST(HistoryText, TheNearestCommandIsSuggested) {
-  const std::vector<std::string> names = {"list", "delete", "delete-calls", "history", "show", "status", "export"};
-  EXPECT_EQ("list", cli::nearestName("lsit", names));
-  EXPECT_EQ("status", cli::nearestName("stauts", names));
-  EXPECT_EQ("history", cli::nearestName("histroy", names));
-  EXPECT_EQ("delete-calls", cli::nearestName("delete-call", names));
-  EXPECT_EQ("export", cli::nearestName("exp", names));
-  EXPECT_EQ("", cli::nearestName("xyzzy", names));
 }
 
 }  // namespace

@@ -106,17 +106,3 @@ TEST_F(InvokerTest, RequestsReachTheirOperationAndAreAnsweredByKind) {
     EXPECT_EQ(journal.last, c.operation) << c.code;
   }
 }
-
-TEST_F(InvokerTest, ReadsAnswerWithTheListAndUnknownMethodsWithFailure) {
-  std::deque<MissedCallItem> list;
-  ASSERT_TRUE(Helper::parseXMLMissedCallList(call(Helper::GET_MISSED_CALL_LIST).text, list));
-  ASSERT_EQ(list.size(), 1u);
-  EXPECT_EQ(list[0].getSurname(), "Ann");
-  DialledCallItem last;
-  EXPECT_TRUE(Helper::parseRespGetLastNumberDialled(call(Helper::GET_LAST_DIALLED_NUMBER).text, last));
-  EXPECT_EQ(last.getEntryId(), "last");
-  std::string junk = "<journalRequest><method>noSuchMethod</method>";
-  RecordingResponse r;
-  invoker.handleMessage(&journal, junk.data(), static_cast<int>(junk.size()), &r);
-  EXPECT_EQ(r.text, Helper::FAILURE);
-}

@@ -128,15 +128,6 @@ TEST_F(ListOperations, DeletingCallsOfSeveralListsSendsOneMessageAndOneUpdatePer
   EXPECT_EQ(0u, journal.countUnviewedMissedCalls());
 }
 
-TEST_F(ListOperations, MarkingEveryMissedEntryViewedWritesOnlyThoseNotViewedYet) {
-  auto& journal = *phone.service;
-  journal.setMissedCallListAsViewed({"M1", "M2", "M3"});  // M2 is viewed already
-  EXPECT_EQ(sent(), (Calls{"write callLogMissedCalls 2", "missedCount 0", "missed ||3"}));
-  // All are viewed now: nothing is written, the observers still hear the count.
-  journal.setMissedCallListAsViewed({"M1", "M2", "M3"});
-  EXPECT_EQ(sent(), (Calls{"missedCount 0", "missed ||3"}));
-}
-
 TEST_F(ListOperations, DroppedOccurrencesAreReportedWhereTheSwitchKeepsTheCallLog) {
   phone.service->deleteMissedCall("M2");
   EXPECT_EQ(std::vector<CallLogEntryRequest>{}, phone.csta.escapes());

@@ -1,11 +1,10 @@
-// The journal's management agent and settings: key coding, reject reasons, stored and observed values.
+// The journal's management agent and settings: clearing the call log, reject reasons, values set at run time.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "ClientLists.h"
 #include "CstaEventFactory.h"
 #include "JournalHarness.h"
-#include "LogCapture.h"
 #include "RecordingObserver.h"
 
 namespace {
@@ -19,13 +18,13 @@ class ManagementData : public ::testing::Test {
     phone.store.setReply("<storeReply><result>ok</result>" + settings + "</storeReply>");
     phone.start();
   }
-  // The value read for keys[at] when all `keys` are read at once, or "<none>" when it was not populated.
-  std::string get(const std::vector<std::string>& keys, size_t at = 0) {
+  // The value read for `key`, or "<none>" when it was not populated.
+  std::string get(const std::string& key) {
     ManageableData data;
-    for (const auto& key : keys) data.setRootId(key);
+    data.setRootId(key);
     phone.service->getData(data);
     std::string value;
-    return data.interogate(keys[at], value) ? value : "<none>";
+    return data.interogate(key, value) ? value : "<none>";
   }
   // Writes one key; returns the result and its reject reason (empty when none).
   Result set(const std::string& key, const std::string& value) {
@@ -42,12 +41,6 @@ class ManagementData : public ::testing::Test {
     auto sent = phone.csta.sent();
     return std::count(sent.begin(), sent.end(), request);
   }
-  long storeReads() {
-    const auto requests = phone.store.requests();
-    return std::count_if(requests.begin(), requests.end(), [](const std::string& request) {
-      return request.find("<reason>read</reason>") != std::string::npos;
-    });
-  }
   void deliver(std::unique_ptr<CSTAEvent> event) { phone.service->deliverEvent(event.get()); }
   // A call from `party` that the user answers and ends.
   void answeredCall(const std::string& callId, const std::string& party) {
@@ -58,20 +51,6 @@ class ManagementData : public ::testing::Test {
 
   JournalHarness phone;
 };
-
-TEST_F(ManagementData, MissedLoggingIsCodedTheOtherWayRoundAndAnUnknownKeyStopsARead) {
-  start();
-  EXPECT_EQ("0", get({"missed-logging"}));  // logging on
-  EXPECT_EQ(Result(true, ""), set("missed-logging", "1"));
-  EXPECT_EQ("1", get({"missed-logging"}));
-  EXPECT_EQ(Result(true, ""), set("delete-missed-when-called", "1"));
-  EXPECT_EQ("1", get({"delete-missed-when-called"}));
-  EXPECT_EQ(Result(true, ""), set("delete-missed-when-called", "yes"));  // anything but "1" is off
-  EXPECT_EQ("0", get({"delete-missed-when-called"}));
-  EXPECT_EQ("false", get({"clear-calllog"}));
-  EXPECT_EQ("true", get({"call-log-enabled", "unknown", "missed-logging"}));
-  EXPECT_EQ("<none>", get({"call-log-enabled", "unknown", "missed-logging"}, 2));
-}
 
 TEST_F(ManagementData, ClearingOrDisablingTheCallLogEmptiesTheListsAndRefusedWritesCarryTheirReason) {
   start();
@@ -94,40 +73,7 @@ TEST_F(ManagementData, ClearingOrDisablingTheCallLogEmptiesTheListsAndRefusedWri
   EXPECT_EQ(1u, phone.store.requests().size());  // the unchanged value is written all the same
   phone.store.setReply("failed");
   EXPECT_EQ(Result(false, ""), set("call-log-enabled", "true"));
-  EXPECT_EQ("false", get({"call-log-enabled"}));  // the store refused it
-}
-
-// "0" starts the monitor and reads the lists again, "1" and "2" stop it, other values do nothing.
-TEST_F(ManagementData, CallLogAccessStartsAndStopsTheMonitor) {
-  LogCapture log;
-  start();
-  EXPECT_EQ(1, sent("MonitorStart"));
-  EXPECT_TRUE(phone.csta.lastStartHadFilter());
-  notify("disable-access-calllog", "1");
-  EXPECT_EQ(1, sent("MonitorStop"));
-  notify("disable-access-calllog", "2");
-  EXPECT_TRUE(log.contains("Events already stopped"));
-  phone.store.clear();
-  notify("disable-access-calllog", "0");
-  EXPECT_EQ(2, sent("MonitorStart"));
-  EXPECT_EQ(4, storeReads());  // the refresh that follows: the three lists and the settings
-  notify("disable-access-calllog", "7");
-  EXPECT_EQ(2, sent("MonitorStart"));
-  EXPECT_EQ(1, sent("MonitorStop"));
-  EXPECT_EQ(1, sent("ChangeMonitorFilter"));
-}
-
-// The system identifier is read again when it changes: 2, the switch keeps the call log, which is
-// then told of each call the phone's user deletes.
-TEST_F(ManagementData, AChangedSystemIdentifierTakesEffect) {
-  start();
-  phone.service->refreshCallLog();
-  deliver(csta::failed("0", csta::dev("100"), csta::dev(csta::kOwnLine), EC_BUSY));
-  ASSERT_EQ(1u, missedCalls(*phone.service).size());
-  notify("system-identifier", "2");
-  EXPECT_TRUE(phone.service->deleteMissedCall(missedCalls(*phone.service).front().getEntryId()));
-  ASSERT_EQ(1u, phone.csta.escapes().size());
-  EXPECT_EQ("100", phone.csta.escapes().front().subscriberNumber);
+  EXPECT_EQ("false", get("call-log-enabled"));  // the store refused it
 }
 
 // With server based features a SIP phone files the forward of a call it had not seen ring.

@@ -1,4 +1,4 @@
-// The journal's store exchange: loading and purging stored lists, a failing store, ids made unique on loading.
+// The journal's store exchange: loading and purging stored lists, ids made unique on loading.
 #include <gtest/gtest.h>
 
 #include <set>
@@ -47,28 +47,6 @@ TEST(Persistence, LoadingSortsPurgesEmptyEntriesAndPlacesTheOthers) {
   EXPECT_NE(std::string::npos, requests[2].find("<reason>write</reason>")) << requests[2];
   EXPECT_GT(list[0].getListOrder(), list[1].getListOrder());
   EXPECT_GT(list[1].getListOrder(), 0);
-}
-
-// A failing store leaves the lists as they are; only SIP phones read forwarded calls.
-TEST(Persistence, AFailingStoreLeavesTheListsAndOnlySipPhonesReadForwardedCalls) {
-  const struct {
-    const char* software;
-    size_t reads;  // missed, dialled, received (and forwarded)
-  } cases[] = {{"Velmora KPX", 3}, {"Velmora SIP", 4}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.software);
-    JournalHarness phone(std::map<std::string, std::string>{{"software-type", c.software}});
-    phone.store.setReply("<storeReply><result>ok</result></storeReply>");
-    phone.start();
-    std::string loaded;
-    Helper::createXMLMissedCallItemBody(makeEntry<MissedCallItem>("M1", "100", "2024-03-05T10:00:00"), loaded, false);
-    phone.service->processMissedCallDbXml("<storeReply><result>ok</result>" + loaded + "</storeReply>");
-    phone.store.setReply("failed");
-    phone.store.clear();
-    phone.service->loadCallListsFromDb();
-    EXPECT_EQ(1u, missedCalls(*phone.service).size());
-    EXPECT_EQ(c.reads, phone.store.requests().size());
-  }
 }
 
 // A store written before ids were kept unique may hold one id in several lists: the load gives every

@@ -1,11 +1,9 @@
 // The lists and their store file over restarts: a list comes back in exactly the order it had
 // (calls in one second, a waiting call, an entry re-placed in the middle), on the SQLite store and
-// the in-memory one; a store that fails (disk full, I/O errors) loses nothing: what was filed
-// meanwhile reaches the file once it works again, and no earlier row is overwritten; and a damaged
-// or oversized store file loads all it can, within the lists' limits.
+// the in-memory one; and a damaged or oversized store file loads all it can, within the lists'
+// limits. (A store that fails for a while is tested end to end: tests/e2e/store_e2e_test.cpp.)
 #include "LogCapture.h"
 #include "ScenarioFixture.h"
-#include "SqliteFaultVfs.h"
 #include "memory_store/MemoryDataAccessService.h"
 
 namespace {
@@ -50,13 +48,6 @@ class StoreScenario : public Scenario {
     phone->service->getLastDialledNumber(last);
     out["last dialled"] = {H::createXMLDialledCallItemBody(last, false)};
     return out;
-  }
-  std::string storeState() {
-    ManageableData data("store-state");
-    phone->service->getData(data);
-    std::string value;
-    data.interogate("store-state", value);
-    return value;
   }
 };
 
@@ -103,57 +94,6 @@ INSTANTIATE_TEST_SUITE_P(Stores, Order, ::testing::Combine(::testing::Values(kKp
                          [](const auto& info) {
                            return std::string(std::get<0>(info.param) == kSip ? "Sip" : "Kpx") +
                                   (std::get<1>(info.param) ? "_Memory" : "_Sqlite");
-                         });
-
-// ---- A failing store -------------------------------------------------------------------------------
-
-class Faults : public StoreScenario, public ::testing::WithParamInterface<SqliteFaultVfs::Fault> {
- protected:
-  // Made before the fixture opens the store, so that the store file goes through it.
-  SqliteFaultVfs vfs;
-};
-
-TEST_P(Faults, WhatIsFiledWhileTheStoreFailsReachesItLaterAndEarlierRowsStayIntact) {
-  LogCapture log;
-  start(kKpx);
-  play(ringing("41", kA) + clearing("41", 5) + ringing("42", kB, 60) + clearing("42", 5));
-  const Lines earlier = stored();
-  ASSERT_EQ(earlier.size(), 2u);
-  screen.take();
-
-  vfs.setFault(GetParam());
-  play(ringing("43", kC, 60) + clearing("43", 5) + ringing("44", kD, 60) + clearing("44", 5) + ringing("45", kC, 60) +
-       clearing("45", 5));
-  EXPECT_GT(vfs.refusedWrites(), 0);
-  EXPECT_EQ(lines(entries()), (Lines{R"(missed "Net C" <603> @+260s x2)", R"(missed "Net D" <604> @+195s x1)",
-                                     R"(missed "Net B2" <602> @+65s x1)", R"(missed "Net A" <601> @+0s x1)"}));
-  EXPECT_EQ(screen.take().size(), 6u);  // the screen heard of each call at once
-  EXPECT_EQ(stored(), earlier);
-  EXPECT_EQ(storeState().rfind("failing", 0), 0u) << storeState();
-
-  vfs.setFault(SqliteFaultVfs::kNone);
-  phone->advance(30000);  // the journal tries again
-  EXPECT_EQ(kept(entries()), stored());
-  for (const std::string& row : earlier) EXPECT_NE(std::find(stored().begin(), stored().end(), row), stored().end());
-  EXPECT_EQ(storeState(), "ok");
-  EXPECT_EQ(log.count("the store fails"), 1);
-  EXPECT_TRUE(log.contains("the store fails", fw::kLogError));
-  EXPECT_TRUE(log.contains("the store works again: 2 changes written", fw::kLogError));
-
-  // The party filed during the fault calls again: its own row is updated, no other.
-  play(ringing("46", kC, 60) + clearing("46", 5));
-  const Lines after = stored();
-  EXPECT_EQ(kept(entries()), after);
-  for (const std::string& row : earlier) EXPECT_NE(std::find(after.begin(), after.end(), row), after.end());
-
-  const auto before = lists();
-  restart(kKpx);
-  EXPECT_EQ(lists(), before);
-}
-
-INSTANTIATE_TEST_SUITE_P(Kinds, Faults, ::testing::Values(SqliteFaultVfs::kDiskFull, SqliteFaultVfs::kIoError),
-                         [](const auto& info) {
-                           return info.param == SqliteFaultVfs::kDiskFull ? "DiskFull" : "IoError";
                          });
 
 // ---- Damaged and oversized store files -------------------------------------------------------------

@@ -293,23 +293,6 @@ TEST_F(ClientServerTest, OneClientsRequestsRunInItsOrderWhileAnotherClientIsServ
   EXPECT_EQ(m_invoker.seen().detached, (std::map<std::string, bool>{{idA, true}}));
 }
 
-TEST_F(ClientServerTest, ConnectionsBeyondTheLimitAreRefusedUntilOneCloses) {
-  m_options.maxConnections = 2;
-  start();  // a and b take both places
-  fw::JournalClient third;
-  connect(third);  // the socket accepts; the server closes it at once
-  std::string reply, error;
-  EXPECT_FALSE(third.call("<m/>", reply, error, 5000));
-  EXPECT_TRUE(m_log.contains("a client was refused: 2 connections are open", fw::kLogError));
-  EXPECT_EQ("|<m/>", echoed(call(a, "<m/>")));
-
-  b.close();
-  ASSERT_TRUE(waitFor([&] { return m_server->connectionCount() == 1; }));
-  fw::JournalClient fourth;
-  connect(fourth);
-  EXPECT_EQ("|<m/>", echoed(call(fourth, "<m/>")));
-}
-
 TEST_F(ClientServerTest, AReplyLargerThanTheQueueBoundGoesWhenNothingElseWaits) {
   m_options.maxQueuedBytes = 64 * 1024;
   start();

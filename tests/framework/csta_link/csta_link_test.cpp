@@ -246,23 +246,6 @@ TEST_F(CstaLinkTest, RequestFailures) {
   EXPECT_EQ(stopMonitor("5"), code(fw::kCstaLinkTimedOut));
 }
 
-TEST_F(CstaLinkTest, ARefusedMonitorIsReportedAndTriedAgainUntilItRuns) {
-  start();
-  sim->setAnswer("MonitorStart", SwitchSimulator::Answer::Error);
-  EXPECT_EQ(startMonitor(sink), "error");
-  ASSERT_TRUE(sim->waitForRequest("MonitorStart", kWaitMs, 2));  // tried again
-  sim->setAnswer("MonitorStart", SwitchSimulator::Answer::Normal);
-  ASSERT_TRUE(eventually([&] { return !sim->currentMonitorId().empty(); }));
-  ASSERT_TRUE(sim->sendEvent(delivered("3", "*")));
-  EXPECT_TRUE(sink.waitFor(seenDelivered("3")[0]));
-  const std::size_t starts = sim->requests("MonitorStart").size();
-  // Asked again, the running monitor is the answer: no second one at the switch.
-  EXPECT_EQ(startMonitor(sink), sim->currentMonitorId());
-  EXPECT_EQ(starts, sim->requests("MonitorStart").size());
-  EXPECT_TRUE(log.contains("could not be started", fw::kLogError));
-  EXPECT_TRUE(log.contains("monitor of 3012 runs", fw::kLogNotable));
-}
-
 // The module whose start was refused holds no id of the monitor the link started later: only
 // stopUnclaimedMonitors stops it, for good, and leaves the monitors modules hold alone.
 TEST_F(CstaLinkTest, AMonitorNoModuleHoldsAnIdOfIsStoppedForGoodByStopUnclaimedMonitors) {
@@ -303,44 +286,6 @@ TEST_F(CstaLinkTest, AMonitorTheSwitchStartsAfterItsRequestTimedOutIsStoppedTher
       "<monitorCrossRefID>777</monitorCrossRefID></MonitorStartResponse>")));
   ASSERT_TRUE(sim->waitForRequest("MonitorStop", kWaitMs));
   expectParts(xml("MonitorStop"), {"<monitorCrossRefID>777</monitorCrossRefID>"});
-}
-
-TEST_F(CstaLinkTest, AMonitorAskedForBeforeTheSwitchIsThereStartsWhenItComes) {
-  SwitchSimulator::Options later = simOptions;
-  {
-    SwitchSimulator probe;  // a port nothing listens on once the probe is gone
-    later.port = probe.port();
-  }
-  options.port = later.port;
-  link = std::make_unique<fw::CstaLinkService>(options);
-  link->start();
-  const std::string id = startMonitor(sink);
-  EXPECT_EQ("L1", id);  // accepted with an id of the link's own
-  EXPECT_EQ(registerSink(), code(fw::kCstaLinkNotConnected));
-  EXPECT_TRUE(log.contains("cannot be reached", fw::kLogError));
-  sim = std::make_unique<SwitchSimulator>(later);
-  ASSERT_TRUE(sim->waitForRequest("MonitorStart", kWaitMs));
-  EXPECT_EQ(1u, sim->requests("SystemRegister").size());  // made up for, before the monitor
-  ASSERT_TRUE(eventually([&] { return !sim->currentMonitorId().empty(); }));
-  link->drainEvents();
-  ASSERT_TRUE(sim->sendEvent(delivered("4", "*")));
-  EXPECT_TRUE(sink.waitFor(seenDelivered("4")[0]));
-  EXPECT_EQ(stopMonitor(id), "ok");
-  expectParts(xml("MonitorStop"), {"<monitorCrossRefID>100</monitorCrossRefID>"});
-}
-
-TEST_F(CstaLinkTest, EventsRightBehindTheMonitorAnswerAreDelivered) {
-  simOptions.sendSystemStatus = false;
-  start();
-  std::vector<std::unique_ptr<Sink>> sinks;
-  for (int i = 0; i < 20; ++i) {
-    sim->setEventsAfterMonitorStart({delivered(std::to_string(i), "*")});
-    sinks.push_back(std::make_unique<Sink>());
-    ASSERT_EQ(std::to_string(100 + i), startMonitor(*sinks.back()));
-    EXPECT_TRUE(sinks.back()->waitFor(seenDelivered(std::to_string(i))[0])) << "monitor " << i;
-  }
-  link->stop();
-  EXPECT_EQ(sinks.front()->seen(), seenDelivered("0"));  // its own monitor's events only
 }
 
 TEST_F(CstaLinkTest, HeldEventsWaitAndThenComeInOrder) {

@@ -1,13 +1,9 @@
-// Log thresholds per handle, the run-time configuration text, and the sinks.
+// Log thresholds per handle, the run-time configuration text, and the time stamps. (The file sink
+// and the syslog priorities on stderr are tested end to end: tests/e2e/config_e2e_test.cpp.)
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-#include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <fstream>
-#include <regex>
-#include <sstream>
 #include <thread>
 
 #include "framework/Logging.h"
@@ -62,25 +58,6 @@ TEST_F(LoggingTest, ConfigurationTextSetsSeveralHandlesAtOnceAndARefusedTextChan
   EXPECT_EQ(fw::logThreshold("a"), 3);  // "a=1" was not taken
 }
 
-TEST_F(LoggingTest, FileSinkAppendsLines) {
-  const std::string path = ::testing::TempDir() + "journal-log-" + std::to_string(getpid());
-  std::ofstream(path) << "earlier\n";
-  fw::setLogSink(std::make_shared<fw::FileSink>(path));
-  logAppUni("Journal Service", "a/Journal.cpp", 2, 7, "first %d", 1);
-  logAppUni("Journal Service", "a/Journal.cpp", 4, 8, "second");
-  fw::setLogSink(m_sink);  // closes the file
-  std::stringstream content;
-  content << std::ifstream(path).rdbuf();
-  std::remove(path.c_str());
-  // Each line: local time with milliseconds and offset, the level word, handle, place, text.
-  const std::string stamp = R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d)";
-  EXPECT_TRUE(std::regex_match(
-      content.str(), std::regex("earlier\n" + stamp + " error   Journal Service Journal.cpp:7 first 1\n" + stamp +
-                                " notice  Journal Service Journal.cpp:8 second\n")))
-      << content.str();
-  EXPECT_THROW(fw::FileSink("/nonexistent-dir/x.log"), std::runtime_error);
-}
-
 // The time stamp of log files and terminals: ISO 8601 local time, the offset with its colon.
 TEST_F(LoggingTest, TimeStampsAreLocalTimeWithMillisecondsAndOffset) {
   const char* before = std::getenv("TZ");
@@ -97,15 +74,6 @@ TEST_F(LoggingTest, TimeStampsAreLocalTimeWithMillisecondsAndOffset) {
   else
     unsetenv("TZ");
   tzset();
-}
-
-// journald files each line under the syslog priority its prefix gives.
-TEST_F(LoggingTest, LevelsMapToTheSyslogPrioritiesJournaldReads) {
-  EXPECT_EQ(3, fw::syslogPriority(fw::kLogError));
-  EXPECT_EQ(5, fw::syslogPriority(fw::kLogNotable));
-  EXPECT_EQ(7, fw::syslogPriority(fw::kLogTrace));
-  EXPECT_EQ(7, fw::syslogPriority(fw::kLogDetail));
-  EXPECT_EQ(4, fw::syslogPriority(3));
 }
 
 TEST_F(LoggingTest, ManyThreadsLogWithoutLosingLinesWhileThresholdsChange) {

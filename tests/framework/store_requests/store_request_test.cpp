@@ -1,11 +1,11 @@
-// The reading of store requests both stores carry out, and the replies they write.
+// The reading of store requests both stores carry out: each fault named, rows a delete names.
+// (What a read, a write and a settings update do is tested on the SQLite store: sqlite_store_test.cpp.)
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
 #include "framework/JournalServiceHelper.h"
-#include "store_requests/StoreReply.h"
 #include "store_requests/StoreRequest.h"
 
 namespace {
@@ -70,49 +70,6 @@ TEST(StoreRequest, EachFaultIsNamed) {
   }
 }
 
-TEST(StoreRequest, ReadNamesTheTable) {
-  StoreRequest parsed;
-  std::string error;
-  ASSERT_TRUE(parseStoreRequest(H::readForwardedCallList(), parsed, error)) << error;
-  EXPECT_EQ(storemessage::kForwarded, parsed.table);
-  EXPECT_EQ(storemessage::kRead, parsed.reason);
-  EXPECT_EQ(0u, parsed.entries.size());
-}
-
-// A write keeps each body and reads the fields a store shows beside it; a raw carriage return is
-// kept as a reference, so that no reader folds it.
-TEST(StoreRequest, WriteGivesEachBodyAndItsFields) {
-  const std::string named =
-      "<missedCall><uniqueId>7</uniqueId><entryId>E1</entryId><surname>a\rb</surname><viewed>true</viewed>"
-      "<listOrder>2097152</listOrder><callInfos><callInfo number=\"4711\" timeDate=\"2024-03-01T10:11:12\"/>"
-      "<callInfo number=\"4712\"/></callInfos></missedCall>";
-  const std::string fresh = "<missedCall><entryId>E2</entryId></missedCall>";
-  StoreRequest parsed;
-  std::string error;
-  ASSERT_TRUE(parseStoreRequest(request(H::DAS_CALLLOGMISSEDCALLS, H::WRITEREQUEST, entry(named) + entry(fresh)),
-                                parsed, error))
-      << error;
-  EXPECT_EQ(storemessage::kMissed, parsed.table);
-  EXPECT_EQ(storemessage::kWrite, parsed.reason);
-  ASSERT_EQ(2u, parsed.entries.size());
-  const storemessage::Entry& first = parsed.entries[0];
-  EXPECT_EQ(7, first.uniqueId);
-  EXPECT_EQ(std::string::npos, first.body.find('\r'));
-  EXPECT_NE(std::string::npos, first.body.find("a&#13;b"));
-  EXPECT_EQ("E1", first.item.entryId);
-  EXPECT_EQ("a\rb", first.item.surname);
-  EXPECT_EQ("4711", first.item.number);  // the newest occurrence's
-  EXPECT_EQ("2024-03-01T10:11:12", first.item.timeDate);
-  EXPECT_EQ(2, first.item.occurrences);
-  EXPECT_EQ(2097152, first.item.listOrder);
-  EXPECT_TRUE(first.item.viewed);
-  const storemessage::Entry& second = parsed.entries[1];
-  EXPECT_EQ(0, second.uniqueId);
-  EXPECT_EQ(fresh, second.body);
-  EXPECT_FALSE(second.item.hasOccurrence);
-  EXPECT_EQ(0, second.item.listOrder);
-}
-
 // A delete names rows by unique id, or by entry id when it has none; a unique id no row can have
 // is marked, so that it removes nothing.
 TEST(StoreRequest, DeleteNamesRowsByUniqueIdOrEntryId) {
@@ -131,38 +88,6 @@ TEST(StoreRequest, DeleteNamesRowsByUniqueIdOrEntryId) {
   EXPECT_EQ("E6", parsed.entries[1].item.entryId);
   EXPECT_TRUE(parsed.entries[2].badUniqueId);
   EXPECT_EQ("", parsed.entries[0].body);  // a delete keeps nothing
-}
-
-TEST(StoreRequest, UpdateOfSettingsGivesNamesAndValues) {
-  StoreRequest parsed;
-  std::string error;
-  ASSERT_TRUE(parseStoreRequest(
-      request(H::SETTINGS_SCHEMA, H::UPDATEREQUEST, "<missedLogging>false</missedLogging><callLogEnabled/>"), parsed,
-      error))
-      << error;
-  EXPECT_EQ(storemessage::kSettings, parsed.table);
-  EXPECT_EQ(storemessage::kUpdate, parsed.reason);
-  ASSERT_EQ(2u, parsed.settings.size());
-  EXPECT_EQ(H::MISSED_LOGGING, parsed.settings[0].name);
-  EXPECT_EQ("false", parsed.settings[0].value);
-  EXPECT_EQ(H::CALL_LOG_ENABLED, parsed.settings[1].name);
-  EXPECT_EQ("", parsed.settings[1].value);
-}
-
-TEST(StoreReply, ReadEntriesCarryTheirSizeWithoutDeclaration) {
-  std::string reply;
-  storemessage::appendReplyStart(reply, storemessage::kMissed);
-  storemessage::appendStoredEntry(reply, 3, "<?xml version=\"1.0\"?><missedCall/>");
-  storemessage::appendStoredSetting(reply, H::MISSED_LOGGING, "a<b");
-  storemessage::appendReplyEnd(reply);
-  EXPECT_EQ(
-      "<storeReply table=\"callLogMissedCalls\"><result>ok</result><entry uniqueId=\"3\" size=\"13\"><missedCall/>"
-      "</entry><missedLogging>a&lt;b</missedLogging></storeReply>",
-      reply);
-  EXPECT_EQ("<storeReply table=\"journalSettings\"><result>ok</result></storeReply>",
-            storemessage::changeReply(storemessage::kSettings, 0));
-  EXPECT_EQ("<storeReply table=\"callLogDialledCalls\"><result>ok</result><lastUniqueId>17</lastUniqueId></storeReply>",
-            storemessage::changeReply(storemessage::kDialled, 17));
 }
 
 }  // namespace
