@@ -16,6 +16,7 @@
 #include <thread>
 #include <vector>
 
+#include "CountedProxy.h"
 #include "LogCapture.h"
 #include "client_server/ClientServer.h"
 #include "client_server/JournalClient.h"
@@ -26,20 +27,7 @@ const std::string kSubscribe = "<journalRequest><method>subscribe</method></jour
 const std::string kDetach = "<journalRequest><method>unsubscribe</method></journalRequest>";
 const char* kInterface = "Observer";
 
-// `gate` stands for the module's notifier lock: a sender holding it never sees a deleted proxy.
-struct TestProxy : Proxy {
-  static std::atomic<int> live;
-  static std::mutex gate;
-  ProxyRequest* channel = nullptr;
-  TestProxy() { ++live; }
-  ~TestProxy() override {
-    std::lock_guard<std::mutex> guard(gate);
-    --live;
-  }
-  void initProxy(ProxyRequest& request) override { channel = &request; }
-};
-std::atomic<int> TestProxy::live{0};
-std::mutex TestProxy::gate;
+using clientservertest::CountedProxy;
 
 // Answers "clientId|message"; a subscribe fetches the client's proxy, the detach message notes
 // whether the proxy could still be found.
@@ -53,7 +41,7 @@ class RecordingInvoker : public Invoker {
     {
       std::lock_guard<std::mutex> guard(m_mutex);
       m_seen.messages.push_back(client + "|" + text);
-      if (text == kSubscribe) m_seen.proxies[client] = static_cast<TestProxy*>(proxy);
+      if (text == kSubscribe) m_seen.proxies[client] = static_cast<CountedProxy*>(proxy);
       if (text == kDetach) m_seen.detached[client] = proxy == m_seen.proxies[client];
     }
     if (!text.empty()) response->setResponse(client + "|" + text);
@@ -61,8 +49,8 @@ class RecordingInvoker : public Invoker {
   }
   struct Seen {
     std::vector<std::string> messages;
-    std::map<std::string, TestProxy*> proxies;  // by client id
-    std::map<std::string, bool> detached;       // by client id: the proxy was still found then
+    std::map<std::string, CountedProxy*> proxies;  // by client id
+    std::map<std::string, bool> detached;          // by client id: the proxy was still found then
   };
   Seen seen() {
     std::lock_guard<std::mutex> guard(m_mutex);
@@ -109,7 +97,7 @@ class ClientServerTest : public ::testing::Test {
     m_server = std::make_unique<fw::ClientServer>(m_context, m_options);
     m_server->setTarget(nullptr, &m_invoker);
     m_server->addProxyFactory(
-        kInterface, [this] { return ++m_factoryCalls, new TestProxy; }, kDetach);
+        kInterface, [this] { return ++m_factoryCalls, new CountedProxy; }, kDetach);
     std::string error;
     ASSERT_TRUE(m_server->start(error)) << error;
     for (fw::JournalClient* client : {&a, &b})
@@ -139,8 +127,8 @@ TEST_F(ClientServerTest, EachConnectionHasItsOwnProxyDetachedWhenItCloses) {
   start();
   for (fw::JournalClient* client : {&a, &a, &b}) call(*client, kSubscribe);
   const std::string idA = idOf(a), idB = idOf(b);
-  TestProxy* proxyA = m_invoker.seen().proxies.at(idA);
-  TestProxy* proxyB = m_invoker.seen().proxies.at(idB);
+  CountedProxy* proxyA = m_invoker.seen().proxies.at(idA);
+  CountedProxy* proxyB = m_invoker.seen().proxies.at(idB);
   ASSERT_NE(proxyA, nullptr);
   ASSERT_NE(proxyB, nullptr);
   EXPECT_NE(proxyA, proxyB);
@@ -155,10 +143,10 @@ TEST_F(ClientServerTest, EachConnectionHasItsOwnProxyDetachedWhenItCloses) {
   a.close();
   ASSERT_TRUE(waitFor([&] { return m_server->connectionCount() == 1; }));
   EXPECT_EQ(m_invoker.seen().detached, (std::map<std::string, bool>{{idA, true}}));
-  EXPECT_EQ(TestProxy::live, 1);
+  EXPECT_EQ(CountedProxy::live, 1);
   m_server->stop();  // closes b: its proxy is detached the same way
   EXPECT_EQ(m_invoker.seen().detached.size(), 2u);
-  EXPECT_EQ(TestProxy::live, 0);
+  EXPECT_EQ(CountedProxy::live, 0);
 }
 
 TEST_F(ClientServerTest, AnOversizeFrameClosesOnlyThatConnection) {
@@ -182,8 +170,8 @@ TEST_F(ClientServerTest, AStuckSubscriberIsDisconnectedWithoutBlockingTheSender)
   // Far more than the socket buffers and the queue hold together; `a` never reads.
   const std::string event = "<journalEvent>" + std::string(4096, 'e') + "</journalEvent>";
   for (int sent = 0; m_server->connectionCount() == 2 && sent < 20000; ++sent) {
-    std::lock_guard<std::mutex> guard(TestProxy::gate);
-    if (TestProxy::live == 1) channel->send(event);
+    std::lock_guard<std::mutex> guard(CountedProxy::gate);
+    if (CountedProxy::live == 1) channel->send(event);
   }
   ASSERT_TRUE(waitFor([&] { return m_server->connectionCount() == 1; }));
   EXPECT_TRUE(m_log.contains("client " + id + " does not keep up", fw::kLogError));

@@ -12,6 +12,7 @@
 #include <mutex>
 #include <thread>
 
+#include "CountedProxy.h"
 #include "LogCapture.h"
 #include "WebClient.h"
 #include "client_server/ClientServer.h"
@@ -25,20 +26,7 @@ const std::string kSubscribe = "<journalRequest><method>subscribe</method></jour
 const std::string kDetach = "<journalRequest><method>unsubscribe</method></journalRequest>";
 const char* kInterface = "Observer";
 
-// `gate` stands for the module's notifier lock: a sender holding it never sees a deleted proxy.
-struct ChannelProxy : Proxy {
-  static std::atomic<int> live;
-  static std::mutex gate;
-  ProxyRequest* channel = nullptr;
-  ChannelProxy() { ++live; }
-  ~ChannelProxy() override {
-    std::lock_guard<std::mutex> guard(gate);
-    --live;
-  }
-  void initProxy(ProxyRequest& request) override { channel = &request; }
-};
-std::atomic<int> ChannelProxy::live{0};
-std::mutex ChannelProxy::gate;
+using clientservertest::CountedProxy;
 
 // Answers "clientId|message"; a subscribe makes the client's proxy and keeps its channel.
 class EchoInvoker : public Invoker {
@@ -48,7 +36,7 @@ class EchoInvoker : public Invoker {
     const std::string text(msg, static_cast<std::size_t>(length));
     const std::string client = response->getClientId();
     if (text == kSubscribe) {
-      auto* proxy = static_cast<ChannelProxy*>(m_context.getProxy(kInterface, client));
+      auto* proxy = static_cast<CountedProxy*>(m_context.getProxy(kInterface, client));
       std::lock_guard<std::mutex> guard(m_mutex);
       m_channels[client] = proxy ? proxy->channel : nullptr;
       m_lastSubscriber = client;
@@ -113,7 +101,7 @@ class WebClientServerTest : public ::testing::Test {
     m_server = std::make_unique<fw::ClientServer>(m_context, m_options);
     m_server->setTarget(nullptr, &m_invoker);
     m_server->addProxyFactory(
-        kInterface, [] { return new ChannelProxy; }, kDetach);
+        kInterface, [] { return new CountedProxy; }, kDetach);
     std::string error;
     ASSERT_TRUE(m_server->start(error)) << error;
     ASSERT_GT(m_server->webPort(), 0);
@@ -165,11 +153,11 @@ TEST_F(WebClientServerTest, AClosedWebSocketsProxyIsDetached) {
     WebSocketClient web;
     ASSERT_TRUE(web.open(port()));  // a program sends no Origin
     id = idIn(web.call(kSubscribe));
-    EXPECT_EQ(1, ChannelProxy::live);
+    EXPECT_EQ(1, CountedProxy::live);
   }
   ASSERT_TRUE(waitFor([&] { return m_server->connectionCount() == 0; }));
   EXPECT_EQ(1, m_invoker.detached(id));
-  EXPECT_EQ(0, ChannelProxy::live);
+  EXPECT_EQ(0, CountedProxy::live);
 }
 
 TEST_F(WebClientServerTest, ThePagesFilesAreServedAndNothingElse) {
@@ -299,15 +287,15 @@ TEST_F(WebClientServerTest, AStuckWebSubscriberIsDisconnectedWithoutBlockingTheS
   WebSocketClient other;
   ASSERT_TRUE(other.open(port()));
   const int fd = stuckWebSocket(port(), kSubscribe);
-  ASSERT_TRUE(waitFor([&] { return ChannelProxy::live == 1; }));
+  ASSERT_TRUE(waitFor([&] { return CountedProxy::live == 1; }));
   const std::string id = m_invoker.lastSubscriber();
   ProxyRequest* channel = m_invoker.channel(id);
   ASSERT_NE(nullptr, channel);
   // Far more than the socket buffers and the queue hold together.
   const std::string event = "<journalEvent>" + std::string(4096, 'e') + "</journalEvent>";
   for (int sent = 0; m_server->connectionCount() == 2 && sent < 20000; ++sent) {
-    std::lock_guard<std::mutex> guard(ChannelProxy::gate);
-    if (ChannelProxy::live == 1) channel->send(event);
+    std::lock_guard<std::mutex> guard(CountedProxy::gate);
+    if (CountedProxy::live == 1) channel->send(event);
   }
   ASSERT_TRUE(waitFor([&] { return m_server->connectionCount() == 1; }));
   EXPECT_TRUE(m_log.contains("client " + id + " does not keep up", fw::kLogError));
