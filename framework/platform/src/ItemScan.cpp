@@ -35,11 +35,12 @@ constexpr ByteClasses kBytes;
 bool is(char c, unsigned char what) { return (kBytes.of[static_cast<unsigned char>(c)] & what) != 0; }
 
 // A plain name at `p` (letters, digits, '_', '-', '.'); `p` moves past it. Null when there is none
-// or the input ends right after it.
+// or the input ends right after it. The scan's buffer ends in a null and holds none before `end`,
+// so the null, which is no name character, stops the loop there.
 char* readName(char*& p, char* end) {
   if (p == end || !is(*p, kNameStart)) return nullptr;
   char* name = p;
-  while (p != end && is(*p, kNameChar)) ++p;
+  while (is(*p, kNameChar)) ++p;
   return p == end ? nullptr : name;
 }
 
