@@ -1,8 +1,5 @@
 // JournalServiceHelper: client request messages (method names and codes), the replies to them,
 // and the library's set-up.
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -14,6 +11,7 @@
 #include "framework/JournalServiceHelper.h"
 #include "framework/JournalServiceHelperXml.h"
 #include "framework/Mutex.h"
+#include "framework/ResidentPages.h"
 
 namespace {
 
@@ -88,20 +86,6 @@ size_t replyRoom(const std::deque<Item>& list) {
   return room;
 }
 
-#ifndef MADV_POPULATE_WRITE
-#define MADV_POPULATE_WRITE 23  // Linux 5.14; older kernels refuse it and pages fault in as written
-#endif
-
-// Makes the pages of `size` bytes from `data` resident in one call rather than faulting them in
-// one by one as the reply is written (a full list's reply is some 600 pages of a fresh mapping).
-// Only whole pages inside the block; where the system refuses, nothing changes.
-void populate(char* data, size_t size) {
-  static const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
-  const uintptr_t first = (reinterpret_cast<uintptr_t>(data) + page - 1) & ~(page - 1);
-  const uintptr_t last = (reinterpret_cast<uintptr_t>(data) + size) & ~(page - 1);
-  if (last > first) ::madvise(reinterpret_cast<void*>(first), last - first, MADV_POPULATE_WRITE);
-}
-
 // The size of the last reply of each list type: about what the next one writes, so that only so
 // much of its room is made resident up front.
 template <class Item>
@@ -118,7 +102,7 @@ std::string listResponse(const std::deque<Item>& list) {
   const size_t room = replyRoom(list);
   reply.reserve(room);
   const size_t expected = lastReplySize<Item>.load(std::memory_order_relaxed);
-  if (expected >= kPopulatedReply) populate(&reply[0], std::min(room, expected + expected / 16));
+  if (expected >= kPopulatedReply) fw::makeResident(&reply[0], std::min(room, expected + expected / 16));
   reply += "<";
   reply += H::CLIENTRESPONSE;
   reply += "><";
