@@ -1,9 +1,6 @@
 // JournalServiceHelper: client request messages (method names and codes), the replies to them,
 // and the library's set-up.
-#include <algorithm>
 #include <array>
-#include <atomic>
-#include <cstdint>
 #include <memory>
 #include <type_traits>
 #include <unordered_map>
@@ -86,23 +83,18 @@ size_t replyRoom(const std::deque<Item>& list) {
   return room;
 }
 
-// The size of the last reply of each list type: about what the next one writes, so that only so
-// much of its room is made resident up front.
-template <class Item>
-std::atomic<size_t> lastReplySize{0};
-
-// Replies from this size up are made resident up front.
-constexpr size_t kPopulatedReply = 256 * 1024;
+// A reply with room from this size up has a mapping of its own: its pages are made resident
+// ahead of the writing.
+constexpr size_t kResidentAheadRoom = 256 * 1024;
 
 // A list reply carries each item as its element, not as escaped text: a full list is built and
 // read in one pass, into one string.
 template <class Item>
 std::string listResponse(const std::deque<Item>& list) {
   std::string reply;
-  const size_t room = replyRoom(list);
-  reply.reserve(room);
-  const size_t expected = lastReplySize<Item>.load(std::memory_order_relaxed);
-  if (expected >= kPopulatedReply) fw::makeResident(&reply[0], std::min(room, expected + expected / 16));
+  reply.reserve(replyRoom(list));
+  const bool ahead = reply.capacity() >= kResidentAheadRoom;
+  size_t resident = 0;
   reply += "<";
   reply += H::CLIENTRESPONSE;
   reply += "><";
@@ -112,15 +104,16 @@ std::string listResponse(const std::deque<Item>& list) {
   reply += "</";
   reply += H::RESULT;
   reply += ">";
+  if (ahead) fw::keepResidentAhead(reply, resident);
   for (const Item& item : list) {
     reply += "<entry>";
     journalxml::writeItem(reply, item, false);
     reply += "</entry>";
+    if (ahead) fw::keepResidentAhead(reply, resident);
   }
   reply += "</";
   reply += H::CLIENTRESPONSE;
   reply += ">";
-  lastReplySize<Item>.store(reply.size(), std::memory_order_relaxed);
   return reply;
 }
 
