@@ -31,7 +31,9 @@ template <class Item, class Read, class Reply>
 std::string readList(JournalServiceIfc& service, Read read, Reply reply) {
   std::string text;
   const bool done = (service.*read)([&](const std::deque<Item>& list) { text = reply(list); });
-  return done ? text : reply(std::deque<Item>());
+  // Returned by name, so that the megabytes of a full list's reply are moved, never copied.
+  if (!done) text = reply(std::deque<Item>());
+  return text;
 }
 
 // The callback list is short: read as a copy.

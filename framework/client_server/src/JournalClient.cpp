@@ -20,6 +20,8 @@ namespace {
 
 // A frame larger than this is taken for a broken stream rather than allocated.
 constexpr std::size_t kMaxIncomingFrame = 64u << 20;
+// A frame from this size up is received straight into its payload.
+constexpr std::size_t kDirectFrame = 64u << 10;
 
 long long nowMs() {
   return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now().time_since_epoch())
@@ -166,31 +168,8 @@ void JournalClient::keepWhatArrived() {
     m_buffer.append(chunk, static_cast<std::size_t>(n));
 }
 
-JournalClient::Read JournalClient::readFrame(std::string& payload, std::string& error, long long deadlineMs) {
+JournalClient::Read JournalClient::waitReadable(std::string& error, long long deadlineMs) {
   for (;;) {
-    if (m_buffer.size() >= 4) {
-      const auto* b = reinterpret_cast<const unsigned char*>(m_buffer.data());
-      const std::size_t length =
-          (std::size_t{b[0]} << 24) | (std::size_t{b[1]} << 16) | (std::size_t{b[2]} << 8) | b[3];
-      if (length > kMaxIncomingFrame) {
-        fail(error, "the server at " + m_address + " sent a frame of " + std::to_string(length) + " bytes");
-        return Read::kFailed;
-      }
-      if (m_buffer.size() >= 4 + length) {
-        if (m_buffer.size() == 4 + length) {
-          // The usual case: the buffer holds this frame alone and becomes the payload.
-          m_buffer.erase(0, 4);
-          payload = std::move(m_buffer);
-          m_buffer.clear();
-        } else {
-          payload = m_buffer.substr(4, length);
-          m_buffer.erase(0, 4 + length);
-        }
-        return Read::kFrame;
-      }
-      // A large frame is read straight into its place rather than grown chunk by chunk.
-      m_buffer.reserve(4 + length);
-    }
     if (m_fd < 0) {
       error = "not connected";
       return Read::kFailed;
@@ -208,16 +187,80 @@ JournalClient::Read JournalClient::readFrame(std::string& payload, std::string& 
       fail(error, std::string("cannot wait for the server: ") + std::strerror(errno));
       return Read::kFailed;
     }
-    if (ready == 0) continue;  // the deadline check above decides
-    char chunk[65536];
-    const ssize_t n = ::recv(m_fd, chunk, sizeof chunk, 0);
+    if (ready > 0) return Read::kFrame;
+  }
+}
+
+bool JournalClient::receive(char* into, std::size_t room, std::size_t& received, std::string& error) {
+  for (;;) {
+    const ssize_t n = ::recv(m_fd, into, room, 0);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) {
-      fail(error, n == 0 ? "the server at " + m_address + " closed the connection"
-                         : "cannot read from " + m_address + ": " + std::strerror(errno));
-      return Read::kFailed;
+      return fail(error, n == 0 ? "the server at " + m_address + " closed the connection"
+                                : "cannot read from " + m_address + ": " + std::strerror(errno));
     }
-    m_buffer.append(chunk, static_cast<std::size_t>(n));
+    received = static_cast<std::size_t>(n);
+    return true;
+  }
+}
+
+// A large frame (a full list's reply is megabytes) is received straight into its payload: no
+// chunk copied into the buffer and no header moved off its front. On a time-out or a failure what
+// arrived goes back into the buffer, as the chunked reading would have left it.
+JournalClient::Read JournalClient::readLargeFrame(std::size_t length, std::string& payload, std::string& error,
+                                                  long long deadlineMs) {
+  std::string frame(length, '\0');
+  std::size_t have = m_buffer.size() - 4;
+  std::memcpy(&frame[0], m_buffer.data() + 4, have);
+  std::string header = m_buffer.substr(0, 4);
+  m_buffer.clear();
+  m_buffer.shrink_to_fit();
+  Read read = Read::kFrame;
+  while (have < length) {
+    read = waitReadable(error, deadlineMs);
+    std::size_t received = 0;
+    if (read == Read::kFrame && !receive(&frame[have], length - have, received, error)) read = Read::kFailed;
+    if (read != Read::kFrame) {
+      m_buffer = std::move(header);
+      m_buffer.append(frame, 0, have);
+      return read;
+    }
+    have += received;
+  }
+  payload = std::move(frame);
+  return Read::kFrame;
+}
+
+JournalClient::Read JournalClient::readFrame(std::string& payload, std::string& error, long long deadlineMs) {
+  for (;;) {
+    if (m_buffer.size() >= 4) {
+      const auto* b = reinterpret_cast<const unsigned char*>(m_buffer.data());
+      const std::size_t length =
+          (std::size_t{b[0]} << 24) | (std::size_t{b[1]} << 16) | (std::size_t{b[2]} << 8) | b[3];
+      if (length > kMaxIncomingFrame) {
+        fail(error, "the server at " + m_address + " sent a frame of " + std::to_string(length) + " bytes");
+        return Read::kFailed;
+      }
+      if (m_buffer.size() >= 4 + length) {
+        if (m_buffer.size() == 4 + length) {
+          // The buffer holds this frame alone and becomes the payload.
+          m_buffer.erase(0, 4);
+          payload = std::move(m_buffer);
+          m_buffer.clear();
+        } else {
+          payload = m_buffer.substr(4, length);
+          m_buffer.erase(0, 4 + length);
+        }
+        return Read::kFrame;
+      }
+      if (length >= kDirectFrame) return readLargeFrame(length, payload, error, deadlineMs);
+    }
+    const Read ready = waitReadable(error, deadlineMs);
+    if (ready != Read::kFrame) return ready;
+    char chunk[65536];
+    std::size_t received = 0;
+    if (!receive(chunk, sizeof chunk, received, error)) return Read::kFailed;
+    m_buffer.append(chunk, received);
   }
 }
 

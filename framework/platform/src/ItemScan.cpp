@@ -35,11 +35,12 @@ constexpr ByteClasses kBytes;
 bool is(char c, unsigned char what) { return (kBytes.of[static_cast<unsigned char>(c)] & what) != 0; }
 
 // A plain name at `p` (letters, digits, '_', '-', '.'); `p` moves past it. Null when there is none
-// or the input ends right after it.
+// or the input ends right after it. The scan's buffer ends in a null and holds none before `end`,
+// so the null, which is no name character, stops the loop there.
 char* readName(char*& p, char* end) {
   if (p == end || !is(*p, kNameStart)) return nullptr;
   char* name = p;
-  while (p != end && is(*p, kNameChar)) ++p;
+  while (is(*p, kNameChar)) ++p;
   return p == end ? nullptr : name;
 }
 
@@ -116,24 +117,44 @@ bool ItemScan::scanFields(char*& p, char* end) {
 // The occurrences of a CALLINFOS element and its end tag.
 bool ItemScan::scanInfos(char*& p, char* end, Field& infos) {
   infos.first = static_cast<uint32_t>(m_infos.size());
+  long previous = -1;
   while (end - p >= 2 && p[0] == '<' && p[1] != '/') {
-    if (!scanInfo(p, end)) return false;
+    if (!scanInfo(p, end, previous)) return false;
+    previous = static_cast<long>(m_infos.size()) - 1;
   }
   infos.count = static_cast<uint32_t>(m_infos.size()) - infos.first;
   return p != end && readEndTag(p, end, H::CALLINFOS);
 }
 
+// The name at `p` when it is the name `known` (an attribute scanned before) followed by '=': `p`
+// moves past it. The occurrences of an entry mostly carry the same attributes in the same order,
+// and comparing with a name already read and checked is quicker than reading it byte by byte; the
+// result is the one readName would give.
+char* ItemScan::sameNameAs(const Field& known, char*& p, char* end) {
+  const size_t length = static_cast<size_t>(known.text - known.name) - 2;  // name="value
+  if (static_cast<size_t>(end - p) <= length || p[length] != '=' || std::memcmp(p, known.name, length) != 0)
+    return nullptr;
+  char* name = p;
+  p += length;
+  return name;
+}
+
 // One `<callInfo name="value" .../>`.
-bool ItemScan::scanInfo(char*& p, char* end) {
+bool ItemScan::scanInfo(char*& p, char* end, long previous) {
   ++p;
-  const char* element = readName(p, end);
-  if (!element || static_cast<size_t>(p - element) != std::strlen(H::CALLINFO) ||
-      std::memcmp(element, H::CALLINFO, static_cast<size_t>(p - element)) != 0)
+  // The element's name is CALLINFO and no longer (as readName would read it), not at the end.
+  static const size_t kElementLength = std::strlen(H::CALLINFO);
+  if (static_cast<size_t>(end - p) <= kElementLength || std::memcmp(p, H::CALLINFO, kElementLength) != 0 ||
+      is(p[kElementLength], kNameChar))
     return false;
+  p += kElementLength;
   Info info{static_cast<uint32_t>(m_attributes.size()), 0};
+  const Info before = previous >= 0 ? m_infos[static_cast<size_t>(previous)] : Info{0, 0};
   while (*p == ' ') {
     ++p;
-    char* name = readName(p, end);
+    const uint32_t index = static_cast<uint32_t>(m_attributes.size()) - info.first;
+    char* name = index < before.count ? sameNameAs(m_attributes[before.first + index], p, end) : nullptr;
+    if (!name) name = readName(p, end);
     if (!name || *p != '=' || end - p < 2 || p[1] != '"') return false;
     *p = '\0';
     p += 2;

@@ -8,6 +8,7 @@
 #include "framework/JournalServiceHelper.h"
 #include "framework/JournalServiceHelperXml.h"
 #include "framework/Mutex.h"
+#include "framework/ResidentPages.h"
 
 namespace {
 
@@ -82,12 +83,18 @@ size_t replyRoom(const std::deque<Item>& list) {
   return room;
 }
 
+// A reply with room from this size up has a mapping of its own: its pages are made resident
+// ahead of the writing.
+constexpr size_t kResidentAheadRoom = 256 * 1024;
+
 // A list reply carries each item as its element, not as escaped text: a full list is built and
 // read in one pass, into one string.
 template <class Item>
 std::string listResponse(const std::deque<Item>& list) {
   std::string reply;
   reply.reserve(replyRoom(list));
+  const bool ahead = reply.capacity() >= kResidentAheadRoom;
+  size_t resident = 0;
   reply += "<";
   reply += H::CLIENTRESPONSE;
   reply += "><";
@@ -97,10 +104,12 @@ std::string listResponse(const std::deque<Item>& list) {
   reply += "</";
   reply += H::RESULT;
   reply += ">";
+  if (ahead) fw::keepResidentAhead(reply, resident);
   for (const Item& item : list) {
     reply += "<entry>";
     journalxml::writeItem(reply, item, false);
     reply += "</entry>";
+    if (ahead) fw::keepResidentAhead(reply, resident);
   }
   reply += "</";
   reply += H::CLIENTRESPONSE;

@@ -63,6 +63,11 @@ TEST(ItemScan, BodiesItAcceptsReadAsTheDocumentReadsThem) {
       "<missedCall><surname>S</surname><entryId>E</entryId><foo>x</foo></missedCall>",
       "<missedCall><callInfos><callInfo number=\"1\" number=\"2\"/><callInfo/></callInfos></missedCall>",
       "<missedCall><callInfos><callInfo logTarget=\"7\"/></callInfos></missedCall>",
+      // occurrences whose names differ from the one before at the same place: a longer name
+      // starting with it, a shorter one, one more, one fewer
+      "<missedCall><callInfos><callInfo number=\"1\" timeDate=\"t\"/><callInfo numberType=\"2\"/>"
+      "<callInfo number=\"3\" time=\"x\" timeDate=\"v\"/><callInfo number=\"4\"/><callInfo/>"
+      "<callInfo entryId=\"E\" number=\"5\"/></callInfos></missedCall>",
       "<missedCall><viewed>yes</viewed></missedCall>",
       "<dialledCall><entryId>E</entryId></dialledCall>",
   };
@@ -75,6 +80,12 @@ TEST(ItemScan, BodiesItAcceptsReadAsTheDocumentReadsThem) {
   EXPECT_TRUE(readBoth(written).scanRead);
   EXPECT_EQ(readBoth(written).fromScan, plainItem());
   EXPECT_FALSE(readBoth(accepted[5]).scanRead);
+  const MissedCallItem varied = readBoth(accepted[6]).fromScan;
+  ASSERT_EQ(6u, varied.infos().size());
+  EXPECT_EQ("", varied.infos()[1].number);
+  EXPECT_EQ(NumberType::NT(2), varied.infos()[1].numberType);
+  EXPECT_EQ("v", varied.infos()[2].timeDate);
+  EXPECT_EQ("5", varied.infos()[5].number);
 }
 
 TEST(ItemScan, BodiesItDoesNotKnowAreLeftToTheDocument) {
@@ -89,6 +100,8 @@ TEST(ItemScan, BodiesItDoesNotKnowAreLeftToTheDocument) {
       "<missedCall><callInfos><callInfo number=\"1\tx\"/></callInfos></missedCall>",
       "<missedCall><callInfos><callInfo  number=\"1\"/></callInfos></missedCall>",
       "<missedCall><callInfos><other/></callInfos></missedCall>",
+      "<missedCall><callInfos><callInfoX number=\"1\"/></callInfos></missedCall>",
+      "<missedCall><callInfos><callInfo number=\"1\"/><callInfo number =\"2\"/></callInfos></missedCall>",
       "<missedCall><callInfos>text</callInfos></missedCall>",
       "<missedCall><surname a=\"1\">x</surname></missedCall>",
       "<missedCall><surname><b/></surname></missedCall>",
@@ -105,7 +118,7 @@ TEST(ItemScan, BodiesItDoesNotKnowAreLeftToTheDocument) {
   EXPECT_EQ(item.getSurname(), "a & b");
   ASSERT_TRUE(H::parseXMLItemBody(refused[6], item));
   EXPECT_EQ(item.infos().front().number, "1 x");
-  EXPECT_FALSE(H::parseXMLItemBody(refused[12], item));
+  EXPECT_FALSE(H::parseXMLItemBody(refused[14], item));
 }
 
 // Lists are cut into entries by their frame; a reply in another frame is read as one document.

@@ -6,6 +6,7 @@
 // One thread at a time: the client has no lock of its own.
 #pragma once
 
+#include <cstddef>
 #include <deque>
 #include <string>
 
@@ -42,6 +43,12 @@ class JournalClient {
   enum class Read { kFrame, kTimeout, kFailed };
   // The next complete frame, reading from the socket until `deadlineMs` (monotonic clock, -1 none).
   Read readFrame(std::string& payload, std::string& error, long long deadlineMs);
+  Read readLargeFrame(std::size_t length, std::string& payload, std::string& error, long long deadlineMs);
+  // Waits until the socket has bytes (kFrame), the deadline passes or the wait fails.
+  Read waitReadable(std::string& error, long long deadlineMs);
+  // One recv() of at most `room` bytes; false (connection closed) when the server closed it or
+  // the read failed.
+  bool receive(char* into, std::size_t room, std::size_t& received, std::string& error);
   bool fail(std::string& error, const std::string& text);
   // Reads what the server sent and nobody read yet into m_buffer, without waiting.
   void keepWhatArrived();

@@ -55,7 +55,9 @@ class ItemScan {
  private:
   bool scanFields(char*& p, char* end);
   bool scanInfos(char*& p, char* end, Field& infos);
-  bool scanInfo(char*& p, char* end);
+  static char* sameNameAs(const Field& known, char*& p, char* end);
+  // `previous` is the index in m_infos of the occurrence before in the same CALLINFOS, or -1.
+  bool scanInfo(char*& p, char* end, long previous);
 
   std::string m_buffer;
   const char* m_root = nullptr;
