@@ -38,7 +38,8 @@ TEST(CompactStringTest, CopiesMovesAndAssignmentsKeepTheText) {
     CompactString target("old");
     target = moved;
     EXPECT_EQ(text, target);
-    target = target;  // self-assignment keeps the text
+    const CompactString& same = target;  // through a reference, as self-assignment happens in real code
+    target = same;                       // self-assignment keeps the text
     EXPECT_EQ(text, target);
     target = std::move(copy);
     EXPECT_EQ(text, target);
